@@ -1,0 +1,1 @@
+// CollectionsEx.so is made whole from the wks_collections archive.

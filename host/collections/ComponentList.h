@@ -1,0 +1,28 @@
+// The creators of the components that CollectionsEx.so makes by name. The global component
+// collection registers every one that is linked in (the declarations are weak so that a
+// component still being written leaves the others usable).
+#pragma once
+
+#include "host/collections/HostObject.h"
+
+#define HOST_CREATOR(fn) __attribute__((weak)) HRESULT fn(void* outer, IID* iid, void** object);
+
+// Collections, strings, variants, component strings ("CreatableString", "Variant",
+// "SuperCollection", "ComponentString", "GlobalComponentCollection").
+HOST_CREATOR(HOSTCreateString)
+HOST_CREATOR(HOSTCreateVariant)
+HOST_CREATOR(HOSTCreateSuperCollection)
+HOST_CREATOR(HOSTCreateComponentString)
+HOST_CREATOR(HOSTCreateGlobalComponentCollection)
+// Streams and the string table ("CSVStream", "INIStream", "StringTable").
+HOST_CREATOR(HOSTCreateCSVStream)
+HOST_CREATOR(HOSTCreateINIStream)
+HOST_CREATOR(HOSTCreateStringTable)
+// Parameter collections ("ParametersCreatable").
+HOST_CREATOR(HOSTCreateParameters)
+// Inputs ("InputParameters", "InputParameter", "CollectionMoniker").
+HOST_CREATOR(HOSTCreateInputParameters)
+HOST_CREATOR(HOSTCreateInputParameter)
+HOST_CREATOR(HOSTCreateCollectionMoniker)
+
+#undef HOST_CREATOR

@@ -1,0 +1,58 @@
+// The base of every reference-host object: an atomic reference count and the process-wide count
+// of live host objects, which tests read to prove that every reference was released.
+#pragma once
+
+#include <atomic>
+#include <new>
+
+#include "module/Module.h"
+#include "module/interfaces/All.h"
+
+// CollectionsEx.so exports its host API; everything else in it is hidden.
+#define HOST_API __attribute__((visibility("default")))
+
+HOST_API void HOSTObjectCreated();
+HOST_API void HOSTObjectDestroyed();
+// Host objects alive now, in this process (all made by CollectionsEx.so and by code linked to it).
+HOST_API int32_t HOSTLiveObjects();
+
+// Adds or replaces a component that the global component collection creates by name.
+HOST_API void HOSTRegisterComponent(const wchar_t* name, CREATORFUNCTION creator);
+
+// T derives from its interfaces and from CHostObject<T>, is final, and implements
+// QueryInterface; HOST_FORWARD_REFCOUNT supplies AddRef and Release for every interface base.
+template <class T>
+class CHostObject {
+public:
+    int32_t HostAddRef() { return m_RefCount.fetch_add(1, std::memory_order_relaxed) + 1; }
+    int32_t HostRelease() {
+        const int32_t count = m_RefCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
+        if (count == 0) delete static_cast<T*>(this);
+        return count;
+    }
+
+protected:
+    CHostObject() { HOSTObjectCreated(); }
+    ~CHostObject() { HOSTObjectDestroyed(); }
+
+private:
+    std::atomic<int32_t> m_RefCount{1};
+};
+
+#define HOST_FORWARD_REFCOUNT                             \
+    int32_t AddRef() override { return HostAddRef(); }   \
+    int32_t Release() override { return HostRelease(); }
+
+// Makes a T and hands out its interface `iid`; the creation reference is dropped, so on success
+// the caller holds the only one, and on failure nothing is left behind.
+template <class T, class... Args>
+HRESULT HOSTCreate(const IID* iid, void** object, Args&&... args) {
+    if (object == nullptr) return E_POINTER;
+    *object = nullptr;
+    if (iid == nullptr) return E_INVALIDARG;
+    T* made = new (std::nothrow) T(static_cast<Args&&>(args)...);
+    if (made == nullptr) return E_FAIL;
+    const HRESULT hr = made->QueryInterface(*iid, object);
+    made->HostRelease();
+    return hr;
+}

@@ -1,0 +1,109 @@
+// The host's component collection, loading of component modules, creation by name and the
+// lazily made factory components.
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+
+#include "module/Module.h"
+#include "text/Conversions.h"
+#include "text/RefString.h"
+
+SmartPtr<IComponentCollection> gGlobalComponentCollection;
+
+namespace {
+constexpr tagREFString kCollectionsModule = {13, L"CollectionsEx"};
+constexpr int32_t kMaxModuleName = 250;  // "./" + name + ".so" + NUL fits the 256-byte path buffer
+
+typedef HRESULT (*MODULEENTRY)(tagREFString name, void** creator);
+}  // namespace
+
+tagREFString REFLiteral(const wchar_t* terminated) {
+    return tagREFString{static_cast<int32_t>(std::wcslen(terminated)), terminated};
+}
+
+IComponentCollection* GLOBALComponents() {
+    if (!gGlobalComponentCollection) {
+        CREATORFUNCTION creator = MODULECreateFunction(kCollectionsModule, REFLiteral(L"GlobalComponentCollection"));
+        if (creator != nullptr) {
+            IComponentCollection* made = nullptr;
+            creator(nullptr, &IID_IComponentCollection, reinterpret_cast<void**>(&made));
+            gGlobalComponentCollection.Attach(made);  // the global keeps the creator's reference
+        }
+    }
+    return gGlobalComponentCollection.Copy();
+}
+
+// Left to us: names whose path would not fit the 256-byte buffer are refused rather than
+// truncated or built dynamically, so a long name can never load some other file.
+CREATORFUNCTION MODULECreateFunction(tagREFString module, tagREFString component) {
+    if (module.length < 0 || module.length > kMaxModuleName) return nullptr;
+    wchar_t name[kMaxModuleName + 1];
+    if (module.length > 0) std::wmemcpy(name, module.text, module.length);
+    name[module.length] = L'\0';
+
+    char path[256] = "./";
+    const size_t converted = std::wcstombs(path + 2, name, static_cast<size_t>(module.length));
+    if (converted == static_cast<size_t>(-1)) return nullptr;  // a name the locale cannot spell
+    std::memcpy(path + 2 + converted, ".so", 4);
+
+    void* handle = dlopen(path, RTLD_NOW);  // never closed: a module once loaded stays loaded
+    if (handle == nullptr) {
+        std::printf("Module not available %s, error %s\n", path, dlerror());
+        std::fflush(stdout);
+        dlerror();
+        return nullptr;
+    }
+    MODULEENTRY entry = reinterpret_cast<MODULEENTRY>(dlsym(handle, "CreateFunction"));
+    if (entry == nullptr) return nullptr;
+    void* creator = nullptr;
+    entry(component, &creator);
+    return reinterpret_cast<CREATORFUNCTION>(creator);
+}
+
+IUnknown* CreateObject(tagREFString name, IID* iid) {
+    SmartPtr<IComponentCollection> collection(GLOBALComponents());
+    if (!collection) return nullptr;
+    IUnknown* object = nullptr;
+    collection->CreateComponent(name, iid, reinterpret_cast<void**>(&object));
+    return object;
+}
+
+namespace wksdetail {
+
+void* CreateFromCollections(SmartPtr<IComponentString>& slot, const wchar_t* component, int32_t length,
+                            const IID& iid) {
+    if (!slot) {
+        CREATORFUNCTION creator = MODULECreateFunction(kCollectionsModule, REFLiteral(L"ComponentString"));
+        if (creator != nullptr) {
+            IComponentString* made = nullptr;
+            creator(nullptr, &IID_IComponentString, reinterpret_cast<void**>(&made));
+            if (made != nullptr) {
+                slot.Attach(made);
+                made->put_Field(4, tagREFString{11, L"Collections"});
+                made->put_Field(1, tagREFString{length, component});
+            }
+        }
+    }
+    if (!slot) return nullptr;
+    void* object = nullptr;
+    slot->CreateInstance(const_cast<IID*>(&iid), &object);
+    return object;
+}
+
+IComponentString* FindParametersCreatable() {
+    static const char kName[] = "ParametersCreatable";
+    SmartPtr<IString> name(ISCreate(kName, static_cast<int>(sizeof kName - 1)));
+    if (!name) return nullptr;
+    SmartPtr<IComponentCollection> collection(GLOBALComponents());
+    if (!collection) return nullptr;
+    int32_t index = -1;
+    if (collection->get_Index(name.get(), &index) < 0) return nullptr;
+    SmartPtr<IUnknown> item;
+    collection->get_Item(index, item.Out());
+    return QueryAs<IComponentString>(item.get(), IID_IComponentString).Detach();
+}
+
+}  // namespace wksdetail
