@@ -1,0 +1,81 @@
+// The module as a host sees it: loaded with dlopen from the build folder, reached only through
+// its exported symbols.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <set>
+#include <string>
+
+#include "module/Iid.h"
+#include "text/TagRefString.h"
+
+namespace {
+
+class ModuleExports : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { s_Module = dlopen("./WKSProtocol.so", RTLD_NOW | RTLD_LOCAL); }
+    void SetUp() override { ASSERT_NE(s_Module, nullptr) << dlerror(); }
+    static void* Symbol(const char* name) { return dlsym(s_Module, name); }
+    static void* s_Module;
+};
+void* ModuleExports::s_Module = nullptr;
+
+TEST_F(ModuleExports, EntryPointsAndData) {
+    const char* symbols[] = {
+        "CreateFunction",
+        "_Z16InitializeModulePvP20IComponentCollection",
+        "gGlobalComponentCollection",
+        "_ZN15IObjectInfoImplI11CWKSProtocolE12m_ObjectNameE",
+    };
+    for (const char* name : symbols) EXPECT_NE(Symbol(name), nullptr) << name;
+
+    auto* objectName = static_cast<tagREFString*>(Symbol("_ZN15IObjectInfoImplI11CWKSProtocolE12m_ObjectNameE"));
+    ASSERT_NE(objectName, nullptr);
+    ASSERT_EQ(objectName->length, 11);
+    EXPECT_EQ(std::wstring(objectName->text, 11), L"WKSProtocol");
+}
+
+TEST_F(ModuleExports, EveryIdentifierOfTheListIsExportedAndComputed) {
+#define CHECK_EXPORTED(name)                                             \
+    {                                                                    \
+        auto* iid = static_cast<const IID*>(Symbol("IID_" #name));       \
+        ASSERT_NE(iid, nullptr) << #name;                                \
+        EXPECT_EQ(*iid, __IIDOfc(#name)) << #name;                       \
+    }
+    WKS_INTERFACE_LIST(CHECK_EXPORTED)
+#undef CHECK_EXPORTED
+}
+
+TEST_F(ModuleExports, CreateFunctionThroughTheSymbol) {
+    using Entry = int32_t (*)(tagREFString, void**);
+    auto create = reinterpret_cast<Entry>(Symbol("CreateFunction"));
+    ASSERT_NE(create, nullptr);
+    void* creator = nullptr;
+    EXPECT_EQ(create(tagREFString{11, L"WKSProtocol"}, &creator), 0);
+    EXPECT_NE(creator, nullptr);
+    void* untouched = &creator;
+    EXPECT_EQ(create(tagREFString{11, L"wksprotocol"}, &untouched), static_cast<int32_t>(0x80004005));
+    EXPECT_EQ(untouched, &creator);
+}
+
+#if !defined(WKS_SANITIZED)
+// The module needs nothing but the C++ runtime and libc.
+TEST_F(ModuleExports, NeedsOnlyTheCppRuntimeAndLibc) {
+    FILE* pipe = popen("readelf -d ./WKSProtocol.so", "r");
+    ASSERT_NE(pipe, nullptr);
+    std::set<std::string> needed;
+    char line[512];
+    while (std::fgets(line, sizeof line, pipe)) {
+        const std::string text = line;
+        const size_t open = text.find("Shared library: [");
+        if (open != std::string::npos) needed.insert(text.substr(open + 17, text.find(']', open) - open - 17));
+    }
+    pclose(pipe);
+    const std::set<std::string> allowed = {"libstdc++.so.6", "libgcc_s.so.1", "libc.so.6"};
+    EXPECT_TRUE(needed.count("libc.so.6"));
+    for (const std::string& library : needed) EXPECT_TRUE(allowed.count(library)) << library;
+}
+#endif
+
+}  // namespace

@@ -1,0 +1,118 @@
+// The module's boundary: CreateFunction's name check, the global component collection, the
+// lazy factories.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include "module/Module.h"
+#include "module/Object.h"
+#include "protocol/WKSProtocol.h"
+#include "text/RefString.h"
+
+namespace {
+
+TEST(CreateFunction, AnswersOnlyItsOwnNameExactly) {
+    void* creator = nullptr;
+    ASSERT_EQ(CreateFunction(tagREFString{11, L"WKSProtocol"}, &creator), S_OK);
+    EXPECT_EQ(creator, reinterpret_cast<void*>(&CObject<CWKSProtocol>::_CreateInstance));
+
+    const wchar_t* refused[] = {L"wksprotocol", L"WKSProtocolX", L"WKSProto", L""};
+    for (const wchar_t* name : refused) {
+        void* place = reinterpret_cast<void*>(0xCAFECAFE);
+        EXPECT_EQ(CreateFunction(REFLiteral(name), &place), E_FAIL) << name;
+        EXPECT_EQ(place, reinterpret_cast<void*>(0xCAFECAFE)) << "untouched on failure";
+    }
+}
+
+// A collection that only counts its references.
+class CountedCollection final : public IComponentCollection {
+public:
+    int32_t refs = 1;
+    HRESULT QueryInterface(const IID&, void** object) override { *object = nullptr; return E_NOINTERFACE; }
+    int32_t AddRef() override { return ++refs; }
+    int32_t Release() override { return --refs; }
+    HRESULT get_Count(int32_t* count) override { *count = 0; return S_OK; }
+    HRESULT get_Item(int32_t, IUnknown**) override { return E_INVALIDARG; }
+    HRESULT get_Index(IString*, int32_t*) override { return E_FAIL; }
+    HRESULT get_ItemName(int32_t, IString**) override { return E_FAIL; }
+    HRESULT CreateComponent(tagREFString, IID*, void**) override { return E_FAIL; }
+};
+
+TEST(GlobalComponents, InitializeModuleKeepsAndReplacesTheCollection) {
+    CountedCollection first, second;
+    EXPECT_EQ(InitializeModule(nullptr, &first), S_OK);
+    EXPECT_EQ(first.refs, 2);
+
+    IComponentCollection* a = GLOBALComponents();
+    IComponentCollection* b = GLOBALComponents();
+    EXPECT_EQ(a, &first);
+    EXPECT_EQ(b, &first);
+    EXPECT_EQ(first.refs, 4) << "each call hands out one more reference";
+    a->Release();
+    b->Release();
+
+    EXPECT_EQ(InitializeModule(nullptr, &second), S_OK);
+    EXPECT_EQ(first.refs, 1) << "the first collection is released once";
+    EXPECT_EQ(second.refs, 2);
+
+    EXPECT_EQ(InitializeModule(nullptr, nullptr), S_OK);
+    EXPECT_EQ(second.refs, 1);
+    EXPECT_FALSE(gGlobalComponentCollection);
+}
+
+TEST(GlobalComponents, WithoutAHostCollectionOneIsMadeThroughCollectionsEx) {
+    InitializeModule(nullptr, nullptr);
+    SmartPtr<IComponentCollection> made(GLOBALComponents());
+    ASSERT_TRUE(made);
+    SmartPtr<IComponentCollection> again(GLOBALComponents());
+    EXPECT_EQ(made.get(), again.get());
+    InitializeModule(nullptr, nullptr);
+}
+
+TEST(GlobalComponents, CreateObjectMakesComponentsByName) {
+    SmartPtr<IUnknown> text(CreateObject(REFLiteral(L"CreatableString"), &IID_IString));
+    EXPECT_TRUE(text);
+    SmartPtr<IUnknown> none(CreateObject(REFLiteral(L"NoSuchComponent"), &IID_IString));
+    EXPECT_FALSE(none);
+    InitializeModule(nullptr, nullptr);
+}
+
+int32_t LiveHostObjects() {
+    void* host = dlopen("./CollectionsEx.so", RTLD_NOW | RTLD_NOLOAD);
+    if (host == nullptr) return -1;
+    auto live = reinterpret_cast<int32_t (*)()>(dlsym(host, "HOSTLiveObjects"));
+    dlclose(host);  // drops only the reference NOLOAD took
+    return live ? live() : -1;
+}
+
+TEST(Factories, MakeTheirComponentObjectOnceAndANewObjectEachCall) {
+    SmartPtr<IString> first(CREFString::CreateString());
+    ASSERT_TRUE(first);
+    const int32_t before = LiveHostObjects();
+    SmartPtr<IString> second(CREFString::CreateString());
+    ASSERT_TRUE(second);
+    EXPECT_NE(first.get(), second.get());
+    EXPECT_EQ(LiveHostObjects(), before + 1) << "only the new string; the component object is kept";
+
+    SmartPtr<IVariant> variant(CREFString::CreateVariant());
+    SmartPtr<ISuperCollection> collection(CREFString::CreateCollection());
+    EXPECT_TRUE(variant);
+    EXPECT_TRUE(collection);
+}
+
+TEST(Factories, ParametersComeFromTheGlobalCollection) {
+    SmartPtr<IParametersCreatable> a(BASEObject::CreateParameters());
+    SmartPtr<IParametersCreatable> b(BASEObject::CreateParameters());
+    ASSERT_TRUE(a);
+    ASSERT_TRUE(b);
+    EXPECT_NE(a.get(), b.get());
+    InitializeModule(nullptr, nullptr);
+}
+
+TEST(ModuleCreateFunction, RefusesNamesThatDoNotFitThePath) {
+    std::wstring longName(251, L'x');
+    EXPECT_EQ(MODULECreateFunction(tagREFString{251, longName.c_str()}, REFLiteral(L"ComponentString")), nullptr);
+    EXPECT_NE(MODULECreateFunction(REFLiteral(L"CollectionsEx"), REFLiteral(L"ComponentString")), nullptr);
+    EXPECT_EQ(MODULECreateFunction(REFLiteral(L"CollectionsEx"), REFLiteral(L"NoSuchComponent")), nullptr);
+}
+
+}  // namespace
