@@ -69,7 +69,7 @@ HRESULT CObject<T>::_CreateInstance(void*, IID* iid, void** object) {
 
 // IObjectInfo for T: the component's name, fixed in the module's data.
 template <class T>
-class IObjectInfoImpl : public IObjectInfo {
+class WKS_EXPORT IObjectInfoImpl : public IObjectInfo {
 public:
     static tagREFString m_ObjectName;
 

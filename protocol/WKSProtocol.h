@@ -3,7 +3,7 @@
 
 #include "module/Object.h"
 
-class CWKSProtocol final : public CObject<CWKSProtocol>, public IObjectInfoImpl<CWKSProtocol> {
+class WKS_EXPORT CWKSProtocol final : public CObject<CWKSProtocol>, public IObjectInfoImpl<CWKSProtocol> {
 public:
     HRESULT QueryInterface(const IID& iid, void** object) override;
     int32_t AddRef() override { return CObject::AddRef(); }

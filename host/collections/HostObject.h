@@ -14,7 +14,7 @@
 HOST_API void HOSTObjectCreated();
 HOST_API void HOSTObjectDestroyed();
 // Host objects alive now, in this process (all made by CollectionsEx.so and by code linked to it).
-HOST_API int32_t HOSTLiveObjects();
+extern "C" HOST_API int32_t HOSTLiveObjects();
 
 // Adds or replaces a component that the global component collection creates by name.
 HOST_API void HOSTRegisterComponent(const wchar_t* name, CREATORFUNCTION creator);

@@ -26,11 +26,11 @@ TEST_F(ModuleExports, EntryPointsAndData) {
         "CreateFunction",
         "_Z16InitializeModulePvP20IComponentCollection",
         "gGlobalComponentCollection",
-        "_ZN15IObjectInfoImplI11CWKSProtocolE12m_ObjectNameE",
+        "_ZN15IObjectInfoImplI12CWKSProtocolE12m_ObjectNameE",
     };
     for (const char* name : symbols) EXPECT_NE(Symbol(name), nullptr) << name;
 
-    auto* objectName = static_cast<tagREFString*>(Symbol("_ZN15IObjectInfoImplI11CWKSProtocolE12m_ObjectNameE"));
+    auto* objectName = static_cast<tagREFString*>(Symbol("_ZN15IObjectInfoImplI12CWKSProtocolE12m_ObjectNameE"));
     ASSERT_NE(objectName, nullptr);
     ASSERT_EQ(objectName->length, 11);
     EXPECT_EQ(std::wstring(objectName->text, 11), L"WKSProtocol");

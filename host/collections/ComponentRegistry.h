@@ -1,0 +1,30 @@
+// The components that the host makes by name, and the objects that describe them.
+#pragma once
+
+#include <string>
+
+#include "host/collections/HostObject.h"
+
+// The creator registered under `name`, or null.
+CREATORFUNCTION HOSTFindComponent(const std::wstring& name);
+int32_t HOSTComponentCount();
+// The name at `index` (registration order), or empty.
+std::wstring HOSTComponentName(int32_t index);
+int32_t HOSTComponentIndex(const std::wstring& name);
+
+// Describes one component: field 1 its name, field 4 its module. CreateInstance makes a new object
+// of the component named in field 1 on every call.
+class CComponentString final : public IComponentString, public CHostObject<CComponentString> {
+public:
+    HOST_FORWARD_REFCOUNT
+    HRESULT QueryInterface(const IID& iid, void** object) override;
+    // Describes `object`: field 1 becomes its IObjectInfo name.
+    HRESULT SetObject(IUnknown* object) override;
+    HRESULT get_Field(int32_t field, IString** text) override;
+    HRESULT CreateInstance(IID* iid, void** object) override;
+    HRESULT put_Field(int32_t field, tagREFString text) override;
+
+private:
+    static constexpr int32_t kFields = 8;
+    std::wstring m_Fields[kFields];
+};

@@ -1,0 +1,94 @@
+// The process-wide global component collection, and CollectionsEx.so's own entry point.
+#include "host/collections/ComponentList.h"
+#include "host/collections/ComponentRegistry.h"
+#include "host/collections/HostString.h"
+
+namespace {
+
+class CGlobalComponentCollection final : public IComponentCollection, public CHostObject<CGlobalComponentCollection> {
+public:
+    HOST_FORWARD_REFCOUNT
+
+    HRESULT QueryInterface(const IID& iid, void** object) override {
+        if (object == nullptr) return E_POINTER;
+        if (iid == IID_IUnknown || iid == IID_IComponentCollection) {
+            *object = static_cast<IComponentCollection*>(this);
+            AddRef();
+            return S_OK;
+        }
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+
+    HRESULT get_Count(int32_t* count) override {
+        if (count == nullptr) return E_POINTER;
+        *count = HOSTComponentCount();
+        return S_OK;
+    }
+
+    // A component string that describes the component at `index`.
+    HRESULT get_Item(int32_t index, IUnknown** item) override {
+        if (item == nullptr) return E_POINTER;
+        *item = nullptr;
+        const std::wstring name = HOSTComponentName(index);
+        if (name.empty()) return E_INVALIDARG;
+        SmartPtr<IComponentString> described;
+        HRESULT hr = HOSTCreateComponentString(nullptr, &IID_IComponentString, described.OutVoid());
+        if (hr < 0) return hr;
+        described->put_Field(1, tagREFString{static_cast<int32_t>(name.size()), name.c_str()});
+        described->put_Field(4, tagREFString{11, L"Collections"});
+        *item = described.Detach();
+        return S_OK;
+    }
+
+    HRESULT get_Index(IString* name, int32_t* index) override {
+        if (index == nullptr) return E_POINTER;
+        *index = name ? HOSTComponentIndex(HOSTText(name)) : -1;
+        return *index >= 0 ? S_OK : E_FAIL;
+    }
+
+    HRESULT get_ItemName(int32_t index, IString** name) override {
+        if (name == nullptr) return E_POINTER;
+        const std::wstring text = HOSTComponentName(index);
+        *name = text.empty() ? nullptr : HOSTNewString(text.c_str());
+        return *name ? S_OK : E_INVALIDARG;
+    }
+
+    HRESULT CreateComponent(tagREFString name, IID* iid, void** object) override {
+        if (object == nullptr) return E_POINTER;
+        if (name.length < 0 || (name.length > 0 && name.text == nullptr)) return E_INVALIDARG;
+        CREATORFUNCTION creator = HOSTFindComponent(std::wstring(name.text ? name.text : L"", name.length));
+        if (creator == nullptr) return E_FAIL;
+        return creator(nullptr, iid, object);
+    }
+};
+
+// The one instance. Released at unload; every later Release of it by other code that still
+// holds a reference (the module's own slot, for one) finds a live object.
+SmartPtr<IComponentCollection>& Singleton() {
+    static SmartPtr<IComponentCollection> gCollection;
+    return gCollection;
+}
+
+}  // namespace
+
+HRESULT HOSTCreateGlobalComponentCollection(void*, IID* iid, void** object) {
+    if (object == nullptr) return E_POINTER;
+    *object = nullptr;
+    if (iid == nullptr) return E_INVALIDARG;
+    SmartPtr<IComponentCollection>& one = Singleton();
+    if (!one) one.Attach(new (std::nothrow) CGlobalComponentCollection());
+    if (!one) return E_FAIL;
+    return one->QueryInterface(*iid, object);
+}
+
+// CollectionsEx.so's entry point: the creator of any registered component; `creator` is left as it
+// was for an unknown name.
+extern "C" HOST_API HRESULT CreateFunction(tagREFString name, void** creator) {
+    if (creator == nullptr) return E_POINTER;
+    if (name.length < 0 || (name.length > 0 && name.text == nullptr)) return E_INVALIDARG;
+    CREATORFUNCTION found = HOSTFindComponent(std::wstring(name.text ? name.text : L"", name.length));
+    if (found == nullptr) return E_FAIL;
+    *creator = reinterpret_cast<void*>(found);
+    return S_OK;
+}

@@ -1,0 +1,212 @@
+#include "text/Conversions.h"
+
+#include <cctype>
+#include <climits>
+#include <cstdarg>
+#include <cstdlib>
+#include <cwchar>
+#include <cwctype>
+
+namespace {
+constexpr int kBufferLength = 256;
+constexpr wchar_t kReplacement = 0xFFFD;
+
+// The fractional part of a non-negative value, without libm: the module links libc only.
+double FractionOf(double a) {
+    if (!(a < 9.2e18)) return 0.0;  // beyond 2^63 every double is whole
+    return a - static_cast<double>(static_cast<long long>(a));
+}
+
+IString* StringFromBuffer(const wchar_t* buffer, int count) {
+    IString* made = CREFString::CreateString();
+    if (made != nullptr && count > 0) made->SetText(count, buffer);
+    return made;
+}
+
+IString* Format(const wchar_t* format, ...) {
+    wchar_t buffer[kBufferLength];
+    va_list args;
+    va_start(args, format);
+    int count = std::vswprintf(buffer, kBufferLength, format, args);
+    va_end(args);
+    return StringFromBuffer(buffer, count < 0 ? 0 : count);
+}
+
+IString* FormatReal(double value, int decimals) {
+    wchar_t format[16];
+    _swprintf(format, 16, L"%%.%df", decimals);
+    return Format(format, value);
+}
+
+int DigitValue(wchar_t c, int base) {
+    if (c >= L'0' && c <= L'9') return c - L'0';
+    if (base >= 11 && base <= 16) {
+        const int upper = (c >= 0 && c <= 255) ? std::toupper(static_cast<int>(c)) : static_cast<int>(c);
+        if (upper >= 'A' && upper <= 'F') return upper - 'A' + 10;
+    }
+    return -1;
+}
+}  // namespace
+
+int _swprintf(wchar_t* buffer, size_t capacity, const wchar_t* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int count = std::vswprintf(buffer, capacity, format, args);
+    va_end(args);
+    if (count >= 0 && static_cast<size_t>(count) < capacity) buffer[count] = L'\0';
+    return count;
+}
+
+IString* ISCreate(const wchar_t* text) {
+    return StringFromBuffer(text, text ? static_cast<int>(std::wcslen(text)) : 0);
+}
+
+IString* ISCreate(const tagREFString& view) { return StringFromBuffer(view.text, view.length); }
+
+// A byte at which mbtowc fails is appended as U+FFFD; decoding goes on at the next byte.
+IString* ISCreate(const char* bytes, int count) {
+    IString* made = CREFString::CreateString();
+    if (made == nullptr || bytes == nullptr) return made;
+    std::mbtowc(nullptr, nullptr, 0);  // reset the shift state
+    int p = 0;
+    while (p < count) {
+        wchar_t c = 0;
+        const int used = std::mbtowc(&c, bytes + p, static_cast<size_t>(count - p));
+        if (used < 0) c = kReplacement;
+        made->AppendText(1, &c);
+        p += used > 0 ? used : 1;
+    }
+    return made;
+}
+
+IString* ISCreate(int value) { return Format(L"%i", value); }
+
+IString* ISCreate(double value) { return Format(L"%f", value); }
+
+IString* ISCreate(IVariant* value, short precision) {
+    if (value == nullptr) return nullptr;
+    if (value->IsString()) {
+        IString* text = nullptr;
+        value->get_String(&text);
+        return text;
+    }
+    const int16_t type = value->get_NumberType();
+    if (type == 0) return nullptr;
+    if (type == 1 || precision == 0) return Format(L"%d", value->get_Integer());
+    const double real = value->get_Double();
+    if (precision > 0) return FormatReal(real, precision);
+    const double a = real < 0 ? -real : real;
+    int decimals = 0;
+    double scaled = a;
+    while (decimals < 9 && FractionOf(scaled) >= 1e-8) {
+        ++decimals;
+        scaled *= 10.0;
+    }
+    return FormatReal(real, decimals);
+}
+
+IString* ISCreateHex(int value) { return Format(value <= 0xFFFFFF ? L"#%06X" : L"#%X", value); }
+
+IVariant* IVCreate(int value) {
+    IVariant* made = CREFString::CreateVariant();
+    if (made) made->put_Integer(value);
+    return made;
+}
+
+IVariant* IVCreate(double value) {
+    IVariant* made = CREFString::CreateVariant();
+    if (made) made->put_Double(value);
+    return made;
+}
+
+IVariant* IVCreate(IString* value) {
+    IVariant* made = CREFString::CreateVariant();
+    if (made) made->put_String(value);
+    return made;
+}
+
+int _IS2Integer(CREFString text, int base) {
+    if (text.length <= 0) return 0;
+    int32_t i = 0;
+    bool negative = false;
+    if (text.text[0] == L'-') negative = true, i = 1;
+    else if (text.text[0] == L'+') i = 1;
+    else if (text.text[0] == L'#') base = 16, i = 1;
+    uint32_t value = 0;  // unsigned: wraps on overflow as 32-bit arithmetic does
+    for (; i < text.length; ++i) {
+        const int digit = DigitValue(text.text[i], base);
+        if (digit < 0) break;
+        value = value * static_cast<uint32_t>(base) + static_cast<uint32_t>(digit);
+    }
+    if (negative) value = 0u - value;
+    return static_cast<int>(value);
+}
+
+double _IS2Double(CREFString text) {
+    if (text.length <= 0) return 0.0;
+    if (text.text[0] == L'#') return static_cast<double>(_IS2Integer(CREFString(text.text + 1, text.length - 1), 16));
+    int32_t i = 0;
+    bool negative = false;
+    if (text.text[0] == L'-') negative = true, i = 1;
+    else if (text.text[0] == L'+') i = 1;
+    long long whole = 0;
+    long long fraction = 0;
+    long long divisor = 1;
+    bool inFraction = false;
+    for (; i < text.length; ++i) {
+        const wchar_t c = text.text[i];
+        if (c == L'.') {
+            if (inFraction) break;
+            inFraction = true;
+            continue;
+        }
+        if (c < L'0' || c > L'9') break;
+        if (!inFraction) {
+            whole = static_cast<long long>(static_cast<unsigned long long>(whole) * 10u + static_cast<unsigned>(c - L'0'));
+            continue;
+        }
+        if (divisor * 10 > 999999999999999999LL) break;
+        divisor *= 10;
+        fraction = fraction * 10 + (c - L'0');
+    }
+    const double value = static_cast<double>(whole) + static_cast<double>(fraction) / static_cast<double>(divisor);
+    return negative ? -value : value;
+}
+
+IVariant* IVCreateConvert(CREFString& text) {
+    while (text.length > 0 && (std::iswspace(text.text[0]) || std::iswcntrl(text.text[0]))) {
+        ++text.text;
+        --text.length;
+    }
+    enum { kInteger, kReal, kText } kind = kInteger;
+    if (text.length == 0) {
+        kind = kText;
+    } else {
+        int32_t i = text.text[0] == L'-' ? 1 : 0;
+        int digits = 0;
+        bool dot = false;
+        for (; i < text.length; ++i) {
+            const wchar_t c = text.text[i];
+            if (c >= L'0' && c <= L'9') {
+                ++digits;
+            } else if (c == L'.') {
+                if (dot) { kind = kText; break; }
+                dot = true;
+            } else if (std::iswspace(c)) {
+                if (digits == 0) kind = kText;
+                break;
+            } else {
+                kind = kText;
+                break;
+            }
+        }
+        if (kind != kText && dot) kind = kReal;
+        if (kind == kInteger && text.length > 9) kind = kText;
+    }
+    if (kind == kReal) return IVCreate(_IS2Double(text));
+    if (kind == kInteger) return IVCreate(_IS2Integer(text, 10));
+    SmartPtr<IString> string(ISCreate(static_cast<const tagREFString&>(text)));
+    IVariant* made = CREFString::CreateVariant();
+    if (made && string) made->put_String(string.get());
+    return made;
+}
