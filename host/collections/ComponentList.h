@@ -5,7 +5,7 @@
 
 #include "host/collections/HostObject.h"
 
-#define HOST_CREATOR(fn) __attribute__((weak)) HRESULT fn(void* outer, IID* iid, void** object);
+#define HOST_CREATOR(fn) __attribute__((weak)) HOST_API HRESULT fn(void* outer, IID* iid, void** object);
 
 // Collections, strings, variants, component strings ("CreatableString", "Variant",
 // "SuperCollection", "ComponentString", "GlobalComponentCollection").

@@ -14,7 +14,7 @@ int32_t HOSTComponentIndex(const std::wstring& name);
 
 // Describes one component: field 1 its name, field 4 its module. CreateInstance makes a new object
 // of the component named in field 1 on every call.
-class CComponentString final : public IComponentString, public CHostObject<CComponentString> {
+class HOST_API CComponentString final : public IComponentString, public CHostObject<CComponentString> {
 public:
     HOST_FORWARD_REFCOUNT
     HRESULT QueryInterface(const IID& iid, void** object) override;

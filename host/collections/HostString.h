@@ -5,7 +5,7 @@
 
 #include "host/collections/HostObject.h"
 
-class CHostString final : public ICreatableString, public CHostObject<CHostString> {
+class HOST_API CHostString final : public ICreatableString, public CHostObject<CHostString> {
 public:
     CHostString() = default;
     explicit CHostString(std::wstring text) : m_Text(std::move(text)) {}

@@ -11,7 +11,7 @@
 
 #include "host/collections/HostObject.h"
 
-class CHostVariant final : public IVariant, public CHostObject<CHostVariant> {
+class HOST_API CHostVariant final : public IVariant, public CHostObject<CHostVariant> {
 public:
     ~CHostVariant() { Clear(); }
     HOST_FORWARD_REFCOUNT

@@ -9,7 +9,7 @@
 
 #include "host/collections/HostObject.h"
 
-class CSuperCollection final : public ISuperCollection, public CHostObject<CSuperCollection> {
+class HOST_API CSuperCollection final : public ISuperCollection, public CHostObject<CSuperCollection> {
 public:
     HOST_FORWARD_REFCOUNT
     HRESULT QueryInterface(const IID& iid, void** object) override;
