@@ -1,0 +1,247 @@
+#include "host/components/Inputs.h"
+
+#include "host/collections/ComponentList.h"
+#include "host/collections/HostString.h"
+
+namespace {
+template <class I, class Self>
+HRESULT Answer(Self* self, I* itf, void** object) {
+    *object = itf;
+    self->AddRef();
+    return S_OK;
+}
+}  // namespace
+
+// --- InputParameter ------------------------------------------------------------------------------
+
+HRESULT CInputParameter::QueryInterface(const IID& iid, void** object) {
+    if (object == nullptr) return E_POINTER;
+    if (iid == IID_IUnknown || iid == IID_IInputParameter) return Answer(this, static_cast<IInputParameter*>(this), object);
+    *object = nullptr;
+    return E_NOINTERFACE;
+}
+
+HRESULT CInputParameter::get_Value(IUnknown** value) {
+    if (value == nullptr) return E_POINTER;
+    *value = nullptr;
+    if (m_Reference) {
+        *value = m_Reference.Copy();
+        return S_OK;
+    }
+    if (SmartPtr<ICollectionMoniker> moniker = QueryAs<ICollectionMoniker>(m_Moniker.get(), IID_ICollectionMoniker)) {
+        IID wanted = m_Interface == IID_NULL ? IID_IUnknown : m_Interface;
+        return moniker->BindToObject(&wanted, reinterpret_cast<void**>(value));
+    }
+    return E_FAIL;
+}
+
+HRESULT CInputParameter::get_InterfaceID(IID* iid) {
+    if (iid == nullptr) return E_POINTER;
+    *iid = m_Interface;
+    return S_OK;
+}
+
+HRESULT CInputParameter::put_InterfaceID(IID iid) {
+    m_Interface = iid;
+    return S_OK;
+}
+
+HRESULT CInputParameter::get_Reference(IUnknown** object) {
+    if (object == nullptr) return E_POINTER;
+    *object = m_Reference.Copy();
+    return *object ? S_OK : S_FALSE;
+}
+
+HRESULT CInputParameter::put_Reference(IUnknown* object) {
+    m_Reference.Assign(object);
+    return S_OK;
+}
+
+HRESULT CInputParameter::get_Moniker(IUnknown** moniker) {
+    if (moniker == nullptr) return E_POINTER;
+    *moniker = m_Moniker.Copy();
+    return *moniker ? S_OK : E_FAIL;
+}
+
+HRESULT CInputParameter::put_Moniker(IUnknown* moniker) {
+    m_Moniker.Assign(moniker);
+    return S_OK;
+}
+
+HRESULT CInputParameter::get_InputFlags(int32_t* flags) {
+    if (flags == nullptr) return E_POINTER;
+    *flags = m_InputFlags;
+    return S_OK;
+}
+
+HRESULT CInputParameter::put_InputFlags(int32_t flags) {
+    m_InputFlags = flags;
+    return S_OK;
+}
+
+HRESULT CInputParameter::get_BindFlags(int32_t* flags) {
+    if (flags == nullptr) return E_POINTER;
+    *flags = m_BindFlags;
+    return S_OK;
+}
+
+// --- InputParameters -----------------------------------------------------------------------------
+
+HRESULT CInputParameters::QueryInterface(const IID& iid, void** object) {
+    if (object == nullptr) return E_POINTER;
+    if (iid == IID_IUnknown || iid == IID_IInputParameters || iid == IID_INamedCollection ||
+        iid == IID_ISimpleCollection)
+        return Answer(this, static_cast<IInputParameters*>(this), object);
+    if (iid == IID_IDataPersist) return Answer(this, static_cast<IDataPersist*>(this), object);
+    *object = nullptr;
+    return E_NOINTERFACE;
+}
+
+CInputParameter* CInputParameters::Input(int32_t index) const {
+    return InRange(index) ? static_cast<CInputParameter*>(m_Inputs[index].get()) : nullptr;
+}
+
+HRESULT CInputParameters::get_Count(int32_t* count) {
+    if (count == nullptr) return E_POINTER;
+    *count = static_cast<int32_t>(m_Inputs.size());
+    return S_OK;
+}
+
+HRESULT CInputParameters::get_Item(int32_t index, IUnknown** input) {
+    if (input == nullptr) return E_POINTER;
+    *input = nullptr;
+    if (!InRange(index)) return E_INVALIDARG;
+    *input = m_Inputs[index].Copy();
+    return S_OK;
+}
+
+HRESULT CInputParameters::get_Index(IUnknown* key, int32_t* index) {
+    if (index == nullptr) return E_POINTER;
+    *index = -1;
+    SmartPtr<IString> name = QueryAs<IString>(key, IID_IString);
+    if (!name) return E_FAIL;
+    const std::wstring text = HOSTText(name.get());
+    for (size_t i = 0; i < m_Inputs.size(); ++i) {
+        if (Input(static_cast<int32_t>(i))->m_Name == text) {
+            *index = static_cast<int32_t>(i);
+            return S_OK;
+        }
+    }
+    return E_FAIL;
+}
+
+HRESULT CInputParameters::get_ItemName(int32_t index, IString** name) {
+    if (name == nullptr) return E_POINTER;
+    *name = nullptr;
+    if (!InRange(index)) return E_INVALIDARG;
+    *name = HOSTNewString(Input(index)->m_Name.c_str());
+    return *name ? S_OK : E_FAIL;
+}
+
+HRESULT CInputParameters::Rename(int32_t index, IString* name) {
+    if (!InRange(index)) return E_INVALIDARG;
+    Input(index)->m_Name = HOSTText(name);
+    return S_OK;
+}
+
+HRESULT CInputParameters::AddInput(IString* name, IID iid, int32_t flags) {
+    CInputParameter* input = new (std::nothrow) CInputParameter();
+    if (input == nullptr) return E_FAIL;
+    SmartPtr<IInputParameter> held(input);
+    input->m_Name = HOSTText(name);
+    input->put_InterfaceID(iid);
+    input->put_InputFlags(flags);
+    m_Inputs.push_back(std::move(held));
+    return S_OK;
+}
+
+HRESULT CInputParameters::put_InputObject(int32_t index, IUnknown* object) {
+    if (!InRange(index)) return E_INVALIDARG;
+    return m_Inputs[index]->put_Reference(object);
+}
+
+HRESULT CInputParameters::get_InputObject(int32_t index, IUnknown** object) {
+    if (object == nullptr) return E_POINTER;
+    *object = nullptr;
+    if (!InRange(index)) return E_INVALIDARG;
+    return m_Inputs[index]->get_Reference(object);
+}
+
+HRESULT CInputParameters::Save(IDataStream* stream, int32_t) {
+    SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
+    if (!folder) return S_OK;
+    SmartPtr<IString> flagsName(HOSTNewString(L"Flags")), iidName(HOSTNewString(L"IID"));
+    for (size_t i = 0; i < m_Inputs.size(); ++i) {
+        CInputParameter* input = Input(static_cast<int32_t>(i));
+        SmartPtr<IString> name(HOSTNewString(input->m_Name.c_str()));
+        SmartPtr<IFolderStream> child;
+        if (folder->OpenChild(name.get(), 0, child.Out()) < 0 || !child) continue;
+        int32_t flags = 0;
+        input->get_InputFlags(&flags);
+        child->WriteTyped(flagsName.get(), &flags, 3);
+        IID iid;
+        input->get_InterfaceID(&iid);
+        child->WriteBytes(iidName.get(), iid.bytes, 16, 0);
+    }
+    return S_OK;
+}
+
+HRESULT CInputParameters::Load(IDataStream* stream, int32_t) {
+    SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
+    SmartPtr<INamedCollection> entries = QueryAs<INamedCollection>(stream, IID_INamedCollection);
+    if (!folder || !entries) return S_OK;
+    SmartPtr<IString> flagsName(HOSTNewString(L"Flags")), iidName(HOSTNewString(L"IID"));
+    for (size_t i = 0; i < m_Inputs.size(); ++i) {
+        CInputParameter* input = Input(static_cast<int32_t>(i));
+        SmartPtr<IString> name(HOSTNewString(input->m_Name.c_str()));
+        int32_t index = -1;
+        if (entries->get_Index(name.get(), &index) < 0) continue;
+        SmartPtr<IUnknown> entry;
+        entries->get_Item(index, entry.Out());
+        SmartPtr<IFolderStream> child = QueryAs<IFolderStream>(entry.get(), IID_IFolderStream);
+        if (!child) continue;
+        int32_t flags = 0;
+        if (child->ReadTyped(flagsName.get(), &flags, 3) >= 0) input->put_InputFlags(flags);
+        IID iid;
+        if (child->ReadBytes(iidName.get(), iid.bytes, 16, 0) >= 0) input->put_InterfaceID(iid);
+    }
+    return S_OK;
+}
+
+// --- CollectionMoniker ---------------------------------------------------------------------------
+
+HRESULT CCollectionMoniker::QueryInterface(const IID& iid, void** object) {
+    if (object == nullptr) return E_POINTER;
+    if (iid == IID_IUnknown || iid == IID_ICollectionMoniker)
+        return Answer(this, static_cast<ICollectionMoniker*>(this), object);
+    *object = nullptr;
+    return E_NOINTERFACE;
+}
+
+HRESULT CCollectionMoniker::BindToCollection(INamedCollection* collection, int32_t) {
+    if (collection == nullptr) return E_POINTER;
+    SmartPtr<IString> name(HOSTNewString(m_Name.c_str()));
+    int32_t index = -1;
+    if (!name || collection->get_Index(name.get(), &index) < 0) return E_FAIL;
+    SmartPtr<IUnknown> found;
+    if (collection->get_Item(index, found.Out()) < 0 || !found) return E_FAIL;
+    m_Bound = found;
+    return S_OK;
+}
+
+HRESULT CCollectionMoniker::BindToObject(IID* iid, void** object) {
+    if (object == nullptr || iid == nullptr) return E_POINTER;
+    *object = nullptr;
+    if (!m_Bound) return E_FAIL;
+    return m_Bound->QueryInterface(*iid, object);
+}
+
+ICollectionMoniker* HOSTNewCollectionMoniker(const wchar_t* name, IUnknown* bound) {
+    CCollectionMoniker* made = new (std::nothrow) CCollectionMoniker(name ? name : L"");
+    if (made != nullptr) made->BindTo(bound);
+    return made;
+}
+
+HRESULT HOSTCreateInputParameter(void*, IID* iid, void** object) { return HOSTCreate<CInputParameter>(iid, object); }
+HRESULT HOSTCreateInputParameters(void*, IID* iid, void** object) { return HOSTCreate<CInputParameters>(iid, object); }
+HRESULT HOSTCreateCollectionMoniker(void*, IID* iid, void** object) { return HOSTCreate<CCollectionMoniker>(iid, object); }

@@ -1,0 +1,239 @@
+// IUIPropInterrogateImpl<T, I, N>: a table of typed setting items through which a generic property
+// page reads and writes the owner's variables.
+#pragma once
+
+#include <cstring>
+#include <new>
+
+#include "module/SmartPtr.h"
+#include "module/interfaces/Component.h"
+#include "text/RefString.h"
+
+constexpr int32_t UIPROP_TABLE_ID = 0x2000000;  // addresses the table as a whole
+constexpr uint16_t UIPROP_RANGE = 0;
+constexpr uint16_t UIPROP_ENUMERATION = 2;
+constexpr uint32_t UIPROP_TYPE_MASK = 0x0F;
+constexpr uint32_t UIPROP_COLOR = 0x20;
+constexpr uint32_t UIPROP_FILENAME = 0x100;
+constexpr uint32_t UIPROP_TRANSIENT = 0x04000000;
+
+struct PROPERTYITEM {
+    int32_t ID;
+    uint32_t Flags;  // bits 0-3: the value type; the rest pass through to the page
+    void* Value;     // the owner's variable; not owned
+    uint16_t Kind;   // UIPROP_RANGE or UIPROP_ENUMERATION
+    union {
+        struct {
+            int32_t Minimum;
+            int32_t Maximum;
+        };
+        IUnknown* Enumeration;  // one reference, when Kind is UIPROP_ENUMERATION
+    };
+};
+
+// Value types: 1 unsigned 8-bit, 2 signed 16-bit, 3 signed 32-bit, 4 single real, 5 double real,
+// 6 IString*, 7 IUnknown*, 8 none (reads 0), 9 and 10-15 interface or none (refused). Reals cross
+// Inquire/Control as the bit pattern of a single-precision real inside the integer.
+template <class T, class I, int N>
+class IUIPropInterrogateImpl : public I {
+public:
+    HRESULT Inquire(int32_t id, int32_t* value) override {  // slot 3
+        if (id == UIPROP_TABLE_ID) {
+            if (value == nullptr) return E_POINTER;  // a caller's error: refused rather than written through
+            *value = m_ItemCount;
+            return S_OK;
+        }
+        PROPERTYITEM* item = Find(id);
+        if (item == nullptr) return E_INVALIDARG;
+        const HRESULT flags = static_cast<HRESULT>(item->Flags);
+        if (value == nullptr || item->Value == nullptr) return flags;
+        switch (item->Flags & UIPROP_TYPE_MASK) {
+            case 1: *value = *static_cast<uint8_t*>(item->Value); return flags;
+            case 2: *value = *static_cast<int16_t*>(item->Value); return flags;
+            case 3: *value = *static_cast<int32_t*>(item->Value); return flags;
+            case 4: std::memcpy(value, item->Value, 4); return flags;
+            case 5: {
+                const float narrowed = static_cast<float>(*static_cast<double*>(item->Value));
+                std::memcpy(value, &narrowed, 4);
+                return flags;
+            }
+            case 8: *value = 0; return flags;
+            default: return E_FAIL;
+        }
+    }
+
+    HRESULT Control(int32_t id, int32_t value) override {  // slot 4
+        PROPERTYITEM* item = Find(id);
+        if (item == nullptr) return E_INVALIDARG;
+        switch (item->Flags & UIPROP_TYPE_MASK) {
+            case 1: *static_cast<uint8_t*>(item->Value) = static_cast<uint8_t>(value); break;
+            case 2: *static_cast<int16_t*>(item->Value) = static_cast<int16_t>(value); break;
+            case 3: *static_cast<int32_t*>(item->Value) = value; break;
+            case 4: std::memcpy(item->Value, &value, 4); break;
+            case 5: {
+                float single;
+                std::memcpy(&single, &value, 4);
+                *static_cast<double*>(item->Value) = single;
+                break;
+            }
+            default: break;  // the other types store nothing
+        }
+        return S_OK;
+    }
+
+    HRESULT ParameterRange(int32_t id, int32_t* minimum, int32_t* maximum) override {  // slot 5
+        if (id == UIPROP_TABLE_ID) {
+            if (m_ItemCount == 0) return Range(minimum, maximum, 0, 0, E_FAIL);
+            int32_t low = m_Items[0]->ID, high = m_Items[0]->ID;
+            for (int32_t i = 1; i < m_ItemCount; ++i) {
+                if (m_Items[i]->ID < low) low = m_Items[i]->ID;
+                if (m_Items[i]->ID > high) high = m_Items[i]->ID;
+            }
+            return Range(minimum, maximum, low, high, S_OK);
+        }
+        PROPERTYITEM* item = Find(id);
+        if (item == nullptr || item->Kind != UIPROP_RANGE) return Range(minimum, maximum, 0, 0, E_INVALIDARG);
+        return Range(minimum, maximum, item->Minimum, item->Maximum, S_OK);
+    }
+
+    HRESULT ParameterEnumeration(int32_t id, IUnknown** enumeration) override {  // slot 6
+        PROPERTYITEM* item = Find(id);
+        if (item == nullptr || item->Kind != UIPROP_ENUMERATION) return E_INVALIDARG;
+        if (enumeration == nullptr) return E_POINTER;  // a caller's error: refused rather than written through
+        if (item->Enumeration) item->Enumeration->AddRef();
+        *enumeration = item->Enumeration;
+        return S_OK;
+    }
+
+    HRESULT InquireEx(int32_t id, IUnknown** value) override {  // slot 7
+        PROPERTYITEM* item = Find(id);
+        if (item == nullptr) return E_INVALIDARG;
+        const HRESULT flags = static_cast<HRESULT>(item->Flags);
+        if (value == nullptr || item->Value == nullptr) return flags;
+        switch (item->Flags & UIPROP_TYPE_MASK) {
+            case 6:
+            case 7: {
+                IUnknown* held = *static_cast<IUnknown**>(item->Value);
+                if (held) held->AddRef();
+                *value = held;
+                return flags;
+            }
+            case 5: {
+                // Without a variant factory the output stays null and the call fails.
+                IVariant* made = CREFString::CreateVariant();
+                if (made == nullptr) return E_FAIL;
+                made->put_Double(*static_cast<double*>(item->Value));
+                *value = made;
+                return flags;
+            }
+            default: return E_FAIL;
+        }
+    }
+
+    HRESULT ControlEx(int32_t id, IUnknown* value) override {  // slot 8
+        PROPERTYITEM* item = Find(id);
+        if (item == nullptr) return E_INVALIDARG;
+        switch (item->Flags & UIPROP_TYPE_MASK) {
+            case 6: {
+                Owner().Lock();
+                IString*& variable = *static_cast<IString**>(item->Value);
+                IString* old = variable;
+                variable = nullptr;
+                if (old) old->Release();
+                if (value) variable = QueryAs<IString>(value, IID_IString).Detach();
+                Owner().Unlock();
+                return S_OK;
+            }
+            case 7: {
+                Owner().Lock();
+                IUnknown*& variable = *static_cast<IUnknown**>(item->Value);
+                IUnknown* old = variable;
+                variable = nullptr;
+                if (old) old->Release();
+                if (value) {
+                    value->AddRef();
+                    variable = value;
+                }
+                Owner().Unlock();
+                return S_OK;
+            }
+            case 5: {
+                SmartPtr<IVariant> variant = QueryAs<IVariant>(value, IID_IVariant);
+                if (!variant) return E_FAIL;
+                *static_cast<double*>(item->Value) = variant->get_Double();
+                return S_OK;
+            }
+            default: return E_FAIL;
+        }
+    }
+
+    // The persistence of the table's values is built on these slots later; until then they refuse.
+    virtual HRESULT UIPropInterrogate_SaveFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }  // slot 9
+    virtual HRESULT UIPropInterrogate_LoadFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }  // slot 10
+    virtual HRESULT UIPropInterrogate_SaveXML(IDataStream*, int32_t) { return E_NOTIMPL; }           // slot 11
+    virtual HRESULT UIPropInterrogate_LoadXML(IDataStream*, int32_t) { return E_NOTIMPL; }           // slot 12
+
+    // Adds an item during the owner's construction: a range, or, when `enumeration` is given, a
+    // choice list (the item keeps its own reference to it).
+    HRESULT AddItem(int32_t id, uint32_t flags, void* value, int32_t minimum, int32_t maximum,
+                    IUnknown* enumeration = nullptr) {
+        if (m_ItemCount >= m_ItemCapacity) {
+            PROPERTYITEM** grown = new (std::nothrow) PROPERTYITEM*[m_ItemCapacity + N];
+            if (grown == nullptr) return E_FAIL;
+            if (m_ItemCount > 0) std::memcpy(grown, m_Items, sizeof(PROPERTYITEM*) * m_ItemCount);
+            delete[] m_Items;
+            m_Items = grown;
+            m_ItemCapacity += N;
+        }
+        PROPERTYITEM* item = new (std::nothrow) PROPERTYITEM();
+        if (item == nullptr) return E_FAIL;
+        std::memset(static_cast<void*>(item), 0, sizeof(PROPERTYITEM));
+        m_Items[m_ItemCount++] = item;
+        item->ID = id;
+        item->Value = value;
+        item->Flags = flags;
+        if (enumeration != nullptr) {
+            item->Kind = UIPROP_ENUMERATION;
+            enumeration->AddRef();
+            item->Enumeration = enumeration;
+        } else {
+            item->Kind = UIPROP_RANGE;
+            item->Minimum = minimum;
+            item->Maximum = maximum;
+        }
+        return S_OK;
+    }
+
+protected:
+    IUIPropInterrogateImpl() = default;
+    ~IUIPropInterrogateImpl() {
+        for (int32_t i = 0; i < m_ItemCount; ++i) {
+            if (m_Items[i]->Kind == UIPROP_ENUMERATION && m_Items[i]->Enumeration) m_Items[i]->Enumeration->Release();
+            delete m_Items[i];
+            m_Items[i] = nullptr;
+        }
+        delete[] m_Items;
+    }
+    IUIPropInterrogateImpl(const IUIPropInterrogateImpl&) = delete;
+    IUIPropInterrogateImpl& operator=(const IUIPropInterrogateImpl&) = delete;
+
+    T& Owner() { return static_cast<T&>(*this); }
+
+    // The first item with `id`, or null.
+    PROPERTYITEM* Find(int32_t id) {
+        for (int32_t i = 0; i < m_ItemCount; ++i)
+            if (m_Items[i]->ID == id) return m_Items[i];
+        return nullptr;
+    }
+
+    PROPERTYITEM** m_Items = nullptr;
+    int32_t m_ItemCount = 0;
+    int32_t m_ItemCapacity = 0;
+
+private:
+    static HRESULT Range(int32_t* minimum, int32_t* maximum, int32_t low, int32_t high, HRESULT hr) {
+        if (minimum) *minimum = low;
+        if (maximum) *maximum = high;
+        return hr;
+    }
+};

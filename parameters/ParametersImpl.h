@@ -1,0 +1,352 @@
+// IParametersImpl<T, I>: an ordered collection of named, flagged parameters for the owner T.
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <new>
+
+#include "module/SmartPtr.h"
+#include "module/interfaces/Inputs.h"
+#include "module/interfaces/Parameters.h"
+#include "module/interfaces/Streams.h"
+#include "parameters/ParameterObject.h"
+#include "text/RefString.h"
+
+// Orders entries by name, code point by code point; entries without a name come first.
+int PARAMETERSCompareByName(const void* a, const void* b);
+
+// Slots 3-22 are those of I (IParametersCreatable); the template adds its own virtual operations
+// from slot 23 on. Operations reach one another through their slots, so a class derived from the
+// template that replaces one of them changes the others. The IUnknown slots belong to the owner.
+// The lock is the owner's Lock/Unlock plus a flag; it is not counted.
+template <class T, class I>
+class IParametersImpl : public I {
+public:
+    // ISimpleCollection
+    HRESULT get_Count(int32_t* count) override {
+        *count = m_Count;
+        return S_OK;
+    }
+    HRESULT get_Item(int32_t index, IUnknown** item) override {
+        if (item == nullptr) return E_POINTER;
+        if (!InRange(index)) return E_INVALIDARG;
+        this->CollectionLock();
+        SmartPtr<IUnknown> value;
+        const HRESULT hr = this->getParameter(m_Parameters[index], value.Out());
+        this->CollectionUnlock();
+        if (hr < 0) return hr;
+        if (SmartPtr<IVariant> variant = QueryAs<IVariant>(value.get(), IID_IVariant)) {
+            if (variant->IsObject()) return variant->get_Object(item);
+            if (variant->IsString()) {
+                SmartPtr<IString> text;
+                variant->get_String(text.Out());
+                if (!text) return E_FAIL;
+                *item = text.Detach();
+                return S_OK;
+            }
+        }
+        if (!value) return E_FAIL;
+        *item = value.Detach();  // a number is handed out as its variant
+        return S_OK;
+    }
+
+    // INamedCollection
+    HRESULT get_Index(IUnknown* key, int32_t* index) override {
+        SmartPtr<IString> name = QueryAs<IString>(key, IID_IString);
+        SmartPtr<IVariant> variant = QueryAs<IVariant>(key, IID_IVariant);
+        SmartPtr<IUnknown> object;
+        object.Assign(key);
+        if (variant) {
+            if (variant->get_NumberType() != 0) {
+                *index = variant->get_Integer();  // a number is the index itself, unchecked
+                return S_OK;
+            }
+            if (variant->IsString()) variant->get_String(name.Out());
+            if (variant->IsObject()) variant->get_Object(object.Out());
+        }
+        if (name) return IndexOfName(name.get(), index);
+        if (!object) return E_FAIL;
+        return IndexOfObject(object.get(), key, index);
+    }
+    HRESULT get_ItemName(int32_t index, IString** name) override {
+        if (!InRange(index)) return E_INVALIDARG;
+        this->CollectionLock();
+        IString* held = m_Parameters[index]->Name;
+        if (held) held->AddRef();
+        *name = held;
+        this->CollectionUnlock();
+        return held ? S_OK : E_FAIL;
+    }
+    HRESULT Rename(int32_t index, IString* name) override {
+        if (!InRange(index)) return E_INVALIDARG;
+        this->CollectionLock();
+        Replace(m_Parameters[index]->Name, name);
+        this->CollectionUnlock();
+        return S_OK;
+    }
+    HRESULT CollectionLock() override {
+        Owner().Lock();
+        m_Locked = 1;
+        return S_OK;
+    }
+    HRESULT CollectionUnlock() override {
+        Owner().Unlock();
+        m_Locked = 0;
+        return S_OK;
+    }
+    HRESULT IsCollectionLocked() override { return m_Locked ? 1 : 0; }
+
+    // IParameters
+    HRESULT Get(int32_t index, IString** name, IVariant** value, IUnknown** descriptor, int32_t* flags) override {
+        if (!InRange(index)) return E_INVALIDARG;
+        this->CollectionLock();
+        PARAMETEROBJECT* entry = m_Parameters[index];
+        if (value != nullptr) {
+            SmartPtr<IUnknown> effective;
+            if (this->getParameter(entry, effective.Out()) < 0) effective.Reset();
+            *value = AsVariant(effective.get());
+        }
+        if (descriptor != nullptr && entry->Descriptor != nullptr) {
+            entry->Descriptor->AddRef();
+            *descriptor = entry->Descriptor;
+        }
+        if (flags != nullptr) *flags = entry->Flags;
+        this->CollectionUnlock();
+        if (name != nullptr) this->get_ItemName(index, name);  // its result does not matter here
+        return S_OK;
+    }
+    HRESULT get_ItemVariant(int32_t index, IVariant** value) override {
+        if (!InRange(index)) return E_INVALIDARG;
+        this->CollectionLock();
+        SmartPtr<IUnknown> effective;
+        const HRESULT hr = this->getParameter(m_Parameters[index], effective.Out());
+        if (hr >= 0) *value = AsVariant(effective.get());
+        this->CollectionUnlock();
+        return hr;
+    }
+    HRESULT put_Item(int32_t index, IUnknown* value) override {
+        if (!InRange(index)) return E_INVALIDARG;
+        this->CollectionLock();
+        IVariant* stored = AsVariant(value);  // a variant is shared with the caller
+        IUnknown* old = m_Parameters[index]->Item;
+        m_Parameters[index]->Item = stored;
+        if (old) old->Release();
+        this->CollectionUnlock();
+        return S_OK;
+    }
+    HRESULT get_ItemDescriptor(int32_t index, IUnknown** descriptor) override {
+        if (!InRange(index)) return E_INVALIDARG;
+        this->CollectionLock();
+        IUnknown* held = m_Parameters[index]->Descriptor;
+        if (held) held->AddRef();
+        *descriptor = held;
+        this->CollectionUnlock();
+        return held ? S_OK : E_FAIL;
+    }
+    HRESULT put_ItemDescriptor(int32_t index, IUnknown* descriptor) override {
+        if (!InRange(index)) return E_INVALIDARG;
+        this->CollectionLock();
+        Replace(m_Parameters[index]->Descriptor, descriptor);
+        this->CollectionUnlock();
+        return S_OK;
+    }
+    HRESULT get_ItemFlags(int32_t index, int32_t* flags) override {
+        if (!InRange(index)) return E_INVALIDARG;
+        *flags = m_Parameters[index]->Flags;
+        return S_OK;
+    }
+    HRESULT put_ItemFlags(int32_t index, int32_t flags) override {
+        if (!InRange(index)) return E_INVALIDARG;
+        m_Parameters[index]->Flags = flags;
+        return S_OK;
+    }
+
+    // IParametersCreatable
+    HRESULT Add(IString* name, IUnknown* value, IUnknown* descriptor, int32_t flags) override {
+        if (m_Count >= m_Capacity) {
+            PARAMETEROBJECT** grown = new (std::nothrow) PARAMETEROBJECT*[m_Capacity + kGrowth];
+            if (grown == nullptr) return E_FAIL;
+            this->CollectionLock();
+            if (m_Count > 0) std::memcpy(grown, m_Parameters, sizeof(PARAMETEROBJECT*) * m_Count);
+            delete[] m_Parameters;
+            m_Parameters = grown;
+            m_Capacity += kGrowth;
+            this->CollectionUnlock();
+        }
+        SmartPtr<IVariant> stored;
+        if (value == nullptr) {
+            // The entry's value is never null: an absent value is an empty text.
+            stored.Attach(CREFString::CreateVariant());
+            SmartPtr<IString> empty(CREFString::CreateString());
+            if (stored) stored->put_Object(empty.get());
+        } else {
+            stored.Attach(AsVariant(value));
+        }
+        PARAMETEROBJECT* entry = new (std::nothrow) PARAMETEROBJECT{nullptr, nullptr, nullptr, 0};
+        if (entry == nullptr) return E_FAIL;
+        this->CollectionLock();
+        m_Parameters[m_Count] = entry;
+        Replace(entry->Name, name);
+        Replace(entry->Item, static_cast<IUnknown*>(stored.get()));
+        Replace(entry->Descriptor, descriptor);
+        entry->Flags = flags;
+        ++m_Count;
+        this->CollectionUnlock();
+        return S_OK;
+    }
+    HRESULT Remove(int32_t index) override {
+        if (!InRange(index)) return E_INVALIDARG;
+        this->CollectionLock();
+        PARAMETEROBJECT* entry = m_Parameters[index];
+        std::memmove(m_Parameters + index, m_Parameters + index + 1, sizeof(PARAMETEROBJECT*) * (m_Count - index - 1));
+        --m_Count;
+        Free(entry);
+        this->CollectionUnlock();
+        return S_OK;
+    }
+    HRESULT RemoveAll() override {
+        this->CollectionLock();
+        const int32_t count = m_Count;
+        m_Count = 0;  // first, so that a release that reaches back finds an empty collection
+        for (int32_t i = 0; i < count; ++i) Free(m_Parameters[i]);
+        this->CollectionUnlock();
+        return S_OK;
+    }
+    HRESULT Copy(IParameters* source) override {
+        if (source == nullptr) return S_OK;
+        int32_t count = 0;
+        source->get_Count(&count);  // read once: copying a collection into itself appends one copy
+        for (int32_t i = 0; i < count; ++i) {
+            SmartPtr<IString> name;
+            SmartPtr<IVariant> value;
+            SmartPtr<IUnknown> descriptor;
+            int32_t flags = 0;
+            source->Get(i, name.Out(), value.Out(), descriptor.Out(), &flags);
+            SmartPtr<IVariant> copy(CREFString::CreateVariant());
+            if (copy) copy->put_Object(value.get());
+            this->Add(name.get(), copy.get(), descriptor.get(), flags);
+        }
+        return S_OK;
+    }
+    HRESULT Sort(int32_t) override {
+        if (m_Count > 1) std::qsort(m_Parameters, m_Count, sizeof(PARAMETEROBJECT*), PARAMETERSCompareByName);
+        return S_OK;
+    }
+
+    // The persistence formats are built on these slots later; until then they refuse and write nothing.
+    virtual HRESULT Params_SaveCSV(IDataStream*, int32_t) { return E_NOTIMPL; }             // slot 23
+    virtual HRESULT Params_SaveXML(IDataStream*, int32_t) { return E_NOTIMPL; }             // slot 24
+    virtual HRESULT Params_LoadXML(IDataStream*, int32_t, int32_t) { return E_NOTIMPL; }    // slot 25
+    virtual HRESULT Params_SaveFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }    // slot 26
+    virtual HRESULT Params_LoadFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }    // slot 27
+    virtual HRESULT Params_SaveXMLUnk(IDataStream*, int32_t) { return E_NOTIMPL; }          // slot 28
+    virtual HRESULT Params_LoadXMLUnk(IDataStream*, int32_t) { return E_NOTIMPL; }          // slot 29
+
+    // slot 30: the entry's effective value. A value delivered by the entry's input binding wins
+    // (result 1); the stored value is the fall-back (result 0).
+    virtual HRESULT getParameter(PARAMETEROBJECT* entry, IUnknown** value) {
+        if (entry->Descriptor != nullptr) {
+            if (SmartPtr<IInputParameter> input = QueryAs<IInputParameter>(entry->Descriptor, IID_IInputParameter)) {
+                if (input->get_Value(value) >= 0) return S_FALSE;
+            }
+        }
+        if (entry->Item == nullptr) return E_FAIL;
+        entry->Item->AddRef();
+        *value = entry->Item;
+        return S_OK;
+    }
+
+protected:
+    IParametersImpl() = default;
+    ~IParametersImpl() {
+        for (int32_t i = 0; i < m_Count; ++i) Free(m_Parameters[i]);
+        m_Count = 0;
+        if (m_Capacity != 0) delete[] m_Parameters;
+    }
+    IParametersImpl(const IParametersImpl&) = delete;
+    IParametersImpl& operator=(const IParametersImpl&) = delete;
+
+    T& Owner() { return static_cast<T&>(*this); }
+    bool InRange(int32_t index) const { return index >= 0 && index < m_Count; }
+
+    PARAMETEROBJECT** m_Parameters = nullptr;
+    int32_t m_Count = 0;
+    int32_t m_Capacity = 0;
+    int32_t m_Locked = 0;
+
+private:
+    static constexpr int32_t kGrowth = 10;
+
+    // `value` as a variant with one reference: a variant itself, anything else (null included)
+    // wrapped in a new variant. Null only when no variant can be made.
+    static IVariant* AsVariant(IUnknown* value) {
+        if (SmartPtr<IVariant> variant = QueryAs<IVariant>(value, IID_IVariant)) return variant.Detach();
+        IVariant* wrapped = CREFString::CreateVariant();
+        if (wrapped) wrapped->put_Object(value);
+        return wrapped;
+    }
+
+    template <class P>
+    static void Replace(P*& slot, P* value) {
+        if (value) value->AddRef();
+        P* old = slot;
+        slot = value;
+        if (old) old->Release();
+    }
+
+    static void Free(PARAMETEROBJECT* entry) {
+        if (entry->Name) entry->Name->Release();
+        if (entry->Item) entry->Item->Release();
+        if (entry->Descriptor) entry->Descriptor->Release();
+        delete entry;
+    }
+
+    HRESULT IndexOfName(IString* key, int32_t* index) {
+        wchar_t* text = nullptr;
+        int32_t length = 0;
+        key->GetText(&text, &length);
+        if (length > 0) {
+            for (int32_t i = 0; i < m_Count; ++i) {
+                SmartPtr<IString> name;
+                if (this->get_ItemName(i, name.Out()) < 0 || !name) continue;
+                wchar_t* candidate = nullptr;
+                int32_t candidateLength = 0;
+                name->GetText(&candidate, &candidateLength);
+                if (candidateLength == length && std::wmemcmp(candidate, text, length) == 0) {
+                    *index = i;
+                    return S_OK;
+                }
+            }
+        }
+        *index = -1;
+        return E_FAIL;
+    }
+
+    // First by the identity of the entries' value objects, then by the identity of their descriptors.
+    HRESULT IndexOfObject(IUnknown* object, IUnknown* key, int32_t* index) {
+        this->CollectionLock();
+        SmartPtr<IUnknown> wanted = QueryAs<IUnknown>(object, IID_IUnknown);
+        for (int32_t i = 0; i < m_Count; ++i) {
+            SmartPtr<IVariant> item = QueryAs<IVariant>(m_Parameters[i]->Item, IID_IVariant);
+            SmartPtr<IUnknown> held;
+            if (item) item->get_Object(held.Out());
+            if (held && wanted && QueryAs<IUnknown>(held.get(), IID_IUnknown).get() == wanted.get()) {
+                *index = i;
+                this->CollectionUnlock();
+                return S_OK;
+            }
+        }
+        SmartPtr<IUnknown> keyIdentity = QueryAs<IUnknown>(key, IID_IUnknown);
+        for (int32_t i = 0; i < m_Count; ++i) {
+            IUnknown* descriptor = m_Parameters[i]->Descriptor;
+            if (descriptor && keyIdentity && QueryAs<IUnknown>(descriptor, IID_IUnknown).get() == keyIdentity.get()) {
+                *index = i;
+                this->CollectionUnlock();
+                return S_OK;
+            }
+        }
+        this->CollectionUnlock();
+        return E_FAIL;
+    }
+};
