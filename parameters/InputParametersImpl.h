@@ -65,7 +65,8 @@ public:
         if (out == nullptr) return E_POINTER;
         *out = nullptr;
         SmartPtr<IUnknown> copy;
-        CObject<T>::_CreateInstance(nullptr, &IID_IUnknown, copy.OutVoid());
+        IID unknown = IID_IUnknown;
+        CObject<T>::_CreateInstance(nullptr, &unknown, copy.OutVoid());
         if (!copy) return S_OK;
         if (SmartPtr<IParameters> target = QueryAs<IParameters>(copy.get(), IID_IParameters)) {
             int32_t count = 0;

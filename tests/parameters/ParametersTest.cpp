@@ -1,0 +1,287 @@
+// The parameter collection and input-parameter templates, exercised through the interface slots
+// of a component built from them, as any other module would reach it.
+#include <gtest/gtest.h>
+
+#include <utility>
+
+#include "parameters/InputParametersImpl.h"
+#include "support/Fakes.h"
+#include "text/Conversions.h"
+
+namespace {
+
+class CTestComponent final : public CObject<CTestComponent>,
+                             public InputParametersImpl<CTestComponent, IParametersCreatable> {
+public:
+    static int s_Live;
+    CTestComponent() { ++s_Live; }
+    ~CTestComponent() { --s_Live; }
+
+    HRESULT QueryInterface(const IID& iid, void** object) override {
+        *object = nullptr;
+        if (iid == IID_IUnknown) *object = static_cast<CObject<CTestComponent>*>(this);
+        else if (iid == IID_IParametersCreatable || iid == IID_IParameters || iid == IID_INamedCollection)
+            *object = static_cast<IParametersCreatable*>(this);
+        else if (iid == IID_IBindableObject) *object = static_cast<IBindableObject*>(this);
+        else if (iid == IID_IDataPersist) *object = static_cast<IDataPersist*>(this);
+        else if (iid == IID_IInputParameters && m_InputParameters)
+            return m_InputParameters->QueryInterface(iid, object);
+        if (*object == nullptr) return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
+    }
+    int32_t AddRef() override { return CObject::AddRef(); }
+    int32_t Release() override { return CObject::Release(); }
+    HRESULT Lock() override { ++locks; return S_OK; }
+    // Like a real component, a replica registers its parameters at construction.
+    HRESULT FinalConstruct() override {
+        if (!s_Register) return S_OK;
+        SmartPtr<IString> plain(ISCreate(L"Plain")), bound(ISCreate(L"Bound"));
+        Add(plain.get(), nullptr, nullptr, 0);
+        Add(bound.get(), nullptr, nullptr, 0x40);
+        return S_OK;
+    }
+    static bool s_Register;
+
+    // Recorders for the slots the dispatch calls.
+    HRESULT Params_SaveXML(IDataStream*, int32_t mode) override { calls.emplace_back("SaveXML", mode); return S_OK; }
+    HRESULT Params_LoadXML(IDataStream*, int32_t mode, int32_t) override { calls.emplace_back("LoadXML", mode); return S_OK; }
+    HRESULT Params_SaveFolderStream(IDataStream* s, int32_t mode) override {
+        calls.emplace_back(s ? "SaveFolder" : "SaveFolder(null)", mode);
+        return S_OK;
+    }
+    HRESULT Params_LoadFolderStream(IDataStream*, int32_t mode) override { calls.emplace_back("LoadFolder", mode); return S_OK; }
+    HRESULT getParameter(PARAMETEROBJECT* entry, IUnknown** value) override {
+        ++reads;
+        return IParametersImpl::getParameter(entry, value);
+    }
+
+    void UseSections(int32_t on) { m_UseSections = on; }
+    std::vector<std::pair<std::string, int32_t>> calls;
+    int locks = 0, reads = 0;
+};
+int CTestComponent::s_Live = 0;
+bool CTestComponent::s_Register = false;
+
+class Parameters : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_Fakes = FakeLive();
+        ASSERT_EQ(CObject<CTestComponent>::_CreateInstance(nullptr, &IID_IParametersCreatable, m_P.OutVoid()), S_OK);
+        m_Self = static_cast<CTestComponent*>(m_P.get());
+    }
+    void TearDown() override {
+        m_P.Reset();
+        EXPECT_EQ(CTestComponent::s_Live, 0);
+        EXPECT_EQ(FakeLive(), m_Fakes);
+    }
+    void AddInt(const wchar_t* name, int value, int32_t flags = 0, IUnknown* descriptor = nullptr) {
+        SmartPtr<IString> n(name ? ISCreate(name) : nullptr);
+        SmartPtr<IVariant> v(IVCreate(value));
+        ASSERT_EQ(m_P->Add(n.get(), v.get(), descriptor, flags), S_OK);
+    }
+    std::wstring NameAt(int i) {
+        SmartPtr<IString> name;
+        m_P->get_ItemName(i, name.Out());
+        return TextOf(name.get());
+    }
+    int IntAt(int i) {
+        SmartPtr<IVariant> v;
+        m_P->get_ItemVariant(i, v.Out());
+        return v ? v->get_Integer() : -999;
+    }
+
+    SmartPtr<IParametersCreatable> m_P;
+    CTestComponent* m_Self = nullptr;
+    int m_Fakes = 0;
+};
+
+TEST_F(Parameters, GrowthKeepsOrderThroughTheSlots) {
+    using AddFn = HRESULT (*)(void*, IString*, IUnknown*, IUnknown*, int32_t);
+    using CountFn = HRESULT (*)(void*, int32_t*);
+    for (int i = 0; i < 25; ++i) {
+        SmartPtr<IString> name(ISCreate(i));
+        SmartPtr<IVariant> value(IVCreate(i * 10));
+        ASSERT_EQ(Slot<AddFn>(m_P.get(), 18)(m_P.get(), name.get(), value.get(), nullptr, i), S_OK);
+    }
+    int32_t count = 0;
+    Slot<CountFn>(m_P.get(), 3)(m_P.get(), &count);
+    EXPECT_EQ(count, 25);
+    for (int i = 0; i < 25; ++i) {
+        EXPECT_EQ(NameAt(i), std::to_wstring(i));
+        EXPECT_EQ(IntAt(i), i * 10);
+        int32_t flags = -1;
+        m_P->get_ItemFlags(i, &flags);
+        EXPECT_EQ(flags, i);
+    }
+    SmartPtr<IVariant> none;
+    EXPECT_EQ(m_P->get_ItemVariant(25, none.Out()), E_INVALIDARG);
+    EXPECT_EQ(m_P->Remove(-1), E_INVALIDARG);
+}
+
+TEST_F(Parameters, IndexByNumberNameAndObject) {
+    AddInt(L"Name", 1);
+    AddInt(L"Other", 2);
+    SmartPtr<ISuperCollection> object(CREFString::CreateCollection());
+    SmartPtr<IString> objectName(ISCreate(L"Obj"));
+    m_P->Add(objectName.get(), object.get(), nullptr, 0);
+    SmartPtr<FakeInput> descriptor(new FakeInput());
+    AddInt(L"Bound", 4, 0, descriptor.get());
+
+    struct Row {
+        SmartPtr<IUnknown> key;
+        HRESULT result;
+        int32_t index;
+    };
+    std::vector<Row> rows;
+    rows.push_back({SmartPtr<IUnknown>(IVCreate(7)), S_OK, 7});  // a number is the index, unchecked
+    rows.push_back({SmartPtr<IUnknown>(ISCreate(L"Other")), S_OK, 1});
+    rows.push_back({SmartPtr<IUnknown>(ISCreate(L"name")), E_FAIL, -1});  // case matters
+    rows.push_back({SmartPtr<IUnknown>(ISCreate(L"")), E_FAIL, -1});
+    SmartPtr<IString> other(ISCreate(L"Other"));
+    rows.push_back({SmartPtr<IUnknown>(IVCreate(other.get())), S_OK, 1});  // a variant's string
+    object->AddRef();
+    rows.push_back({SmartPtr<IUnknown>(object.get()), S_OK, 2});  // the value object's identity
+    descriptor->AddRef();
+    rows.push_back({SmartPtr<IUnknown>(descriptor.get()), S_OK, 3});  // then the descriptor's
+    for (Row& row : rows) {
+        int32_t index = 12345;
+        EXPECT_EQ(m_P->get_Index(row.key.get(), &index), row.result);
+        EXPECT_EQ(index, row.index);
+    }
+    int32_t untouched = 12345;
+    EXPECT_EQ(m_P->get_Index(nullptr, &untouched), E_FAIL);
+    EXPECT_EQ(untouched, 12345);
+}
+
+TEST_F(Parameters, ValuesAreVariantsAndInputsWin) {
+    m_P->Add(nullptr, nullptr, nullptr, 0);  // no value: an empty text
+    SmartPtr<IUnknown> item;
+    ASSERT_EQ(m_P->get_Item(0, item.Out()), S_OK);
+    SmartPtr<IString> text = QueryAs<IString>(item.get(), IID_IString);
+    EXPECT_EQ(TextOf(text.get()), L"");
+    SmartPtr<IString> unnamed;
+    EXPECT_EQ(m_P->get_ItemName(0, unnamed.Out()), E_FAIL);
+    EXPECT_EQ(m_P->get_Item(0, nullptr), E_POINTER);
+
+    SmartPtr<IVariant> shared(IVCreate(5));
+    m_P->put_Item(0, shared.get());
+    shared->put_Integer(6);
+    EXPECT_EQ(IntAt(0), 6) << "put_Item keeps the caller's variant itself";
+
+    SmartPtr<FakeInput> input(new FakeInput());
+    input->value.Attach(IVCreate(42));
+    AddInt(L"Bound", 1, 0, input.get());
+    SmartPtr<IVariant> value;
+    EXPECT_EQ(m_P->get_ItemVariant(1, value.Out()), S_FALSE) << "delivered through the input";
+    EXPECT_EQ(value->get_Integer(), 42);
+    input->value.Reset();
+    value.Reset();
+    EXPECT_EQ(m_P->get_ItemVariant(1, value.Out()), S_OK) << "the stored value is the fall-back";
+    EXPECT_EQ(value->get_Integer(), 1);
+    EXPECT_GT(m_Self->reads, 0) << "reads go through the getParameter slot";
+    EXPECT_GT(m_Self->locks, 0) << "and lock through the owner";
+}
+
+TEST_F(Parameters, CopyRemoveAndSort) {
+    AddInt(L"b", 1);
+    AddInt(L"B", 2);
+    AddInt(nullptr, 3);
+    AddInt(L"a", 4);
+    SmartPtr<IParameters> self = QueryAs<IParameters>(m_P.get(), IID_IParameters);
+    EXPECT_EQ(m_P->Copy(self.get()), S_OK);
+    int32_t count = 0;
+    m_P->get_Count(&count);
+    EXPECT_EQ(count, 8) << "the source's count is read once";
+    EXPECT_EQ(IntAt(5), 2);
+
+    m_P->Remove(0);
+    EXPECT_EQ(NameAt(0), L"B");
+    m_P->Sort(0);
+    const wchar_t* sorted[] = {L"<null>", L"<null>", L"B", L"B", L"a", L"a", L"b"};
+    for (int i = 0; i < 7; ++i) EXPECT_EQ(NameAt(i), sorted[i]) << i;
+
+    m_P->RemoveAll();
+    m_P->get_Count(&count);
+    EXPECT_EQ(count, 0);
+    AddInt(L"again", 9);
+    EXPECT_EQ(IntAt(0), 9);
+}
+
+TEST_F(Parameters, SaveAndLoadDispatchOnTheStreamKind) {
+    SmartPtr<FakeXML> xml(new FakeXML());
+    SmartPtr<FakeFolder> folder(new FakeFolder());
+    SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(m_P.get(), IID_IDataPersist);
+    SmartPtr<FakeInput> neither(new FakeInput());  // answers no stream interface
+
+    EXPECT_EQ(persist->Save(xml.get(), 0), S_OK);
+    EXPECT_EQ(persist->Save(folder.get(), 0x10), S_OK);
+    EXPECT_EQ(persist->Load(xml.get(), 0x10), S_OK);
+    EXPECT_EQ(persist->Load(folder.get(), 0x10), S_OK);
+    EXPECT_EQ(persist->Save(reinterpret_cast<IDataStream*>(neither.get()), 0), S_OK);
+    EXPECT_EQ(persist->Load(reinterpret_cast<IDataStream*>(neither.get()), 0), E_NOTIMPL);
+    EXPECT_EQ(persist->Load(nullptr, 0), E_NOTIMPL);
+    const std::vector<std::pair<std::string, int32_t>> oneFolder = {
+        {"SaveXML", 0x800000}, {"SaveFolder", 0x800010}, {"LoadXML", 0x10}, {"LoadFolder", 0x800010}};
+    EXPECT_EQ(m_Self->calls, oneFolder);
+
+    m_Self->calls.clear();
+    m_Self->UseSections(1);
+    EXPECT_EQ(persist->Save(folder.get(), 0x10), S_OK);
+    EXPECT_EQ(persist->Load(xml.get(), 0x10), S_OK);
+    EXPECT_EQ(persist->Load(folder.get(), 0), S_OK) << "a folder without named entries loads no section";
+    EXPECT_EQ(folder->opened, (std::vector<std::wstring>{L"Parameters", L"Inputs"}));
+    const std::vector<std::pair<std::string, int32_t>> sections = {{"SaveFolder", 0x10}, {"LoadXML", 0x1000010}};
+    EXPECT_EQ(m_Self->calls, sections);
+}
+
+TEST_F(Parameters, ReplicateGivesTheCopyItsOwnInputs) {
+    AddInt(L"Plain", 1);
+    SmartPtr<IUnknown> made(CreateObject(tagREFString{14, L"InputParameter"}, &IID_IInputParameter));
+    SmartPtr<IInputParameter> input = QueryAs<IInputParameter>(made.get(), IID_IInputParameter);
+    ASSERT_TRUE(input);
+    input->put_InputFlags(5);
+    input->put_InterfaceID(IID_IStep);
+    AddInt(L"Bound", 2, 0x40, input.get());
+    CTestComponent::s_Register = true;
+
+    SmartPtr<IUnknown> copy;
+    ASSERT_EQ(static_cast<IReplicableObject*>(m_Self)->Replicate(copy.Out()), S_OK);
+    SmartPtr<IParameters> target = QueryAs<IParameters>(copy.get(), IID_IParameters);
+    ASSERT_TRUE(target);
+    int32_t count = 0;
+    target->get_Count(&count);
+    CTestComponent::s_Register = false;
+    ASSERT_EQ(count, 2);
+    SmartPtr<IVariant> value;
+    target->get_ItemVariant(0, value.Out());
+    EXPECT_EQ(value->get_Integer(), 1) << "values are copied";
+    SmartPtr<IUnknown> copied;
+    ASSERT_EQ(target->get_ItemDescriptor(1, copied.Out()), S_OK);
+    EXPECT_NE(copied.get(), made.get()) << "its own input object";
+    SmartPtr<IInputParameter> copiedInput = QueryAs<IInputParameter>(copied.get(), IID_IInputParameter);
+    int32_t flags = 0;
+    copiedInput->get_InputFlags(&flags);
+    EXPECT_EQ(flags, 5);
+    IID iid{};
+    copiedInput->get_InterfaceID(&iid);
+    EXPECT_EQ(iid, IID_IStep);
+    target->get_ItemFlags(1, &flags);
+    EXPECT_EQ(flags, 0x40);
+}
+
+TEST_F(Parameters, BindGoesOnPastAMonikerThatNamesNothing) {
+    SmartPtr<FakeMoniker> nothing(new FakeMoniker(false)), something(new FakeMoniker(true));
+    SmartPtr<FakeInput> first(new FakeInput()), second(new FakeInput());
+    first->moniker.Assign(nothing.get());
+    second->moniker.Assign(something.get());
+    AddInt(L"A", 1, 0, first.get());
+    AddInt(L"B", 2, 0, second.get());
+    SmartPtr<ISuperCollection> collection(CREFString::CreateCollection());
+    SmartPtr<IBindableObject> bindable = QueryAs<IBindableObject>(m_P.get(), IID_IBindableObject);
+    EXPECT_EQ(bindable->Bind(collection.get(), nullptr), S_OK);
+    EXPECT_EQ(nothing->binds, 1);
+    EXPECT_EQ(something->binds, 1);
+}
+
+}  // namespace

@@ -1,0 +1,135 @@
+// Small fakes shared by the suites that link the module's objects: reference-counted objects
+// that count how many of them are alive, and streams that record what they are asked.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "module/SmartPtr.h"
+#include "module/interfaces/All.h"
+
+// Reads slot `n` of an interface's table, as a host calling by position does.
+template <class Fn>
+Fn Slot(void* itf, int n) {
+    return reinterpret_cast<Fn>((*static_cast<void***>(itf))[n]);
+}
+
+inline int& FakeLive() {
+    static int live = 0;
+    return live;
+}
+
+// The IUnknown part of a fake answering `Primary` (and IUnknown).
+template <class Primary>
+class Fake : public Primary {
+public:
+    Fake() { ++FakeLive(); }
+    virtual ~Fake() { --FakeLive(); }
+    HRESULT QueryInterface(const IID& iid, void** object) override {
+        if (iid == IID_IUnknown || Answers(iid)) {
+            *object = static_cast<Primary*>(this);
+            AddRef();
+            return S_OK;
+        }
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+    int32_t AddRef() override { return ++m_Refs; }
+    int32_t Release() override {
+        const int32_t left = --m_Refs;
+        if (left == 0) delete this;
+        return left;
+    }
+    virtual bool Answers(const IID& iid) = 0;
+    int32_t m_Refs = 1;
+};
+
+// An input that delivers `value` (when set) and keeps a moniker.
+class FakeInput final : public Fake<IInputParameter> {
+public:
+    bool Answers(const IID& iid) override { return iid == IID_IInputParameter; }
+    HRESULT get_Value(IUnknown** out) override {
+        if (!value) return E_FAIL;
+        *out = value.Copy();
+        return S_OK;
+    }
+    HRESULT get_InterfaceID(IID* iid) override { *iid = m_Iid; return S_OK; }
+    HRESULT put_InterfaceID(IID iid) override { m_Iid = iid; return S_OK; }
+    HRESULT get_Reference(IUnknown** out) override { *out = reference.Copy(); return S_OK; }
+    HRESULT put_Reference(IUnknown* object) override { reference.Assign(object); return S_OK; }
+    HRESULT get_Moniker(IUnknown** out) override { *out = moniker.Copy(); return moniker ? S_OK : E_FAIL; }
+    HRESULT put_Moniker(IUnknown* object) override { moniker.Assign(object); return S_OK; }
+    HRESULT get_InputFlags(int32_t* flags) override { *flags = m_Flags; return S_OK; }
+    HRESULT put_InputFlags(int32_t flags) override { m_Flags = flags; return S_OK; }
+    HRESULT get_BindFlags(int32_t* flags) override { *flags = bindFlags; return S_OK; }
+
+    SmartPtr<IUnknown> value, reference, moniker;
+    int32_t bindFlags = 0;
+    IID m_Iid = IID_NULL;
+    int32_t m_Flags = 0;
+};
+
+// A moniker that records the collections it was bound to; binding fails when `names` is false.
+class FakeMoniker final : public Fake<ICollectionMoniker> {
+public:
+    explicit FakeMoniker(bool names) : m_Names(names) {}
+    bool Answers(const IID& iid) override { return iid == IID_ICollectionMoniker; }
+    HRESULT BindToCollection(INamedCollection*, int32_t) override {
+        ++binds;
+        return m_Names ? S_OK : E_FAIL;
+    }
+    HRESULT BindToObject(IID*, void** object) override { *object = nullptr; return E_FAIL; }
+    int binds = 0;
+    bool m_Names;
+};
+
+// A folder stream that records child names; children are folders too. Answers INamedCollection
+// through `entries` when given.
+class FakeFolder final : public Fake<IFolderStream> {
+public:
+    bool Answers(const IID& iid) override { return iid == IID_IFolderStream || iid == IID_IDataStream; }
+    HRESULT Seek(int32_t, int32_t, int32_t) override { return S_OK; }
+    HRESULT GetBuffer(void**, int32_t*) override { return E_NOTIMPL; }
+    HRESULT Write(const void*, int32_t, int32_t) override { return E_NOTIMPL; }
+    HRESULT OpenChild(IString* name, int32_t, IFolderStream** child) override {
+        wchar_t* text = nullptr;
+        int32_t length = 0;
+        name->GetText(&text, &length);
+        opened.emplace_back(text, length);
+        *child = new FakeFolder();
+        return S_OK;
+    }
+    HRESULT WriteBytes(IString*, const void*, int32_t, int32_t) override { return S_OK; }
+    HRESULT WriteValue(IString*, IUnknown*) override { return S_OK; }
+    HRESULT WriteObject(IString*, IUnknown*, int32_t) override { return S_OK; }
+    HRESULT WriteTyped(IString*, const void*, int32_t) override { return S_OK; }
+    HRESULT ReadBytes(IString*, void*, int32_t, int32_t) override { return E_FAIL; }
+    HRESULT ReadValue(IString*, IUnknown*) override { return E_FAIL; }
+    HRESULT OpenChildAt(IVariant*, int32_t, IFolderStream**) override { return E_FAIL; }
+    HRESULT ReadObject(IString*, IUnknown**, int32_t) override { return E_FAIL; }
+    HRESULT ReadTyped(IString*, void*, int32_t) override { return E_FAIL; }
+    std::vector<std::wstring> opened;
+};
+
+class FakeXML final : public Fake<IXMLStream> {
+public:
+    bool Answers(const IID& iid) override { return iid == IID_IXMLStream || iid == IID_IDataStream; }
+    HRESULT Seek(int32_t, int32_t, int32_t) override { return S_OK; }
+    HRESULT GetBuffer(void**, int32_t*) override { return E_NOTIMPL; }
+    HRESULT Write(const void*, int32_t, int32_t) override { return E_NOTIMPL; }
+    HRESULT BeginElement(IString*, int32_t, int32_t) override { return S_OK; }
+    HRESULT BeginObjectElement(IUnknown*, int32_t, int32_t) override { return S_OK; }
+    HRESULT WriteElement(IString*, int32_t, IString*, int32_t) override { return S_OK; }
+    HRESULT EndElement() override { return S_OK; }
+    HRESULT NextElement(tagREFString*) override { return E_FAIL; }
+    HRESULT OpenElement(int32_t, const wchar_t*, tagREFString*, IXMLStream**, int32_t) override { return E_FAIL; }
+    HRESULT ReadContainedObject(IUnknown**) override { return E_FAIL; }
+    HRESULT ReadObject(int32_t, const wchar_t*, IUnknown**) override { return E_FAIL; }
+};
+
+inline std::wstring TextOf(IString* string) {
+    wchar_t* text = nullptr;
+    int32_t length = 0;
+    if (string == nullptr || string->GetText(&text, &length) < 0 || text == nullptr) return L"<null>";
+    return std::wstring(text, length);
+}
