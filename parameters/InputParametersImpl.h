@@ -132,19 +132,19 @@ protected:
 private:
     IUnknown* Self() { return static_cast<I*>(this); }
 
-    static SmartPtr<IString> Name(const char* text) {
+    static SmartPtr<IString> SectionName(const char* text) {
         return SmartPtr<IString>(ISCreate(text, static_cast<int>(std::strlen(text))));
     }
 
     static SmartPtr<IFolderStream> OpenSection(IFolderStream* folder, const char* name) {
         SmartPtr<IFolderStream> child;
-        SmartPtr<IString> text = Name(name);
+        SmartPtr<IString> text = SectionName(name);
         folder->OpenChild(text.get(), 0, child.Out());
         return child;
     }
 
     static SmartPtr<IDataStream> FindSection(INamedCollection* entries, const char* name) {
-        SmartPtr<IString> text = Name(name);
+        SmartPtr<IString> text = SectionName(name);
         int32_t index = -1;
         if (!text || entries->get_Index(text.get(), &index) < 0) return SmartPtr<IDataStream>();
         SmartPtr<IUnknown> entry;

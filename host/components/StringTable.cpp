@@ -1,0 +1,62 @@
+#include "host/components/StringTable.h"
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "host/collections/ComponentList.h"
+#include "host/collections/HostString.h"
+#include "host/collections/SuperCollection.h"
+
+namespace {
+
+using Strings = std::map<int, std::wstring>;
+
+std::map<std::wstring, Strings>& Table() {
+    static std::map<std::wstring, Strings> table = {
+        {L"WKSProtocol", {{102, L"Comma separated|INI lines"}}},
+    };
+    return table;
+}
+
+class CStringTable final : public IStringTable, public CHostObject<CStringTable> {
+public:
+    HOST_FORWARD_REFCOUNT
+    HRESULT QueryInterface(const IID& iid, void** object) override {
+        if (object == nullptr) return E_POINTER;
+        if (iid == IID_IUnknown || iid == IID_IStringTable) {
+            *object = static_cast<IStringTable*>(this);
+            AddRef();
+            return S_OK;
+        }
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+
+    // The strings of one component as a collection of strings named by their number.
+    HRESULT get_ComponentStrings(IString* name, INamedCollection** strings) override {
+        if (strings == nullptr) return E_POINTER;
+        *strings = nullptr;
+        auto found = Table().find(HOSTText(name));
+        if (found == Table().end()) return E_FAIL;
+        SmartPtr<ISuperCollection> list(HOSTNewCollection());
+        if (!list) return E_FAIL;
+        for (const auto& [number, text] : found->second) {
+            SmartPtr<IString> key(HOSTNewString(std::to_wstring(number).c_str()));
+            SmartPtr<IString> value(HOSTNewString(text.c_str()));
+            list->Add(key.get(), value.get(), 0, 0);
+        }
+        *strings = list.Detach();
+        return S_OK;
+    }
+};
+
+}  // namespace
+
+void HOSTSetComponentString(const wchar_t* component, int number, const wchar_t* text) {
+    if (component == nullptr) return;
+    if (text == nullptr) Table()[component].erase(number);
+    else Table()[component][number] = text;
+}
+
+HRESULT HOSTCreateStringTable(void*, IID* iid, void** object) { return HOSTCreate<CStringTable>(iid, object); }

@@ -1,0 +1,103 @@
+#include "host/components/TextStreams.h"
+
+#include "host/collections/ComponentList.h"
+#include "host/collections/HostString.h"
+#include "text/Conversions.h"
+
+namespace {
+
+void AppendValue(IUnknown* value, std::wstring& out) {
+    if (SmartPtr<IVariant> variant = QueryAs<IVariant>(value, IID_IVariant)) {
+        if (variant->IsString()) {
+            SmartPtr<IString> text;
+            variant->get_String(text.Out());
+            out += HOSTText(text.get());
+        } else if (variant->get_NumberType() != 0) {
+            SmartPtr<IString> text(ISCreate(variant.get(), -1));
+            out += HOSTText(text.get());
+        } else if (variant->IsObject()) {
+            SmartPtr<IUnknown> object;
+            variant->get_Object(object.Out());
+            AppendValue(object.get(), out);
+        }
+        return;
+    }
+    if (SmartPtr<IString> text = QueryAs<IString>(value, IID_IString)) {
+        out += HOSTText(text.get());
+        return;
+    }
+    if (SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(value, IID_IObjectInfo)) {
+        tagREFString name{0, nullptr};
+        if (info->GetName(0, &name) >= 0 && name.text) out.append(name.text, static_cast<size_t>(name.length));
+    }
+}
+
+void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, std::wstring& out) {
+    if (!first) out += separator;
+    if (name) {
+        out += HOSTText(name);
+        out += L'=';
+    }
+    AppendValue(value, out);
+}
+
+}  // namespace
+
+void HOSTWriteEntries(IUnknown* collection, wchar_t separator, std::wstring& out) {
+    if (SmartPtr<IParameters> parameters = QueryAs<IParameters>(collection, IID_IParameters)) {
+        int32_t count = 0;
+        parameters->get_Count(&count);
+        for (int32_t i = 0; i < count; ++i) {
+            SmartPtr<IString> name;
+            SmartPtr<IVariant> value;
+            parameters->get_ItemName(i, name.Out());
+            parameters->get_ItemVariant(i, value.Out());
+            AppendEntry(name.get(), value.get(), i == 0, separator, out);
+        }
+        return;
+    }
+    if (SmartPtr<INamedCollection> named = QueryAs<INamedCollection>(collection, IID_INamedCollection)) {
+        int32_t count = 0;
+        named->get_Count(&count);
+        for (int32_t i = 0; i < count; ++i) {
+            SmartPtr<IString> name;
+            SmartPtr<IUnknown> value;
+            named->get_ItemName(i, name.Out());
+            named->get_Item(i, value.Out());
+            AppendEntry(name.get(), value.get(), i == 0, separator, out);
+        }
+    }
+}
+
+template <class Stream, class I>
+static HRESULT AnswerStream(Stream* self, const IID& iid, void** object, const IID& own) {
+    if (object == nullptr) return E_POINTER;
+    if (iid == IID_IUnknown || iid == IID_IDataStream || iid == own) {
+        *object = static_cast<I*>(self);
+        self->AddRef();
+        return S_OK;
+    }
+    *object = nullptr;
+    return E_NOINTERFACE;
+}
+
+HRESULT CCSVStream::QueryInterface(const IID& iid, void** object) {
+    return AnswerStream<CCSVStream, ICSVStream>(this, iid, object, IID_ICSVStream);
+}
+
+HRESULT CCSVStream::WriteObject(IUnknown* object, int32_t) {
+    HOSTWriteEntries(object, L',', m_Text);
+    return S_OK;
+}
+
+HRESULT CINIStream::QueryInterface(const IID& iid, void** object) {
+    return AnswerStream<CINIStream, IINIStream>(this, iid, object, IID_IINIStream);
+}
+
+HRESULT CINIStream::WriteObject(IUnknown* object) {
+    HOSTWriteEntries(object, L'\n', m_Text);
+    return S_OK;
+}
+
+HRESULT HOSTCreateCSVStream(void*, IID* iid, void** object) { return HOSTCreate<CCSVStream>(iid, object); }
+HRESULT HOSTCreateINIStream(void*, IID* iid, void** object) { return HOSTCreate<CINIStream>(iid, object); }

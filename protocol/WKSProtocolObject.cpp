@@ -1,0 +1,202 @@
+// Creation, interfaces, lifetime, page list, binding and persistence of the protocol object.
+#include <cstring>
+
+#include "module/Module.h"
+#include "parameters/ParameterBinding.h"
+#include "protocol/WKSProtocol.h"
+#include "text/Conversions.h"
+
+namespace {
+SmartPtr<IString> WideName(const wchar_t* text) { return SmartPtr<IString>(ISCreate(text)); }
+}  // namespace
+
+CWKSProtocol::~CWKSProtocol() {
+    IString* message = m_Message;
+    m_Message = nullptr;
+    if (message) message->Release();
+    delete[] m_Response;
+}
+
+HRESULT CWKSProtocol::QueryInterface(const IID& iid, void** object) {
+    if (object == nullptr) return E_POINTER;
+    if (iid == IID_IUnknown) {
+        *object = Self();
+        AddRef();
+        return S_OK;
+    }
+    *object = nullptr;
+    if (iid == IID_IObjectInfo) *object = static_cast<IObjectInfo*>(this);
+    else if (iid == IID_IProtocolManager) *object = static_cast<IProtocolManager*>(this);
+    else if (iid == IID_IUIPropInterrogate) *object = static_cast<IUIPropInterrogateEx*>(this);
+    else if (iid == IID_IParametersCreatable) *object = OwnParameters();
+    else if (iid == IID_IUIPropertyPageSpecify) *object = static_cast<IUIPropertyPageSpecify*>(this);
+    else if (iid == IID_IBindableObject) *object = static_cast<IBindableObject*>(this);
+    else if (iid == IID_IDataPersist) *object = static_cast<IDataPersist*>(this);
+    else if (iid == IID_IInputParameters && m_InputParameters != nullptr)
+        return m_InputParameters->QueryInterface(IID_IInputParameters, object);  // forwarded, no reference here
+    else if (iid == IID_IParameters || iid == IID_INamedCollection) *object = OwnParameters();
+    // IUIPropInterrogateEx and IReplicableObject are implemented but deliberately not answered.
+    if (*object == nullptr) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+}
+
+// Creation without a host "InputParameters" component fails cleanly: without its input the
+// object could never reach a running object table.
+HRESULT CWKSProtocol::FinalConstruct() {
+    if (m_InputParameters == nullptr) return E_FAIL;
+    SmartPtr<IString> input = WideName(L"RunningObjectTable");
+    m_InputParameters->AddInput(input.get(), IID_IRunningObjectTableEx, 0);
+
+    m_UseSections = 1;
+    m_UsePrompt = 1;
+    m_ReturnStyle = 1;
+    m_ErrorResponse = '?';
+    AddItem(1, 0x13, &m_UsePrompt, 0, 1);
+    AddEnumeratedReturnStyle();
+
+    m_ResponseLength = 0;
+    m_ResponseCapacity = kInitialResponse;
+    m_Response = new (std::nothrow) unsigned char[kInitialResponse];
+    if (m_Response == nullptr) return E_FAIL;
+
+    SmartPtr<IVariant> hundred(CREFString::CreateVariant());
+    if (hundred) hundred->put_Integer(100);
+    SmartPtr<IString> var1 = WideName(L"Var1"), var2 = WideName(L"Var2"), hello = WideName(L"Hello");
+    Add(var1.get(), hundred.get(), nullptr, 3);
+    Add(var2.get(), hello.get(), nullptr, 6);
+    return S_OK;
+}
+
+void WKSAddChoices(ISuperCollection* collection, CREFString text) {
+    for (int32_t k = 0; text.length > 0; ++k) {
+        tagREFString piece{0, nullptr};
+        text.GetLine(&piece, true, L'|', true);
+        SmartPtr<IString> name(ISCreate(piece));
+        SmartPtr<IVariant> value(IVCreate(k));
+        collection->Add(name.get(), value.get(), 0, 0);
+    }
+}
+
+// Item 2 lists the choices of "ReturnStyle" from the host's string table, entry "102" of this
+// component; without that entry the item is left out.
+void CWKSProtocol::AddEnumeratedReturnStyle() {
+    SmartPtr<IComponentString> described(static_cast<IComponentString*>(
+        CreateObject(tagREFString{15, L"ComponentString"}, &IID_IComponentString)));
+    SmartPtr<IString> component;
+    if (described) {
+        described->SetObject(static_cast<IUIPropInterrogateEx*>(this));
+        described->get_Field(1, component.Out());
+    }
+    SmartPtr<IStringTable> table(static_cast<IStringTable*>(CreateObject(tagREFString{11, L"StringTable"}, &IID_IStringTable)));
+    SmartPtr<INamedCollection> strings;
+    if (table) table->get_ComponentStrings(component.get(), strings.Out());
+    SmartPtr<IString> choices;
+    if (strings) {
+        SmartPtr<IString> key(ISCreate(102));
+        int32_t index = -1;
+        if (strings->get_Index(key.get(), &index) >= 0) {
+            SmartPtr<IUnknown> item;
+            strings->get_Item(index, item.Out());
+            choices = QueryAs<IString>(item.get(), IID_IString);
+        }
+    }
+    if (!choices) return;
+    SmartPtr<ISuperCollection> enumeration(CREFString::CreateCollection());
+    if (!enumeration) {
+        AddItem(2, 0x43, &m_ReturnStyle, 0, 0);
+        return;
+    }
+    wchar_t* text = nullptr;
+    int32_t length = 0;
+    choices->GetText(&text, &length);
+    WKSAddChoices(enumeration.get(), CREFString(text, length));
+    AddItem(2, 0x43, &m_ReturnStyle, 0, 0, enumeration.get());
+}
+
+// When no collection can be made the page list fails and hands out null.
+HRESULT CWKSProtocol::GetPages(int32_t, INamedCollection** pages, IUnknown**) {
+    if (pages == nullptr) return E_POINTER;
+    *pages = nullptr;
+    SmartPtr<ISuperCollection> list(CREFString::CreateCollection());
+    if (!list) return E_FAIL;
+    for (const wchar_t* page : {L"UIPropPages.UIPropInterrogatePropPage", L"UIPropPages.UIParametersPropPage"}) {
+        SmartPtr<IString> text = WideName(page);
+        list->Add(nullptr, text.get(), 0, 0);
+    }
+    *pages = list.Detach();
+    return S_OK;
+}
+
+HRESULT CWKSProtocol::Bind(INamedCollection* collection, IUnknown*) {
+    SmartPtr<IInputParameters> inputs = QueryAs<IInputParameters>(Self(), IID_IInputParameters);
+    int32_t count = 0;
+    if (inputs) inputs->get_Count(&count);
+    for (int32_t i = 0; i < count; ++i) {
+        SmartPtr<IUnknown> item;
+        inputs->get_Item(i, item.Out());
+        SmartPtr<IInputParameter> input = QueryAs<IInputParameter>(item.get(), IID_IInputParameter);
+        if (!input) continue;
+        IID iid = IID_NULL;
+        int32_t flags = 0;
+        input->get_InterfaceID(&iid);
+        input->get_BindFlags(&flags);
+        if (iid == IID_IRunningObjectTableEx) {
+            inputs->put_InputObject(i, collection);
+            continue;
+        }
+        if (iid == IID_IUnknown) continue;
+        SmartPtr<IUnknown> moniker;
+        if (input->get_Moniker(moniker.Out()) >= 0) continue;
+        if (flags & 1) continue;
+        // A collection that is no super collection offers no search: the input stays unbound.
+        SmartPtr<ISuperCollection> super = QueryAs<ISuperCollection>(collection, IID_ISuperCollection);
+        if (!super || super->CollectionLock() < 0) continue;
+        int32_t index = -1;
+        SmartPtr<IUnknown> found;
+        if (super->FindByInterface(&iid, 0, 0, &index) >= 0 && super->get_Item(index, found.Out()) >= 0)
+            input->put_Moniker(found.get());
+        super->CollectionUnlock();
+    }
+    ParameterBindParameterDescriptors(OwnParameters(), collection);
+    return S_OK;
+}
+
+// Reports 0x80004001 even after a complete save, as callers of this component expect.
+HRESULT CWKSProtocol::Save(IDataStream* stream, int32_t mode) {
+    SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
+    if (!folder) return E_NOTIMPL;
+    folder->WriteTyped(WideName(L"UsePrompt").get(), &m_UsePrompt, 3);
+    folder->WriteTyped(WideName(L"ReturnStyle").get(), &m_ReturnStyle, 3);
+    SmartPtr<IFolderStream> child;
+    folder->OpenChild(WideName(L"Parameters").get(), 0, child.Out());
+    Params_SaveFolderStream(child.get(), mode);
+    folder->WriteObject(WideName(L"Inputs").get(), m_InputParameters, 0);
+    return E_NOTIMPL;
+}
+
+HRESULT CWKSProtocol::Load(IDataStream* stream, int32_t) {
+    SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
+    if (!folder) return E_NOTIMPL;
+    folder->ReadTyped(WideName(L"UsePrompt").get(), &m_UsePrompt, 3);
+    folder->ReadTyped(WideName(L"ReturnStyle").get(), &m_ReturnStyle, 3);
+    // A folder without a named view has no "Parameters" entry to find: that step is skipped.
+    if (SmartPtr<INamedCollection> entries = QueryAs<INamedCollection>(folder.get(), IID_INamedCollection)) {
+        int32_t index = -1;
+        if (entries->get_Index(WideName(L"Parameters").get(), &index) >= 0) {
+            SmartPtr<IUnknown> entry;
+            entries->get_Item(index, entry.Out());
+            if (SmartPtr<IDataStream> child = QueryAs<IDataStream>(entry.get(), IID_IDataStream))
+                Params_LoadFolderStream(child.get(), PERSIST_REBUILD);
+        }
+    }
+    // The inputs are replaced only by an object that really is an inputs collection.
+    SmartPtr<IUnknown> inputs;
+    folder->ReadObject(WideName(L"Inputs").get(), inputs.Out(), 0);
+    if (SmartPtr<IInputParameters> loaded = QueryAs<IInputParameters>(inputs.get(), IID_IInputParameters)) {
+        IInputParameters* old = m_InputParameters;
+        m_InputParameters = loaded.Detach();
+        if (old) old->Release();
+    }
+    return S_OK;
+}
