@@ -1,0 +1,293 @@
+// The protocol object driven as a host drives it: created through its creator, bound to a
+// recording workspace, fed messages through IProtocolManager's slots.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Workspace.h"
+#include "protocol/WKSProtocol.h"
+#include "text/Conversions.h"
+
+namespace {
+
+int32_t LiveHostObjects() {
+    void* host = dlopen("./CollectionsEx.so", RTLD_NOW | RTLD_NOLOAD);
+    auto live = host ? reinterpret_cast<int32_t (*)()>(dlsym(host, "HOSTLiveObjects")) : nullptr;
+    if (host) dlclose(host);
+    return live ? live() : -1;
+}
+
+using Received = HRESULT (*)(void*, unsigned char*, int32_t);
+using Response = HRESULT (*)(void*, unsigned char**, int32_t*);
+
+class Protocol : public ::testing::Test {
+protected:
+    void SetUp() override {
+        // Warm the process-wide factory components so that counting starts from a steady state.
+        SmartPtr<IProtocolManager> warm;
+        IID iid = IID_IProtocolManager;
+        CObject<CWKSProtocol>::_CreateInstance(nullptr, &iid, warm.OutVoid());
+        SendOn(warm.get(), "?\r\nVar1?");
+        warm.Reset();
+        m_Live = LiveHostObjects();
+        m_Fakes = FakeLive();
+
+        ASSERT_EQ(CObject<CWKSProtocol>::_CreateInstance(nullptr, &iid, m_Manager.OutVoid()), S_OK);
+        m_Root.Attach(new Node(L"root", kTable | kNamed, &m_Log));
+        SmartPtr<IBindableObject> bindable = QueryAs<IBindableObject>(m_Manager.get(), IID_IBindableObject);
+        bindable->Bind(m_Root.get(), nullptr);
+    }
+    void TearDown() override {
+        m_Manager.Reset();
+        m_Root.Reset();
+        EXPECT_EQ(FakeLive(), m_Fakes) << "every workspace reference was released";
+        EXPECT_EQ(LiveHostObjects(), m_Live) << "every host object was released";
+    }
+
+    // Hands `text` over as one message; returns the replies, "?" for a failed line.
+    static std::vector<std::string> SendOn(IProtocolManager* manager, const std::string& text, HRESULT* received = nullptr) {
+        std::vector<unsigned char> bytes(text.begin(), text.end());
+        const HRESULT hr = Slot<Received>(manager, 4)(manager, bytes.data(), static_cast<int32_t>(bytes.size()));
+        if (received) *received = hr;
+        std::vector<std::string> replies;
+        for (int guard = 0; guard < 20; ++guard) {
+            unsigned char* reply = nullptr;
+            int32_t length = -1;
+            const HRESULT more = Slot<Response>(manager, 5)(manager, &reply, &length);
+            if (reply) replies.emplace_back(reinterpret_cast<char*>(reply), length);
+            if (more != S_OK) break;
+        }
+        return replies;
+    }
+    std::vector<std::string> Send(const std::string& text, HRESULT* received = nullptr) {
+        return SendOn(m_Manager.get(), text, received);
+    }
+    std::string One(const std::string& line) {
+        auto replies = Send(line);
+        return replies.empty() ? std::string("<none>") : replies.front();
+    }
+
+    std::vector<std::string> m_Log;
+    SmartPtr<IProtocolManager> m_Manager;
+    SmartPtr<Node> m_Root;
+    int32_t m_Live = 0;
+    int m_Fakes = 0;
+};
+
+TEST_F(Protocol, InterfacesAndTheirIdentity) {
+    SmartPtr<IUnknown> a = QueryAs<IUnknown>(m_Manager.get(), IID_IParametersCreatable);
+    SmartPtr<IUnknown> b = QueryAs<IUnknown>(m_Manager.get(), IID_IParameters);
+    SmartPtr<IUnknown> c = QueryAs<IUnknown>(m_Manager.get(), IID_INamedCollection);
+    EXPECT_EQ(a.get(), b.get());
+    EXPECT_EQ(a.get(), c.get());
+    EXPECT_FALSE(QueryAs<IUnknown>(m_Manager.get(), IID_IUIPropInterrogateEx));
+    EXPECT_FALSE(QueryAs<IUnknown>(m_Manager.get(), IID_IReplicableObject));
+    SmartPtr<IUnknown> inputs = QueryAs<IUnknown>(m_Manager.get(), IID_IInputParameters);
+    SmartPtr<IUnknown> self = QueryAs<IUnknown>(m_Manager.get(), IID_IUnknown);
+    ASSERT_TRUE(inputs);
+    EXPECT_NE(inputs.get(), self.get()) << "forwarded to the inputs collection";
+
+    SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(m_Manager.get(), IID_IObjectInfo);
+    tagREFString name{};
+    EXPECT_EQ(info->GetName(12345, &name), S_OK);
+    EXPECT_EQ(std::wstring(name.text, name.length), L"WKSProtocol");
+
+    IID replicable = IID_IReplicableObject;
+    void* none = reinterpret_cast<void*>(0xCAFE);
+    EXPECT_EQ(CObject<CWKSProtocol>::_CreateInstance(nullptr, &replicable, &none), E_NOINTERFACE);
+    EXPECT_EQ(none, nullptr);
+}
+
+TEST_F(Protocol, PrimarySlotsFollowCObject) {
+    SmartPtr<IUnknown> self = QueryAs<IUnknown>(m_Manager.get(), IID_IUnknown);
+    EXPECT_EQ(self->AddRef(), 3) << "one for the test, one from QueryInterface";
+    self->Release();
+    using Pages = HRESULT (*)(void*, int32_t, INamedCollection**, IUnknown**);
+    SmartPtr<INamedCollection> pages;
+    ASSERT_EQ(Slot<Pages>(self.get(), 7)(self.get(), 0, pages.Out(), nullptr), S_OK);
+    int32_t count = 0;
+    pages->get_Count(&count);
+    ASSERT_EQ(count, 2);
+    SmartPtr<IUnknown> page;
+    pages->get_Item(1, page.Out());
+    EXPECT_EQ(TextOf(QueryAs<IString>(page.get(), IID_IString).get()), L"UIPropPages.UIParametersPropPage");
+    SmartPtr<IString> pageName;
+    EXPECT_EQ(pages->get_ItemName(0, pageName.Out()), E_FAIL) << "pages have no names";
+
+    using Initial = HRESULT (*)(void*, unsigned char**, int32_t*);
+    using Sizes = HRESULT (*)(void*, int32_t*, int32_t*);
+    using State = HRESULT (*)(void*, int32_t);
+    using Parse = HRESULT (*)(void*, CREFString, IRunningObjectTableEx*);
+    EXPECT_EQ(Slot<Initial>(self.get(), 11)(self.get(), nullptr, nullptr), S_FALSE);
+    EXPECT_EQ(Slot<Sizes>(self.get(), 12)(self.get(), nullptr, nullptr), E_NOTIMPL);
+    EXPECT_EQ(Slot<State>(self.get(), 13)(self.get(), 0), E_NOTIMPL);
+    EXPECT_EQ(Slot<Parse>(self.get(), 15)(self.get(), CREFString(L"Var1=7"), nullptr), S_OK);
+    EXPECT_EQ(One("Var1?"), "Var1=7");
+    EXPECT_EQ(Slot<Parse>(self.get(), 15)(self.get(), CREFString(L"Nope=7"), nullptr), E_FAIL);
+}
+
+TEST_F(Protocol, ConstructionDefaultsAndSettings) {
+    EXPECT_EQ(One("?"), "Var1=100\nVar2=Hello");
+    SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(m_Manager.get(), IID_IUIPropInterrogate);
+    int32_t value = 0, low = -1, high = -1;
+    EXPECT_EQ(settings->Inquire(1, &value), 0x13);
+    EXPECT_EQ(value, 1);
+    EXPECT_EQ(settings->Inquire(2, &value), 0x43);
+    EXPECT_EQ(value, 1);
+    EXPECT_EQ(settings->ParameterRange(1, &low, &high), S_OK);
+    EXPECT_EQ(high, 1);
+    SmartPtr<IUnknown> choices;
+    ASSERT_EQ(settings->ParameterEnumeration(2, choices.Out()), S_OK);
+    SmartPtr<INamedCollection> list = QueryAs<INamedCollection>(choices.get(), IID_INamedCollection);
+    int32_t count = 0;
+    list->get_Count(&count);
+    EXPECT_EQ(count, 2);
+    settings->Control(2, 0);
+    EXPECT_EQ(One("?"), "Var1=100,Var2=Hello") << "return style 0: one comma-separated record";
+}
+
+TEST(ProtocolChoices, CutAtBars) {
+    const struct { const wchar_t* text; std::vector<std::wstring> pieces; } rows[] = {
+        {L"Short|Long", {L"Short", L"Long"}}, {L"A||B", {L"A", L"", L"B"}}, {L"A|", {L"A"}},
+        {L"|A", {L"", L"A"}},                 {L"", {}},
+    };
+    for (const auto& row : rows) {
+        SmartPtr<ISuperCollection> list(CREFString::CreateCollection());
+        WKSAddChoices(list.get(), CREFString(row.text));
+        int32_t count = 0;
+        list->get_Count(&count);
+        ASSERT_EQ(count, static_cast<int32_t>(row.pieces.size())) << row.text;
+        for (int32_t k = 0; k < count; ++k) {
+            SmartPtr<IString> name;
+            SmartPtr<IUnknown> item;
+            list->get_ItemName(k, name.Out());
+            list->get_Item(k, item.Out());
+            EXPECT_EQ(TextOf(name.get()), row.pieces[k]);
+            EXPECT_EQ(QueryAs<IVariant>(item.get(), IID_IVariant)->get_Integer(), k);
+        }
+    }
+}
+
+TEST_F(Protocol, Exchange) {
+    const struct {
+        std::string message;
+        HRESULT received;
+        std::vector<std::string> replies;
+    } rows[] = {
+        {"", S_OK, {}},
+        {" \r\n\r\n ", S_OK, {}},
+        {"break", E_BREAK, {}},
+        {"BREAK\r\n", E_BREAK, {}},
+        {"  Break now", E_BREAK, {}},
+        {"b", E_BREAK, {}},
+        {"Brake", S_OK, {"?"}},
+        {"xbreak", S_OK, {"?"}},
+        {"Var1?\r\nVar2?\r\nNope?", S_OK, {"Var1=100", "Var2=Hello", "?"}},
+        {"Var1=5\n\n\r\n   Var1?", S_OK, {"Var1=5"}},
+        {"Var1=1\nVar1=2\nVar1=3\nVar1=4\nVar1=5\nVar1=6\nVar1=7\nVar1=8\nVar1=9\nVar1=10\nVar1?\nVar1?", S_OK,
+         {"Var1=10"}},  // eleven lines; the twelfth is dropped
+        {"Var1=\xff\xfe", S_OK, {}},
+    };
+    for (const auto& row : rows) {
+        HRESULT received = 0;
+        EXPECT_EQ(Send(row.message, &received), row.replies) << row.message;
+        EXPECT_EQ(received, row.received) << row.message;
+    }
+    unsigned char* untouched = reinterpret_cast<unsigned char*>(0x1);
+    int32_t length = 77;
+    EXPECT_EQ(m_Manager->GetResponse(&untouched, &length), S_FALSE) << "nothing pending";
+    EXPECT_EQ(length, 77);
+    // Undecodable bytes arrive as U+FFFD, which the "C" locale of this test cannot write back:
+    // a character that has no multibyte form is left out of the reply.
+    EXPECT_EQ(One("Var1?"), "Var1=");
+}
+
+TEST_F(Protocol, AssignmentsConvertByTheParameterType) {
+    const struct { const char* line; const char* reply; } rows[] = {
+        {"Var1=12.5", "Var1=12.5"}, {"Var1=-7", "Var1=-7"}, {"Var1=123456789", "Var1=123456789"},
+        {"Var1=1234567890", "Var1=1234567890"}, {"Var1=1.2.3", "Var1=1.2.3"}, {"Var1 = \"quoted \"", "Var1=quoted "},
+        {"Var2=42", "Var2=42"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Send(row.line), std::vector<std::string>{}) << row.line;
+        EXPECT_EQ(One(std::string(row.line).substr(0, 4) + "?"), row.reply) << row.line;
+    }
+    EXPECT_EQ(Send("Var1="), std::vector<std::string>{"?"});
+    EXPECT_EQ(Send("Var1=\"\""), std::vector<std::string>{"?"});
+    EXPECT_EQ(Send("X=1"), std::vector<std::string>{"?"});
+}
+
+TEST_F(Protocol, CommandTableAgainstTheWorkspace) {
+    Node* station = m_Root->Add(L"Station", kNamed);
+    station->Add(L"Lamp", kStep);
+    Node* ioquen = station->Add(L"IOQuen", kStep | kNamed);
+    ioquen->Add(L"Speed", kResult)->value = 2.5;
+    Node* results = station->Add(L"ResultsView", kNamed);
+    results->Add(L"Length", kResult)->value = 12.25;
+    results->Add(L"Width", kResult)->value = 3;
+    m_Root->Add(L"Valve", kIO);
+    Node* toolbar = m_Root->Add(L"Toolbar", kToolbar | kButtons);
+    toolbar->Add(L"Start", kButton)->id = 5;
+    Node* panel = m_Root->Add(L"Panel", kNamed);
+    panel->Add(L"Stop", kButton)->id = 6;
+    Node* tabs = m_Root->Add(L"Tabs", kTabs);
+    tabs->Add(L"First", kNamed);
+    tabs->Add(L"Second", kNamed)->Add(L"Value", kIO)->state = 1;
+    Node* ui = m_Root->Add(L"UI", kManager | kNamed);
+    ui->Add(L"Field", 0);
+    m_Root->Add(L"Managers", kManagers);
+    m_Root->Add(L"KQBible", kSearch);
+    m_Root->Add(L"My Obj", kNamed)->Add(L"Value", kIO);
+    m_Root->Add(L"Files", kFiles | kNamed)->busy = 3;
+
+    EXPECT_EQ(Send("Station.Lamp=1"), std::vector<std::string>{});
+    EXPECT_EQ(One("Station.Lamp?"), "1") << "a step switched on reports state 1";
+    EXPECT_EQ(One("Station::Lamp?"), "1");
+    EXPECT_EQ(One("? Station.Lamp"), "1");
+    Send("Station.Lamp=0");
+    EXPECT_EQ(One("Station.ResultsView?"), "Length=12.25\nWidth=3");
+    EXPECT_EQ(One("Station.IOQuen?"), "0") << "a step without parameters answers its state";
+    Send("Valve=0");
+    Send("Valve=on");
+    EXPECT_EQ(One("Valve?"), "1");
+    Send("Toolbar.Start=0");
+    Send("Panel.Stop=1");
+    Send("Tabs.First?");
+    Send("Tabs.Second.Value?");
+    Send("Tabs.Second.Value?");
+    Send("UI.Field=x");
+    Send("UI+");
+    Send("UI-");
+    EXPECT_EQ(Send("Valve+"), std::vector<std::string>{"?"}) << "stepping needs a manager";
+    Send("Managers:pick this");  // a single ":" ends the path and stays in the text
+    Send("Managers");
+    Send("KQBible.first second");
+    Send("Station:Lamp");
+    EXPECT_EQ(One("My Obj.Value?"), "0");
+    EXPECT_EQ(One("\"My Obj\".Value?"), "0");
+    EXPECT_EQ(One("Files?"), "<none>") << "waits until the collection is no longer busy";
+    EXPECT_EQ(Send("Nobody?"), std::vector<std::string>{"?"});
+
+    const std::vector<std::string> expected = {
+        "Lamp.SwitchOn", "Lamp.SwitchOff", "Valve.put_State(2)", "Valve.put_State(1)",
+        "Toolbar.put_ButtonState(5,0)", "Stop.put_Attribute(15,1)",
+        "Tabs.put_ActiveIndex(1,1)",  // First is index 0, already active: no call
+        "UI.get_ActiveObject", "UI.Notify(1,-1,-1,Field)", "UI.Increment", "UI.Decrement",
+        "Managers.Select(:pick this)", "Managers.SelectDefault", "KQBible.Search(first second)",
+    };
+    EXPECT_EQ(m_Log, expected);
+}
+
+TEST_F(Protocol, LongRepliesAreDeliveredWhole) {
+    Node* big = m_Root->Add(L"Big", kNamed);
+    for (int i = 0; i < 150; ++i) big->Add(L"Result" + std::to_wstring(i), kResult)->value = i + 0.5;
+    const std::string reply = One("Big?");
+    EXPECT_GT(reply.size(), 1000u);
+    EXPECT_EQ(reply.substr(0, 21), "Result0=0.5\nResult1=1");
+    EXPECT_EQ(reply.substr(reply.size() - 15), "Result149=149.5");
+    EXPECT_EQ(One("Var1?"), "Var1=100") << "the larger buffer serves later replies";
+}
+
+}  // namespace
