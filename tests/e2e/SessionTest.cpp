@@ -1,0 +1,181 @@
+// The module as wks-host drives it: loaded with dlopen, initialised with the host's collection,
+// bound to the reference workspace, fed messages through IProtocolManager's slots.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "host/collections/ComponentList.h"
+#include "host/workspace/Workspace.h"
+
+namespace {
+
+template <class Fn>
+Fn Slot(void* itf, int n) {
+    return reinterpret_cast<Fn>((*static_cast<void***>(itf))[n]);
+}
+
+class Session : public ::testing::Test {
+protected:
+    void Open(const std::string& toml) {
+        std::string error;
+        ASSERT_TRUE(WorkspaceLoad(toml, "test", m_Workspace, error)) << error;
+        m_Module = dlopen("./WKSProtocol.so", RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(m_Module, nullptr) << dlerror();
+        m_Initialize = reinterpret_cast<HRESULT (*)(void*, IComponentCollection*)>(
+            dlsym(m_Module, "_Z16InitializeModulePvP20IComponentCollection"));
+        auto entry = reinterpret_cast<HRESULT (*)(tagREFString, void**)>(dlsym(m_Module, "CreateFunction"));
+        ASSERT_TRUE(m_Initialize && entry);
+        SmartPtr<IComponentCollection> components;
+        HOSTCreateGlobalComponentCollection(nullptr, &IID_IComponentCollection, components.OutVoid());
+        ASSERT_EQ(m_Initialize(nullptr, components.get()), S_OK);
+        void* creator = nullptr;
+        ASSERT_EQ(entry(tagREFString{11, L"WKSProtocol"}, &creator), S_OK);
+        IID wanted = IID_IProtocolManager;
+        ASSERT_EQ(reinterpret_cast<CREATORFUNCTION>(creator)(nullptr, &wanted, m_Manager.OutVoid()), S_OK);
+        SmartPtr<INamedCollection> names = QueryAs<INamedCollection>(m_Workspace.table.get(), IID_INamedCollection);
+        QueryAs<IBindableObject>(m_Manager.get(), IID_IBindableObject)->Bind(names.get(), nullptr);
+        Send("?\nVar1?");  // the process-wide factory objects exist from here on
+        m_Live = HOSTLiveObjects();
+    }
+    void TearDown() override {
+        if (!m_Manager) return;
+        Send("?");
+        EXPECT_EQ(HOSTLiveObjects(), m_Live) << "commands leave no host object behind";
+        m_Manager.Reset();
+        m_Workspace.table.Reset();
+        m_Initialize(nullptr, nullptr);
+    }
+
+    std::vector<std::string> Send(const std::string& text, HRESULT* received = nullptr) {
+        std::vector<unsigned char> bytes(text.begin(), text.end());
+        using Received = HRESULT (*)(void*, unsigned char*, int32_t);
+        using Response = HRESULT (*)(void*, unsigned char**, int32_t*);
+        const HRESULT hr = Slot<Received>(m_Manager.get(), 4)(m_Manager.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
+        if (received) *received = hr;
+        std::vector<std::string> replies;
+        for (int guard = 0; guard < 20; ++guard) {
+            unsigned char* reply = nullptr;
+            int32_t length = 0;
+            const HRESULT more = Slot<Response>(m_Manager.get(), 5)(m_Manager.get(), &reply, &length);
+            if (reply) replies.emplace_back(reinterpret_cast<char*>(reply), length);
+            if (more != S_OK) break;
+        }
+        return replies;
+    }
+    std::vector<std::string>& Log() { return m_Workspace.log.calls; }
+
+    Workspace m_Workspace;
+    void* m_Module = nullptr;
+    HRESULT (*m_Initialize)(void*, IComponentCollection*) = nullptr;
+    SmartPtr<IProtocolManager> m_Manager;
+    int32_t m_Live = 0;
+};
+
+using Replies = std::vector<std::string>;
+
+TEST_F(Session, CommandTableOnTheSampleWorkspace) {
+    Open(WorkspaceSample());
+    const struct { const char* line; Replies replies; std::vector<std::string> calls; } rows[] = {
+        {"", {}, {}},
+        {"?", {"Var1=100\nVar2=Hello"}, {}},
+        {"Var1=7", {}, {}},
+        {"? Var1", {"Var1=7"}, {}},
+        {"Lamp=1", {}, {"Lamp.SwitchOn"}},
+        {"Lamp?", {"1"}, {}},
+        {"Lamp=0", {}, {"Lamp.SwitchOff"}},
+        {"Valve=0", {}, {"Valve.put_State(2)"}},
+        {"Valve?", {"0"}, {}},
+        {"Station.ResultsView?", {"Length=12.25\nWidth=3.5"}, {}},
+        {"Station::ResultsView?", {"Length=12.25\nWidth=3.5"}, {}},
+        {"\"Station\".ResultsView?", {"Length=12.25\nWidth=3.5"}, {}},
+        {"Station.IOQuen?", {"Host=localhost\nPort=4711\nTimeout=2.5"}, {}},
+        {"Station.Feeder?", {"0"}, {}},
+        {"Oven?", {"Mode=bake\nTemperature=180"}, {}},
+        {"Toolbar.Start=0", {}, {"Toolbar.put_ButtonState(101,0)"}},
+        {"Panel.Stop=1", {}, {"Stop.put_Attribute(15,1)"}},
+        {"Tabs.Second.Value?", {"1"}, {"Tabs.put_ActiveIndex(1,1)"}},
+        {"Tabs.Second.Value?", {"1"}, {}},  // already active: no call
+        {"UI.Field=x", {}, {"UI.get_ActiveObject", "UI.Notify(1,-1,-1,Field)"}},
+        {"UI+", {}, {"UI.Increment"}},
+        {"UI-", {}, {"UI.Decrement"}},
+        {"Valve+", {"?"}, {}},
+        {"Managers:pick", {}, {"Managers.Select(:pick)"}},
+        {"Managers", {}, {"Managers.SelectDefault"}},
+        {"Links:via moniker", {}, {"Managers.Select(:via moniker)"}},
+        {"KQBible.first second", {}, {"KQBible.Search(first second)"}},
+        {"Station:Feeder", {}, {}},
+        {"Nobody?", {"?"}, {}},
+        {"Lamp=", {"?"}, {}},
+        {"Lamp=\"\"", {"?"}, {}},
+    };
+    for (const auto& row : rows) {
+        Log().clear();
+        EXPECT_EQ(Send(row.line), row.replies) << row.line;
+        EXPECT_EQ(Log(), row.calls) << row.line;
+    }
+}
+
+TEST_F(Session, BreaksAndTheLineBudget) {
+    Open(WorkspaceSample());
+    for (const char* message : {"break", "BREAK\r\n", "  Break now", "b"}) {
+        HRESULT received = 0;
+        EXPECT_EQ(Send(message, &received), Replies{});
+        EXPECT_EQ(received, E_BREAK) << message;
+    }
+    std::string twelve;
+    for (int i = 0; i < 12; ++i) twelve += "Lamp=" + std::to_string(i % 2) + "\r\n";
+    Log().clear();
+    Send(twelve);
+    EXPECT_EQ(Log().size(), 11u) << "at most eleven lines of one message";
+    EXPECT_EQ(Send("L1\n\n\r\n   Lamp?\nNobody"), (Replies{"?", "0", "?"}));
+}
+
+TEST_F(Session, LongRepliesAreDeliveredWhole) {
+    std::string toml = "[[object]]\nname = \"Big\"\n";
+    for (int i = 0; i < 200; ++i)
+        toml += "[[object.children]]\nname = \"Result" + std::to_string(i) + "\"\nkind = \"result\"\nvalue = " +
+                std::to_string(i) + ".5\n";
+    Open(toml);
+    const Replies replies = Send("Big?");
+    ASSERT_EQ(replies.size(), 1u);
+    EXPECT_GT(replies[0].size(), 2000u);
+    EXPECT_EQ(replies[0].substr(replies[0].size() - 15), "Result199=199.5");
+}
+
+// wks-host on a scripted session: the transcript is the replies, one per line.
+TEST(WksHost, ScriptedSessionTranscript) {
+    const char* script = "Lamp=1\nLamp?\nStation.ResultsView?\nNobody\nVar1=5\nVar1?\nBreak\nLamp?\n";
+    {
+        std::ofstream file("e2e-session.txt");
+        file << script;
+    }
+    FILE* run = popen("./wks-host --no-prompt < e2e-session.txt", "r");
+    ASSERT_NE(run, nullptr);
+    std::string transcript;
+    char buffer[256];
+    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) transcript.append(buffer, n);
+    EXPECT_EQ(pclose(run), 0);
+    std::remove("e2e-session.txt");
+    EXPECT_EQ(transcript, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n");
+}
+
+TEST(WksHost, BadWorkspaceNamesFileAndLine) {
+    {
+        std::ofstream file("e2e-bad.toml");
+        file << "[[object]]\nname = \"A\"\n\n[[object]]\nname = \"B\"\nkind = \"teapot\"\n";
+    }
+    FILE* run = popen("./wks-host --workspace e2e-bad.toml < /dev/null 2>&1", "r");
+    ASSERT_NE(run, nullptr);
+    std::string output;
+    char buffer[256];
+    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) output.append(buffer, n);
+    EXPECT_NE(pclose(run), 0);
+    std::remove("e2e-bad.toml");
+    EXPECT_EQ(output, "wks-host: e2e-bad.toml:6: unknown kind 'teapot' of object 'B'\n");
+}
+
+}  // namespace
