@@ -231,9 +231,10 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
             }
             TrimBack(name);
 
+            // The same text serves the own-parameter lookup and the lookup in the collection.
+            SmartPtr<IString> key = NewString(name);
             if (firstName) {
                 firstName = false;
-                SmartPtr<IString> key(ISCreate(static_cast<const tagREFString&>(name)));
                 int32_t index = -1;
                 if (key && get_Index(key.get(), &index) >= 0) {
                     current.Assign(static_cast<INamedCollection*>(OwnParameters()));
@@ -241,10 +242,10 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
                     get_Item(index, target.Out());
                     TrimFront(line);
                     if (line.length == 0 || (line.text[0] != L':' && line.text[0] != L'.')) break;
+                    key = NewString(name);  // the own-parameter name stays as it is
                 }
             }
 
-            SmartPtr<IString> key = NewString(name);
             SmartPtr<IUnknown> found;
             int32_t index = -1;
             if (tabs) {

@@ -34,6 +34,7 @@ public:
     }
 
     void Register(const std::wstring& name, CREATORFUNCTION creator) {
+        ++m_Version;
         auto found = m_Index.find(name);
         if (found != m_Index.end()) {
             m_Entries[found->second].second = creator;
@@ -50,6 +51,7 @@ public:
 
     std::vector<std::pair<std::wstring, CREATORFUNCTION>> m_Entries;
     std::unordered_map<std::wstring, int32_t> m_Index;
+    uint32_t m_Version = 1;
 };
 
 Registry& Components() {
@@ -81,6 +83,8 @@ std::wstring HOSTComponentName(int32_t index) {
 
 int32_t HOSTComponentIndex(const std::wstring& name) { return Components().IndexOf(name); }
 
+uint32_t HOSTComponentVersion() { return Components().m_Version; }
+
 HRESULT CComponentString::QueryInterface(const IID& iid, void** object) {
     if (object == nullptr) return E_POINTER;
     if (iid == IID_IUnknown || iid == IID_IComponentString) {
@@ -98,6 +102,7 @@ HRESULT CComponentString::SetObject(IUnknown* object) {
     tagREFString name{0, nullptr};
     if (info->GetName(0, &name) < 0) return E_FAIL;
     m_Fields[1].assign(name.text ? name.text : L"", static_cast<size_t>(name.length));
+    m_Version = 0;
     return S_OK;
 }
 
@@ -112,15 +117,19 @@ HRESULT CComponentString::get_Field(int32_t field, IString** text) {
 HRESULT CComponentString::CreateInstance(IID* iid, void** object) {
     if (object == nullptr) return E_POINTER;
     *object = nullptr;
-    CREATORFUNCTION creator = HOSTFindComponent(m_Fields[1]);
-    if (creator == nullptr) return E_FAIL;
-    return creator(nullptr, iid, object);
+    if (m_Version != HOSTComponentVersion()) {
+        m_Creator = HOSTFindComponent(m_Fields[1]);
+        m_Version = HOSTComponentVersion();
+    }
+    if (m_Creator == nullptr) return E_FAIL;
+    return m_Creator(nullptr, iid, object);
 }
 
 HRESULT CComponentString::put_Field(int32_t field, tagREFString text) {
     if (field < 0 || field >= kFields) return E_INVALIDARG;
     if (text.length < 0 || (text.length > 0 && text.text == nullptr)) return E_INVALIDARG;
     m_Fields[field].assign(text.text ? text.text : L"", static_cast<size_t>(text.length));
+    if (field == 1) m_Version = 0;
     return S_OK;
 }
 

@@ -11,6 +11,8 @@ int32_t HOSTComponentCount();
 // The name at `index` (registration order), or empty.
 std::wstring HOSTComponentName(int32_t index);
 int32_t HOSTComponentIndex(const std::wstring& name);
+// Changes whenever a component is registered, so that cached creators can be looked up again.
+uint32_t HOSTComponentVersion();
 
 // Describes one component: field 1 its name, field 4 its module. CreateInstance makes a new object
 // of the component named in field 1 on every call.
@@ -27,4 +29,6 @@ public:
 private:
     static constexpr int32_t kFields = 8;
     std::wstring m_Fields[kFields];
+    CREATORFUNCTION m_Creator = nullptr;  // of field 1, as of registry version m_Version
+    uint32_t m_Version = 0;
 };

@@ -30,7 +30,11 @@ HRESULT CHostString::SetText(int32_t length, const wchar_t* text) {
 HRESULT CHostString::AppendText(int32_t count, const wchar_t* chars) {
     if (count < 0) return E_INVALIDARG;
     if (count > 0 && chars == nullptr) return E_POINTER;
-    if (count > 0) m_Text.append(chars, static_cast<size_t>(count));
+    if (count == 0) return S_OK;
+    // Text arrives a character at a time (decoded messages): grow in steps worth having.
+    const size_t needed = m_Text.size() + static_cast<size_t>(count);
+    if (needed > m_Text.capacity()) m_Text.reserve(needed < 32 ? 32 : 2 * needed);
+    m_Text.append(chars, static_cast<size_t>(count));
     return S_OK;
 }
 
