@@ -146,6 +146,17 @@ TEST_F(Session, LongRepliesAreDeliveredWhole) {
     EXPECT_EQ(replies[0].substr(replies[0].size() - 15), "Result199=199.5");
 }
 
+// Runs a shell command in the build folder; its exit status goes to `status`.
+std::string Output(const std::string& command, int& status) {
+    FILE* run = popen(command.c_str(), "r");
+    std::string output;
+    if (run == nullptr) return status = -1, output;
+    char buffer[256];
+    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) output.append(buffer, n);
+    status = pclose(run);
+    return output;
+}
+
 // wks-host on a scripted session: the transcript is the replies, one per line.
 TEST(WksHost, ScriptedSessionTranscript) {
     const char* script = "Lamp=1\nLamp?\nStation.ResultsView?\nNobody\nVar1=5\nVar1?\nBreak\nLamp?\n";
@@ -153,12 +164,9 @@ TEST(WksHost, ScriptedSessionTranscript) {
         std::ofstream file("e2e-session.txt");
         file << script;
     }
-    FILE* run = popen("./wks-host --no-prompt < e2e-session.txt", "r");
-    ASSERT_NE(run, nullptr);
-    std::string transcript;
-    char buffer[256];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) transcript.append(buffer, n);
-    EXPECT_EQ(pclose(run), 0);
+    int status = -1;
+    const std::string transcript = Output("./wks-host --no-prompt < e2e-session.txt", status);
+    EXPECT_EQ(status, 0);
     std::remove("e2e-session.txt");
     EXPECT_EQ(transcript, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n");
 }
@@ -168,12 +176,9 @@ TEST(WksHost, BadWorkspaceNamesFileAndLine) {
         std::ofstream file("e2e-bad.toml");
         file << "[[object]]\nname = \"A\"\n\n[[object]]\nname = \"B\"\nkind = \"teapot\"\n";
     }
-    FILE* run = popen("./wks-host --workspace e2e-bad.toml < /dev/null 2>&1", "r");
-    ASSERT_NE(run, nullptr);
-    std::string output;
-    char buffer[256];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) output.append(buffer, n);
-    EXPECT_NE(pclose(run), 0);
+    int status = 0;
+    const std::string output = Output("./wks-host --workspace e2e-bad.toml < /dev/null 2>&1", status);
+    EXPECT_NE(status, 0);
     std::remove("e2e-bad.toml");
     EXPECT_EQ(output, "wks-host: e2e-bad.toml:6: unknown kind 'teapot' of object 'B'\n");
 }

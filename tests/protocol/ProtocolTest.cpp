@@ -1,12 +1,12 @@
-// The protocol object driven as a host drives it: created through its creator, bound to a
-// recording workspace, fed messages through IProtocolManager's slots.
+// The protocol object driven as a host drives it: created through its creator and fed messages
+// through IProtocolManager's slots. Paths through a workspace are the end-to-end suite's.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "Workspace.h"
+#include "support/Fakes.h"
 #include "protocol/WKSProtocol.h"
 #include "text/Conversions.h"
 
@@ -35,14 +35,10 @@ protected:
         m_Fakes = FakeLive();
 
         ASSERT_EQ(CObject<CWKSProtocol>::_CreateInstance(nullptr, &iid, m_Manager.OutVoid()), S_OK);
-        m_Root.Attach(new Node(L"root", kTable | kNamed, &m_Log));
-        SmartPtr<IBindableObject> bindable = QueryAs<IBindableObject>(m_Manager.get(), IID_IBindableObject);
-        bindable->Bind(m_Root.get(), nullptr);
     }
     void TearDown() override {
         m_Manager.Reset();
-        m_Root.Reset();
-        EXPECT_EQ(FakeLive(), m_Fakes) << "every workspace reference was released";
+        EXPECT_EQ(FakeLive(), m_Fakes) << "every fake was released";
         EXPECT_EQ(LiveHostObjects(), m_Live) << "every host object was released";
     }
 
@@ -69,9 +65,7 @@ protected:
         return replies.empty() ? std::string("<none>") : replies.front();
     }
 
-    std::vector<std::string> m_Log;
     SmartPtr<IProtocolManager> m_Manager;
-    SmartPtr<Node> m_Root;
     int32_t m_Live = 0;
     int m_Fakes = 0;
 };
@@ -219,75 +213,14 @@ TEST_F(Protocol, AssignmentsConvertByTheParameterType) {
     EXPECT_EQ(Send("X=1"), std::vector<std::string>{"?"});
 }
 
-TEST_F(Protocol, CommandTableAgainstTheWorkspace) {
-    Node* station = m_Root->Add(L"Station", kNamed);
-    station->Add(L"Lamp", kStep);
-    Node* ioquen = station->Add(L"IOQuen", kStep | kNamed);
-    ioquen->Add(L"Speed", kResult)->value = 2.5;
-    Node* results = station->Add(L"ResultsView", kNamed);
-    results->Add(L"Length", kResult)->value = 12.25;
-    results->Add(L"Width", kResult)->value = 3;
-    m_Root->Add(L"Valve", kIO);
-    Node* toolbar = m_Root->Add(L"Toolbar", kToolbar | kButtons);
-    toolbar->Add(L"Start", kButton)->id = 5;
-    Node* panel = m_Root->Add(L"Panel", kNamed);
-    panel->Add(L"Stop", kButton)->id = 6;
-    Node* tabs = m_Root->Add(L"Tabs", kTabs);
-    tabs->Add(L"First", kNamed);
-    tabs->Add(L"Second", kNamed)->Add(L"Value", kIO)->state = 1;
-    Node* ui = m_Root->Add(L"UI", kManager | kNamed);
-    ui->Add(L"Field", 0);
-    m_Root->Add(L"Managers", kManagers);
-    m_Root->Add(L"KQBible", kSearch);
-    m_Root->Add(L"My Obj", kNamed)->Add(L"Value", kIO);
-    m_Root->Add(L"Files", kFiles | kNamed)->busy = 3;
-
-    EXPECT_EQ(Send("Station.Lamp=1"), std::vector<std::string>{});
-    EXPECT_EQ(One("Station.Lamp?"), "1") << "a step switched on reports state 1";
-    EXPECT_EQ(One("Station::Lamp?"), "1");
-    EXPECT_EQ(One("? Station.Lamp"), "1");
-    Send("Station.Lamp=0");
-    EXPECT_EQ(One("Station.ResultsView?"), "Length=12.25\nWidth=3");
-    EXPECT_EQ(One("Station.IOQuen?"), "0") << "a step without parameters answers its state";
-    Send("Valve=0");
-    Send("Valve=on");
-    EXPECT_EQ(One("Valve?"), "1");
-    Send("Toolbar.Start=0");
-    Send("Panel.Stop=1");
-    Send("Tabs.First?");
-    Send("Tabs.Second.Value?");
-    Send("Tabs.Second.Value?");
-    Send("UI.Field=x");
-    Send("UI+");
-    Send("UI-");
-    EXPECT_EQ(Send("Valve+"), std::vector<std::string>{"?"}) << "stepping needs a manager";
-    Send("Managers:pick this");  // a single ":" ends the path and stays in the text
-    Send("Managers");
-    Send("KQBible.first second");
-    Send("Station:Lamp");
-    EXPECT_EQ(One("My Obj.Value?"), "0");
-    EXPECT_EQ(One("\"My Obj\".Value?"), "0");
-    EXPECT_EQ(One("Files?"), "<none>") << "waits until the collection is no longer busy";
-    EXPECT_EQ(Send("Nobody?"), std::vector<std::string>{"?"});
-
-    const std::vector<std::string> expected = {
-        "Lamp.SwitchOn", "Lamp.SwitchOff", "Valve.put_State(2)", "Valve.put_State(1)",
-        "Toolbar.put_ButtonState(5,0)", "Stop.put_Attribute(15,1)",
-        "Tabs.put_ActiveIndex(1,1)",  // First is index 0, already active: no call
-        "UI.get_ActiveObject", "UI.Notify(1,-1,-1,Field)", "UI.Increment", "UI.Decrement",
-        "Managers.Select(:pick this)", "Managers.SelectDefault", "KQBible.Search(first second)",
-    };
-    EXPECT_EQ(m_Log, expected);
-}
-
-TEST_F(Protocol, LongRepliesAreDeliveredWhole) {
-    Node* big = m_Root->Add(L"Big", kNamed);
-    for (int i = 0; i < 150; ++i) big->Add(L"Result" + std::to_wstring(i), kResult)->value = i + 0.5;
-    const std::string reply = One("Big?");
-    EXPECT_GT(reply.size(), 1000u);
-    EXPECT_EQ(reply.substr(0, 21), "Result0=0.5\nResult1=1");
-    EXPECT_EQ(reply.substr(reply.size() - 15), "Result149=149.5");
-    EXPECT_EQ(One("Var1?"), "Var1=100") << "the larger buffer serves later replies";
+TEST_F(Protocol, BindMakesTheCollectionTheRunningObjectTable) {
+    SmartPtr<ISuperCollection> table(CREFString::CreateCollection());
+    SmartPtr<IBindableObject> bindable = QueryAs<IBindableObject>(m_Manager.get(), IID_IBindableObject);
+    EXPECT_EQ(bindable->Bind(table.get(), nullptr), S_OK);
+    SmartPtr<IInputParameters> inputs = QueryAs<IInputParameters>(m_Manager.get(), IID_IInputParameters);
+    SmartPtr<IUnknown> bound;
+    inputs->get_InputObject(0, bound.Out());
+    EXPECT_EQ(static_cast<void*>(bound.get()), static_cast<void*>(table.get()));
 }
 
 }  // namespace
