@@ -7,6 +7,7 @@
 #include <cwctype>
 
 #include "module/Module.h"
+#include "protocol/LocaleBytes.h"
 #include "protocol/WKSProtocol.h"
 #include "text/Conversions.h"
 
@@ -18,6 +19,12 @@ constexpr int32_t kLineBudget = 11;
 constexpr int32_t kCsvOpenMode = 0x30000;
 constexpr useconds_t kBusyPoll = 10000;
 constexpr int32_t kReplyWork = 260;
+
+// The module's conversions between characters and the locale's bytes (one thread at a time).
+CLocaleBytes& LocaleBytes() {
+    static CLocaleBytes bytes;
+    return bytes;
+}
 
 bool IsLeadingBlank(wchar_t c) { return std::iswspace(c) || std::iswcntrl(c); }
 bool IsTrailingBlank(wchar_t c) { return c == 127 || static_cast<uint32_t>(c) <= 32; }
@@ -64,32 +71,44 @@ SmartPtr<IString> NewString(const tagREFString& text) {
     return made;
 }
 
-// The value of one object as a variant, by the query's order of precedence: a result's real,
-// a step's state, a digital input or output's bit, a string's text, the object's own variant.
-// Null when the object offers none of them.
-SmartPtr<IVariant> ValueOf(IUnknown* object) {
+// A value as a variant, by the query's order of precedence: a result's real, a step's state, a
+// digital input or output's bit, a string's text, the object's own variant. Null when none applies.
+SmartPtr<IVariant> ValueOf(IResultParameter* result, IStep* step, IDigitalIO* io, IString* text, IVariant* own) {
     SmartPtrIID<IVariant, &IID_IVariant> value;
-    if (SmartPtr<IResultParameter> result = QueryAs<IResultParameter>(object, IID_IResultParameter)) {
+    if (result != nullptr) {
         double real = 0;
         result->get_Value(&real);
         SmartPtr<IVariant> made(CREFString::CreateVariant());
         if (made) made->put_Double(real);
         value = made.get();
-    } else if (SmartPtr<IStep> step = QueryAs<IStep>(object, IID_IStep)) {
+    } else if (step != nullptr) {
         SmartPtr<IVariant> made(IVCreate(static_cast<int>(step->get_State())));
         value = made.get();
-    } else if (SmartPtr<IDigitalIO> io = QueryAs<IDigitalIO>(object, IID_IDigitalIO)) {
+    } else if (io != nullptr) {
         int16_t state = 0;
         io->get_State(&state);
         SmartPtr<IVariant> made(IVCreate(state & 1));
         value = made.get();
-    } else if (SmartPtr<IString> text = QueryAs<IString>(object, IID_IString)) {
-        SmartPtr<IVariant> made(IVCreate(text.get()));
+    } else if (text != nullptr) {
+        SmartPtr<IVariant> made(IVCreate(text));
         value = made.get();
     } else {
-        value = object;
+        value = own;
     }
     return SmartPtr<IVariant>(value.Detach());
+}
+
+// An item's facets are asked in order of precedence, and only as far as needed.
+SmartPtr<IVariant> ValueOfItem(IUnknown* item) {
+    if (SmartPtr<IResultParameter> result = QueryAs<IResultParameter>(item, IID_IResultParameter))
+        return ValueOf(result.get(), nullptr, nullptr, nullptr, nullptr);
+    if (SmartPtr<IStep> step = QueryAs<IStep>(item, IID_IStep)) return ValueOf(nullptr, step.get(), nullptr, nullptr, nullptr);
+    if (SmartPtr<IDigitalIO> io = QueryAs<IDigitalIO>(item, IID_IDigitalIO))
+        return ValueOf(nullptr, nullptr, io.get(), nullptr, nullptr);
+    if (SmartPtr<IString> text = QueryAs<IString>(item, IID_IString))
+        return ValueOf(nullptr, nullptr, nullptr, text.get(), nullptr);
+    SmartPtr<IVariant> own = QueryAs<IVariant>(item, IID_IVariant);
+    return own;
 }
 
 // The text of an assignment as a variant: by the parameter's type where it names one, otherwise
@@ -113,16 +132,46 @@ SmartPtr<IVariant> ConvertAssigned(const CREFString& value, int32_t type) {
 
 }  // namespace
 
+// What the command language asks of the object a path reached, asked once.
+struct CommandFacets {
+    explicit CommandFacets(IUnknown* target)
+        : parameters(QueryAs<IParameters>(target, IID_IParameters)),
+          named(QueryAs<INamedCollection>(target, IID_INamedCollection)),
+          variant(QueryAs<IVariant>(target, IID_IVariant)),
+          text(QueryAs<IString>(target, IID_IString)),
+          step(QueryAs<IStep>(target, IID_IStep)),
+          io(QueryAs<IDigitalIO>(target, IID_IDigitalIO)),
+          result(QueryAs<IResultParameter>(target, IID_IResultParameter)),
+          files(QueryAs<IFileNameCollection>(target, IID_IFileNameCollection)),
+          info(QueryAs<IObjectInfo>(target, IID_IObjectInfo)),
+          buttons(QueryAs<IUnknown>(target, IID_IButtonCollection)),
+          button(QueryAs<IButton>(target, IID_IButton)) {}
+
+    SmartPtr<IParameters> parameters;
+    SmartPtr<INamedCollection> named;
+    SmartPtr<IVariant> variant;
+    SmartPtr<IString> text;
+    SmartPtr<IStep> step;
+    SmartPtr<IDigitalIO> io;
+    SmartPtr<IResultParameter> result;
+    SmartPtr<IFileNameCollection> files;
+    SmartPtr<IObjectInfo> info;
+    SmartPtr<IUnknown> buttons;
+    SmartPtr<IButton> button;
+};
+
 // --- The exchange -------------------------------------------------------------------------------
 
 HRESULT CWKSProtocol::RecievedMessage(unsigned char* message, int32_t length) {
     SmartPtr<IString> text(CREFString::CreateString());
     if (text && length > 0 && message != nullptr) {
+        CLocaleBytes& codec = LocaleBytes();
+        codec.Refresh();
         std::mbtowc(nullptr, nullptr, 0);
         const char* bytes = reinterpret_cast<const char*>(message);
         for (int32_t p = 0; p < length;) {
             wchar_t c = 0;
-            const int used = std::mbtowc(&c, bytes + p, static_cast<size_t>(length - p));
+            const int used = codec.Decode(&c, bytes + p, static_cast<size_t>(length - p));
             // An undecodable byte is taken as U+FFFD and decoding goes on at the next byte.
             if (used < 0) c = kUndecodable;
             p += used > 0 ? used : 1;
@@ -282,21 +331,16 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
         }
     }
 
-    SmartPtr<IParameters> parameters = QueryAs<IParameters>(target.get(), IID_IParameters);
-    SmartPtr<INamedCollection> named = QueryAs<INamedCollection>(target.get(), IID_INamedCollection);
-    SmartPtr<IStep> step = QueryAs<IStep>(target.get(), IID_IStep);
-    SmartPtr<IUnknown> buttons = QueryAs<IUnknown>(target.get(), IID_IButtonCollection);
-    SmartPtr<IButton> button = QueryAs<IButton>(target.get(), IID_IButton);
-    SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(target.get(), IID_IObjectInfo);
-    const tagREFString targetName = ObjectName(info.get());
-    if (SmartPtr<IFileNameCollection> files = QueryAs<IFileNameCollection>(target.get(), IID_IFileNameCollection))
-        while (files->IsBusy()) usleep(kBusyPoll);
+    CommandFacets facets(target.get());
+    const tagREFString targetName = ObjectName(facets.info.get());
+    if (facets.files)
+        while (facets.files->IsBusy()) usleep(kBusyPoll);
 
     if (!query) {
         TrimFront(line);
         for (int32_t i = 0; i < line.length; ++i)
             if (line.text[i] == L'=')
-                return Assign(CREFString(line.text + i + 1, line.length - i - 1), target.get(), first.get(),
+                return Assign(CREFString(line.text + i + 1, line.length - i - 1), facets, target.get(), first.get(),
                               parent.get(), current.get(), ownName.get());
         if (line.length > 0 && (line.text[0] == L'+' || line.text[0] == L'-')) {
             SmartPtr<IUIManager> manager = QueryAs<IUIManager>(first.get(), IID_IUIManager);
@@ -323,13 +367,16 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
         return S_OK;
     }
 
-    if (!named && buttons) named = QueryAs<INamedCollection>(buttons.get(), IID_INamedCollection);
-    if (parameters && !SameName(targetName, L"ResultsView", true) && (!step || SameName(targetName, L"IOQuen", true)))
-        return Reply(parameters.get());
+    SmartPtr<INamedCollection> named = facets.named;
+    if (!named && facets.buttons) named = QueryAs<INamedCollection>(facets.buttons.get(), IID_INamedCollection);
+    if (facets.parameters && !SameName(targetName, L"ResultsView", true) &&
+        (!facets.step || SameName(targetName, L"IOQuen", true)))
+        return Reply(facets.parameters.get());
 
     SmartPtr<IParametersCreatable> built(BASEObject::CreateParameters());
     if (!built) return S_OK;
-    if (SmartPtr<IVariant> value = ValueOf(target.get())) {
+    if (SmartPtr<IVariant> value = ValueOf(facets.result.get(), facets.step.get(), facets.io.get(), facets.text.get(),
+                                           facets.variant.get())) {
         built->Add(ownName.get(), value.get(), nullptr, 0);
     } else if (named) {
         int32_t count = 0;
@@ -339,7 +386,7 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
             SmartPtr<IUnknown> item;
             named->get_ItemName(i, itemName.Out());
             named->get_Item(i, item.Out());
-            SmartPtr<IVariant> itemValue = ValueOf(item.get());
+            SmartPtr<IVariant> itemValue = ValueOfItem(item.get());
             if (!itemValue) {
                 SmartPtr<IObjectInfo> itemInfo = QueryAs<IObjectInfo>(item.get(), IID_IObjectInfo);
                 if (itemInfo) {
@@ -353,8 +400,8 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
     return Reply(built.get());
 }
 
-HRESULT CWKSProtocol::Assign(CREFString value, IUnknown* target, IUnknown* first, IUnknown* parent,
-                             INamedCollection* current, IString* ownName) {
+HRESULT CWKSProtocol::Assign(CREFString value, const CommandFacets& facets, IUnknown* target, IUnknown* first,
+                             IUnknown* parent, INamedCollection* current, IString* ownName) {
     TrimFront(value);
     if (value.length == 0) return E_FAIL;
     if (value.text[0] == L'"') {
@@ -364,16 +411,16 @@ HRESULT CWKSProtocol::Assign(CREFString value, IUnknown* target, IUnknown* first
         if (value.length == 0) return E_FAIL;
     }
     const bool zero = value.text[0] == L'0';
-    if (SmartPtr<IStep> step = QueryAs<IStep>(target, IID_IStep)) {
-        zero ? step->SwitchOff() : step->SwitchOn();
-    } else if (SmartPtr<IDigitalIO> io = QueryAs<IDigitalIO>(target, IID_IDigitalIO)) {
-        io->put_State(zero ? 2 : 1);
-    } else if (SmartPtr<IButton> button = QueryAs<IButton>(target, IID_IButton)) {
+    if (facets.step) {
+        zero ? facets.step->SwitchOff() : facets.step->SwitchOn();
+    } else if (facets.io) {
+        facets.io->put_State(zero ? 2 : 1);
+    } else if (facets.button) {
         const int32_t state = zero ? 0 : 1;
         int32_t id = 0;
-        button->get_Attribute(8, &id);
+        facets.button->get_Attribute(8, &id);
         if (SmartPtr<IToolbarHost> host = QueryAs<IToolbarHost>(first, IID_IToolbarHost)) host->put_ButtonState(id, state);
-        else button->put_Attribute(15, state);
+        else facets.button->put_Attribute(15, state);
     } else if (SmartPtr<IParameters> parameters = QueryAs<IParameters>(current, IID_IParameters)) {
         int32_t index = -1, flags = 0;
         parameters->get_Index(ownName, &index);
@@ -430,12 +477,14 @@ HRESULT CWKSProtocol::StoreReply(const wchar_t* text, int32_t count) {
         size += by;
         return true;
     };
+    CLocaleBytes& codec = LocaleBytes();
+    codec.Refresh();
     std::wctomb(nullptr, 0);
     int32_t used = 0;
     bool ok = true;
     for (int32_t i = 0; i < count && ok; ++i) {
         char bytes[MB_LEN_MAX];
-        const int n = std::wctomb(bytes, text[i]);
+        const int n = codec.Encode(bytes, text[i]);
         if (n <= 0) continue;  // a character the locale cannot write is left out
         while (ok && size - used < n) ok = grow(256);
         if (!ok) break;

@@ -8,6 +8,8 @@
 #include "parameters/InputParametersImpl.h"
 #include "text/RefString.h"
 
+struct CommandFacets;  // what a command asks of its target, asked once
+
 class WKS_EXPORT CWKSProtocol final : public CObject<CWKSProtocol>,
                                       public IObjectInfoImpl<CWKSProtocol>,
                                       public InputParametersImpl<CWKSProtocol, IParametersCreatable>,
@@ -45,8 +47,8 @@ private:
     void AddEnumeratedReturnStyle();
     HRESULT Reply(IUnknown* collection);
     HRESULT StoreReply(const wchar_t* text, int32_t count);
-    HRESULT Assign(CREFString value, IUnknown* target, IUnknown* first, IUnknown* parent,
-                   INamedCollection* current, IString* ownName);
+    HRESULT Assign(CREFString value, const CommandFacets& facets, IUnknown* target, IUnknown* first,
+                   IUnknown* parent, INamedCollection* current, IString* ownName);
 
     // The exchange.
     int32_t m_State = 0;  // 0 idle, 2 lines pending
