@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <string>
 #include <vector>
 
@@ -211,6 +212,18 @@ TEST_F(Protocol, AssignmentsConvertByTheParameterType) {
     EXPECT_EQ(Send("Var1="), std::vector<std::string>{"?"});
     EXPECT_EQ(Send("Var1=\"\""), std::vector<std::string>{"?"});
     EXPECT_EQ(Send("X=1"), std::vector<std::string>{"?"});
+}
+
+TEST_F(Protocol, BytesFollowTheLocaleOfTheMoment) {
+    if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr) GTEST_SKIP() << "no C.UTF-8 locale";
+    EXPECT_EQ(Send("Var2=\xc3\xa9t\xc3\xa9"), std::vector<std::string>{});
+    EXPECT_EQ(One("Var2?"), "Var2=\xc3\xa9t\xc3\xa9") << "decoded and encoded as UTF-8";
+    std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(One("Var2?"), "Var2=t") << "in the C locale the accented characters cannot be written";
+    Send("Var2=\xc3\xa9");
+    std::setlocale(LC_ALL, "C.UTF-8");
+    EXPECT_EQ(One("Var2?"), "Var2=\xef\xbf\xbd\xef\xbf\xbd") << "the C locale decoded two undecodable bytes";
+    std::setlocale(LC_ALL, "C");
 }
 
 TEST_F(Protocol, BindMakesTheCollectionTheRunningObjectTable) {
