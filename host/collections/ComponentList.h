@@ -1,11 +1,10 @@
-// The creators of the components that CollectionsEx.so makes by name. The global component
-// collection registers every one that is linked in (the declarations are weak so that a
-// component still being written leaves the others usable).
+// The creators of the components that CollectionsEx.so makes by name; the global component
+// collection registers each under its name.
 #pragma once
 
 #include "host/collections/HostObject.h"
 
-#define HOST_CREATOR(fn) __attribute__((weak)) HOST_API HRESULT fn(void* outer, IID* iid, void** object);
+#define HOST_CREATOR(fn) HOST_API HRESULT fn(void* outer, IID* iid, void** object);
 
 // Collections, strings, variants, component strings ("CreatableString", "Variant",
 // "SuperCollection", "ComponentString", "GlobalComponentCollection").

@@ -29,8 +29,7 @@ public:
             {L"InputParameter", HOSTCreateInputParameter},
             {L"CollectionMoniker", HOSTCreateCollectionMoniker},
         };
-        for (const auto& [name, creator] : builtIn)
-            if (creator != nullptr) Register(name, creator);  // weak: absent components are skipped
+        for (const auto& [name, creator] : builtIn) Register(name, creator);
     }
 
     void Register(const std::wstring& name, CREATORFUNCTION creator) {

@@ -1,1 +1,0 @@
-// CollectionsEx.so is made whole from the wks_collections archive.
