@@ -110,4 +110,16 @@ TEST(Conversions, VariantText) {
     EXPECT_EQ(ISCreate(static_cast<IVariant*>(nullptr), -1), nullptr);
 }
 
+TEST(Conversions, ViewOfAStringObject) {
+    SmartPtr<IString> text(ISCreate(L"borrowed"));
+    CREFString view(reinterpret_cast<IDataStream*>(text.get()));  // any object that answers IString
+    EXPECT_EQ(std::wstring(view.text, view.length), L"borrowed");
+    SmartPtr<IVariant> notText(IVCreate(1));
+    CREFString empty(reinterpret_cast<IDataStream*>(notText.get()));
+    EXPECT_EQ(empty.length, 0);
+    EXPECT_EQ(empty.text, nullptr);
+    CREFString none(static_cast<IDataStream*>(nullptr));
+    EXPECT_EQ(none.length, 0);
+}
+
 }  // namespace
