@@ -14,6 +14,7 @@ HRESULT InitializeModule(void*, IComponentCollection* collection) {
 }
 
 extern "C" HRESULT CreateFunction(tagREFString name, void** creator) {
+    if (creator == nullptr) return E_POINTER;
     const tagREFString& own = IObjectInfoImpl<CWKSProtocol>::m_ObjectName;
     if (name.length != own.length) return E_FAIL;
     for (int32_t i = 0; i < own.length; ++i)

@@ -205,6 +205,7 @@ HRESULT CWKSProtocol::RecievedMessage(unsigned char* message, int32_t length) {
 }
 
 HRESULT CWKSProtocol::GetResponse(unsigned char** response, int32_t* length) {
+    if (response == nullptr || length == nullptr) return E_POINTER;  // a host's error: nothing is consumed
     if (m_State != 2 || m_Text.length == 0 || m_LineCount > kLineBudget - 1) {
         m_State = 0;
         return S_FALSE;

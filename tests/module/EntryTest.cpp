@@ -15,6 +15,7 @@ TEST(CreateFunction, AnswersOnlyItsOwnNameExactly) {
     ASSERT_EQ(CreateFunction(tagREFString{11, L"WKSProtocol"}, &creator), S_OK);
     EXPECT_EQ(creator, reinterpret_cast<void*>(&CObject<CWKSProtocol>::_CreateInstance));
 
+    EXPECT_EQ(CreateFunction(tagREFString{11, L"WKSProtocol"}, nullptr), E_POINTER);
     const wchar_t* refused[] = {L"wksprotocol", L"WKSProtocolX", L"WKSProto", L""};
     for (const wchar_t* name : refused) {
         void* place = reinterpret_cast<void*>(0xCAFECAFE);

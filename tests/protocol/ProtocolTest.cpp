@@ -194,6 +194,11 @@ TEST_F(Protocol, Exchange) {
     int32_t length = 77;
     EXPECT_EQ(m_Manager->GetResponse(&untouched, &length), S_FALSE) << "nothing pending";
     EXPECT_EQ(length, 77);
+    EXPECT_EQ(m_Manager->RecievedMessage(reinterpret_cast<unsigned char*>(const_cast<char*>("Var2?")), 5), S_OK);
+    EXPECT_EQ(m_Manager->GetResponse(nullptr, &length), E_POINTER) << "a host's null output consumes nothing";
+    unsigned char* reply = nullptr;
+    EXPECT_EQ(m_Manager->GetResponse(&reply, &length), S_FALSE);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(reply), length), "Var2=Hello");
     // Undecodable bytes arrive as U+FFFD, which the "C" locale of this test cannot write back:
     // a character that has no multibyte form is left out of the reply.
     EXPECT_EQ(One("Var1?"), "Var1=");
