@@ -1,6 +1,5 @@
 // Reading workspace descriptions, and the objects they make.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "host/collections/HostString.h"
 #include "host/workspace/Workspace.h"
@@ -74,9 +73,9 @@ TEST(WorkspaceFile, TheSampleBuildsLiveObjects) {
 TEST(WorkspaceObjects, FilesAreBusyForAWhile) {
     WorkspaceLog log;
     SmartPtr<IFileNameCollection> files(new CWorkspaceObject(L"Files", WS_FILES, &log));
-    static_cast<CWorkspaceObject*>(files.get())->SetBusyFor(30);
+    static_cast<CWorkspaceObject*>(files.get())->SetBusyFor(60000);
     EXPECT_NE(files->IsBusy(), 0);
-    usleep(40000);
+    static_cast<CWorkspaceObject*>(files.get())->SetBusyFor(0);
     EXPECT_EQ(files->IsBusy(), 0);
 }
 
