@@ -44,28 +44,27 @@ void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, 
 }  // namespace
 
 void HOSTWriteEntries(IUnknown* collection, wchar_t separator, std::wstring& out) {
-    if (SmartPtr<IParameters> parameters = QueryAs<IParameters>(collection, IID_IParameters)) {
-        int32_t count = 0;
-        parameters->get_Count(&count);
-        for (int32_t i = 0; i < count; ++i) {
-            SmartPtr<IString> name;
-            SmartPtr<IVariant> value;
-            parameters->get_ItemName(i, name.Out());
-            parameters->get_ItemVariant(i, value.Out());
-            AppendEntry(name.get(), value.get(), i == 0, separator, out);
+    // A parameter collection is read through its variants (values delivered by input bindings
+    // included); any other named collection through its items.
+    SmartPtr<IParameters> parameters = QueryAs<IParameters>(collection, IID_IParameters);
+    SmartPtr<INamedCollection> named = parameters ? SmartPtr<INamedCollection>()
+                                                  : QueryAs<INamedCollection>(collection, IID_INamedCollection);
+    INamedCollection* list = parameters ? parameters.get() : named.get();
+    if (list == nullptr) return;
+    int32_t count = 0;
+    list->get_Count(&count);
+    for (int32_t i = 0; i < count; ++i) {
+        SmartPtr<IString> name;
+        SmartPtr<IUnknown> value;
+        list->get_ItemName(i, name.Out());
+        if (parameters) {
+            SmartPtr<IVariant> variant;
+            parameters->get_ItemVariant(i, variant.Out());
+            value.Attach(variant.Detach());
+        } else {
+            list->get_Item(i, value.Out());
         }
-        return;
-    }
-    if (SmartPtr<INamedCollection> named = QueryAs<INamedCollection>(collection, IID_INamedCollection)) {
-        int32_t count = 0;
-        named->get_Count(&count);
-        for (int32_t i = 0; i < count; ++i) {
-            SmartPtr<IString> name;
-            SmartPtr<IUnknown> value;
-            named->get_ItemName(i, name.Out());
-            named->get_Item(i, value.Out());
-            AppendEntry(name.get(), value.get(), i == 0, separator, out);
-        }
+        AppendEntry(name.get(), value.get(), i == 0, separator, out);
     }
 }
 
