@@ -34,7 +34,8 @@ HRESULT CHostString::AppendText(int32_t count, const wchar_t* chars) {
     // Text arrives a character at a time (decoded messages): grow in steps worth having.
     const size_t needed = m_Text.size() + static_cast<size_t>(count);
     if (needed > m_Text.capacity()) m_Text.reserve(needed < 32 ? 32 : 2 * needed);
-    m_Text.append(chars, static_cast<size_t>(count));
+    if (count == 1) m_Text.push_back(*chars);
+    else m_Text.append(chars, static_cast<size_t>(count));
     return S_OK;
 }
 
