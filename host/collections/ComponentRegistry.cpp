@@ -1,6 +1,5 @@
 #include "host/collections/ComponentRegistry.h"
 
-#include <mutex>
 #include <unordered_map>
 #include <utility>
 #include <vector>

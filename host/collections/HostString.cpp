@@ -1,5 +1,7 @@
 #include "host/collections/HostString.h"
 
+#include <cwchar>
+
 #include "host/collections/ComponentList.h"
 
 HRESULT CHostString::QueryInterface(const IID& iid, void** object) {

@@ -1,5 +1,7 @@
 #include "host/collections/HostVariant.h"
 
+#include <cstdint>
+
 #include "host/collections/ComponentList.h"
 
 HRESULT CHostVariant::QueryInterface(const IID& iid, void** object) {
@@ -27,6 +29,7 @@ double CHostVariant::get_Double() {
 int32_t CHostVariant::get_Integer() {
     if (m_Kind == kInteger) return m_Integer;
     if (m_Kind != kReal) return 0;
+    // Reals beyond the integer range (and NaN) saturate instead of converting out of range.
     if (!(m_Real > -2147483649.0 && m_Real < 2147483648.0)) return m_Real < 0 ? INT32_MIN : INT32_MAX;
     return static_cast<int32_t>(m_Real);
 }

@@ -42,8 +42,10 @@ HRESULT CSuperCollection::get_Index(IUnknown* key, int32_t* index) {
     }
     if (SmartPtr<IVariant> number = QueryAs<IVariant>(key, IID_IVariant)) {
         if (number->get_NumberType() != 0) {
-            *index = number->get_Integer();
-            return S_OK;
+            // A number is an index; one past either end finds nothing, like an unknown name.
+            const int32_t at = number->get_Integer();
+            *index = at >= 0 && at < static_cast<int32_t>(m_Items.size()) ? at : -1;
+            return *index >= 0 ? S_OK : E_FAIL;
         }
         if (number->IsString()) {
             SmartPtr<IString> name;

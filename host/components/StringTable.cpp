@@ -1,7 +1,6 @@
 #include "host/components/StringTable.h"
 
 #include <map>
-#include <mutex>
 #include <string>
 
 #include "host/collections/ComponentList.h"
@@ -55,8 +54,13 @@ public:
 
 void HOSTSetComponentString(const wchar_t* component, int number, const wchar_t* text) {
     if (component == nullptr) return;
-    if (text == nullptr) Table()[component].erase(number);
-    else Table()[component][number] = text;
+    if (text != nullptr) {
+        Table()[component][number] = text;
+        return;
+    }
+    // Removing an entry never makes a component known.
+    auto found = Table().find(component);
+    if (found != Table().end()) found->second.erase(number);
 }
 
 HRESULT HOSTCreateStringTable(void*, IID* iid, void** object) { return HOSTCreate<CStringTable>(iid, object); }
