@@ -99,6 +99,47 @@ TEST_F(HostCore, CollectionOrderLookupAndInterfaces) {
     EXPECT_EQ(static_cast<void*>(named.get()), static_cast<void*>(c.get()));
 }
 
+TEST_F(HostCore, RenameKeepsTheFirstNameFirstAndNumbersAreIndexes) {
+    SmartPtr<ISuperCollection> c(HOSTNewCollection());
+    SmartPtr<IString> a(HOSTNewString(L"A")), z(HOSTNewString(L"Z"));
+    for (int i = 0; i < 3; ++i) c->Add(a.get(), a.get(), 0, 0);
+    int32_t index = -1;
+    c->Rename(0, z.get());
+    EXPECT_EQ(c->get_Index(a.get(), &index), S_OK);
+    EXPECT_EQ(index, 1) << "the next item with the old name takes over";
+    c->Rename(2, nullptr);
+    c->Rename(1, z.get());
+    EXPECT_EQ(c->get_Index(a.get(), &index), E_FAIL);
+    EXPECT_EQ(c->get_Index(z.get(), &index), S_OK);
+    EXPECT_EQ(index, 0);
+
+    SmartPtr<IVariant> key = Make<IVariant>(HOSTCreateVariant, IID_IVariant);
+    const struct {
+        double number;
+        HRESULT result;
+        int32_t index;
+    } rows[] = {{2, S_OK, 2}, {1.9, S_OK, 1}, {3, E_FAIL, -1}, {-1, E_FAIL, -1}};
+    for (const auto& row : rows) {
+        key->put_Double(row.number);
+        EXPECT_EQ(c->get_Index(key.get(), &index), row.result) << row.number;
+        EXPECT_EQ(index, row.index) << row.number;
+    }
+}
+
+TEST_F(HostCore, StringsCheckTheirArgumentsAndStayTerminated) {
+    SmartPtr<IString> s = Make<IString>(HOSTCreateString, IID_IString);
+    EXPECT_EQ(s->SetText(3, nullptr), E_POINTER);
+    EXPECT_EQ(s->AppendText(-2, L"x"), E_INVALIDARG);
+    s->SetText(5, L"abcdefgh");
+    for (wchar_t c = L'0'; c <= L'9'; ++c) s->AppendText(1, &c);
+    s->AppendText(2, L"xyz");
+    wchar_t* text = nullptr;
+    int32_t length = 0;
+    ASSERT_EQ(s->GetText(&text, &length), S_OK);
+    EXPECT_EQ(length, 17);
+    EXPECT_EQ(std::wstring(text), L"abcde0123456789xy") << "terminated right after the text";
+}
+
 TEST_F(HostCore, ComponentStringsMakeANewObjectEachCall) {
     SmartPtr<IComponentString> cs = Make<IComponentString>(HOSTCreateComponentString, IID_IComponentString);
     cs->put_Field(4, tagREFString{11, L"Collections"});
