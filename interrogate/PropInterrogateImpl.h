@@ -65,6 +65,9 @@ public:
     HRESULT Control(int32_t id, int32_t value) override {  // slot 4
         PROPERTYITEM* item = Find(id);
         if (item == nullptr) return E_INVALIDARG;
+        // Owners give every item of types 1-5 a variable; one without stores nothing, as Inquire
+        // reads nothing from it.
+        if (item->Value == nullptr) return S_OK;
         switch (item->Flags & UIPROP_TYPE_MASK) {
             case 1: *static_cast<uint8_t*>(item->Value) = static_cast<uint8_t>(value); break;
             case 2: *static_cast<int16_t*>(item->Value) = static_cast<int16_t>(value); break;
@@ -119,9 +122,12 @@ public:
                 return flags;
             }
             case 5: {
-                // Without a variant factory the output stays null and the call fails.
+                // Without a variant factory the output is left null and the call fails.
                 IVariant* made = CREFString::CreateVariant();
-                if (made == nullptr) return E_FAIL;
+                if (made == nullptr) {
+                    *value = nullptr;
+                    return E_FAIL;
+                }
                 made->put_Double(*static_cast<double*>(item->Value));
                 *value = made;
                 return flags;
@@ -133,6 +139,7 @@ public:
     HRESULT ControlEx(int32_t id, IUnknown* value) override {  // slot 8
         PROPERTYITEM* item = Find(id);
         if (item == nullptr) return E_INVALIDARG;
+        if (item->Value == nullptr) return E_FAIL;  // no variable to write into
         switch (item->Flags & UIPROP_TYPE_MASK) {
             case 6: {
                 Owner().Lock();
@@ -167,7 +174,7 @@ public:
         }
     }
 
-    // The persistence of the table's values is built on these slots later; until then they refuse.
+    // Saving and loading the items' values: their stream formats come later; until then they refuse.
     virtual HRESULT UIPropInterrogate_SaveFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }  // slot 9
     virtual HRESULT UIPropInterrogate_LoadFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }  // slot 10
     virtual HRESULT UIPropInterrogate_SaveXML(IDataStream*, int32_t) { return E_NOTIMPL; }           // slot 11

@@ -122,7 +122,7 @@ HRESULT CInputParameters::get_Index(IUnknown* key, int32_t* index) {
     if (!name) return E_FAIL;
     const std::wstring text = HOSTText(name.get());
     for (size_t i = 0; i < m_Inputs.size(); ++i) {
-        if (Input(static_cast<int32_t>(i))->m_Name == text) {
+        if (Input(static_cast<int32_t>(i))->Name() == text) {
             *index = static_cast<int32_t>(i);
             return S_OK;
         }
@@ -134,13 +134,13 @@ HRESULT CInputParameters::get_ItemName(int32_t index, IString** name) {
     if (name == nullptr) return E_POINTER;
     *name = nullptr;
     if (!InRange(index)) return E_INVALIDARG;
-    *name = HOSTNewString(Input(index)->m_Name.c_str());
+    *name = HOSTNewString(Input(index)->Name().c_str());
     return *name ? S_OK : E_FAIL;
 }
 
 HRESULT CInputParameters::Rename(int32_t index, IString* name) {
     if (!InRange(index)) return E_INVALIDARG;
-    Input(index)->m_Name = HOSTText(name);
+    Input(index)->SetName(HOSTText(name));
     return S_OK;
 }
 
@@ -148,7 +148,7 @@ HRESULT CInputParameters::AddInput(IString* name, IID iid, int32_t flags) {
     CInputParameter* input = new (std::nothrow) CInputParameter();
     if (input == nullptr) return E_FAIL;
     SmartPtr<IInputParameter> held(input);
-    input->m_Name = HOSTText(name);
+    input->SetName(HOSTText(name));
     input->put_InterfaceID(iid);
     input->put_InputFlags(flags);
     m_Inputs.push_back(std::move(held));
@@ -173,7 +173,7 @@ HRESULT CInputParameters::Save(IDataStream* stream, int32_t) {
     SmartPtr<IString> flagsName(HOSTNewString(L"Flags")), iidName(HOSTNewString(L"IID"));
     for (size_t i = 0; i < m_Inputs.size(); ++i) {
         CInputParameter* input = Input(static_cast<int32_t>(i));
-        SmartPtr<IString> name(HOSTNewString(input->m_Name.c_str()));
+        SmartPtr<IString> name(HOSTNewString(input->Name().c_str()));
         SmartPtr<IFolderStream> child;
         if (folder->OpenChild(name.get(), 0, child.Out()) < 0 || !child) continue;
         int32_t flags = 0;
@@ -193,7 +193,7 @@ HRESULT CInputParameters::Load(IDataStream* stream, int32_t) {
     SmartPtr<IString> flagsName(HOSTNewString(L"Flags")), iidName(HOSTNewString(L"IID"));
     for (size_t i = 0; i < m_Inputs.size(); ++i) {
         CInputParameter* input = Input(static_cast<int32_t>(i));
-        SmartPtr<IString> name(HOSTNewString(input->m_Name.c_str()));
+        SmartPtr<IString> name(HOSTNewString(input->Name().c_str()));
         int32_t index = -1;
         if (entries->get_Index(name.get(), &index) < 0) continue;
         SmartPtr<IUnknown> entry;
@@ -220,6 +220,7 @@ HRESULT CCollectionMoniker::QueryInterface(const IID& iid, void** object) {
 
 HRESULT CCollectionMoniker::BindToCollection(INamedCollection* collection, int32_t) {
     if (collection == nullptr) return E_POINTER;
+    m_Bound.Reset();
     SmartPtr<IString> name(HOSTNewString(m_Name.c_str()));
     int32_t index = -1;
     if (!name || collection->get_Index(name.get(), &index) < 0) return E_FAIL;

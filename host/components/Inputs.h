@@ -1,10 +1,14 @@
 // Declared inputs of a component ("InputParameters", "InputParameter") and the moniker that
 // names an object in a collection ("CollectionMoniker").
 //
-// Persisted layout of an "InputParameters" object in a folder stream (IDataPersist): one child
-// folder per input, named after the input, holding "Flags" (typed value, type 3: the input flags)
-// and "IID" (16 bytes: the interface identifier). Loading fills the inputs of the same names;
-// unknown names are skipped.
+// Persisted layout of an "InputParameters" object in a folder stream (IDataPersist), in input order:
+//   <input name>/          child folder, one per input
+//       "Flags"            typed value, type 3: the input flags
+//       "IID"              16 bytes: the interface identifier the input expects
+// Bound objects and monikers are not persisted: binding happens again after loading. Loading
+// fills the declared inputs of the same names; saved inputs that are not declared are skipped, and
+// so are inputs missing from the stream. A stream that is not a folder stream (or, for loading,
+// whose folder does not list its entries) is left alone and the result is still 0.
 #pragma once
 
 #include <string>
@@ -28,10 +32,16 @@ public:
     HRESULT put_InputFlags(int32_t flags) override;
     HRESULT get_BindFlags(int32_t* flags) override;
 
-    std::wstring m_Name;
-    int32_t m_BindFlags = 0;  // bit 0: never look the input up in a collection
+    // The name the input is declared and persisted under; the interfaces only reach it through the
+    // owning collection's get_ItemName and get_Index.
+    const std::wstring& Name() const { return m_Name; }
+    void SetName(std::wstring name) { m_Name = std::move(name); }
+    // Bit 0: never look the input up in a collection. 0 for a new input.
+    void SetBindFlags(int32_t flags) { m_BindFlags = flags; }
 
 private:
+    std::wstring m_Name;
+    int32_t m_BindFlags = 0;
     IID m_Interface = IID_NULL;
     SmartPtr<IUnknown> m_Reference;
     SmartPtr<IUnknown> m_Moniker;
@@ -54,9 +64,11 @@ public:
     HRESULT AddInput(IString* name, IID iid, int32_t flags) override;
     HRESULT put_InputObject(int32_t index, IUnknown* object) override;
     HRESULT get_InputObject(int32_t index, IUnknown** object) override;  // S_FALSE and null when unbound
+    // Saving and loading in the layout at the top of this file; `mode` is not used.
     HRESULT Save(IDataStream* stream, int32_t mode) override;
     HRESULT Load(IDataStream* stream, int32_t mode) override;
 
+    // The input at `index`, or null; every input is made by AddInput.
     CInputParameter* Input(int32_t index) const;
 
 private:
@@ -64,22 +76,27 @@ private:
     std::vector<SmartPtr<IInputParameter>> m_Inputs;
 };
 
+// Names one object of a collection. The name is set by the host, not through an interface: with
+// HOSTNewCollectionMoniker, or with SetName on a moniker made by name ("CollectionMoniker").
 class HOST_API CCollectionMoniker final : public ICollectionMoniker, public CHostObject<CCollectionMoniker> {
 public:
     explicit CCollectionMoniker(std::wstring name = std::wstring()) : m_Name(std::move(name)) {}
     HOST_FORWARD_REFCOUNT
     HRESULT QueryInterface(const IID& iid, void** object) override;
-    // Looks the name up in `collection` and keeps the object found; E_FAIL leaves it unbound.
+    // Looks the name up in `collection` (get_Index with a string key, then get_Item) and keeps the
+    // object found. A name the collection does not know gives E_FAIL and leaves the moniker unbound,
+    // also when it was bound before: it names nothing in that collection.
     HRESULT BindToCollection(INamedCollection* collection, int32_t) override;
     // The bound object asked for `iid`; E_FAIL when unbound.
     HRESULT BindToObject(IID* iid, void** object) override;
 
     // Binds directly to a known object (a host wiring its own objects); null unbinds.
     void BindTo(IUnknown* object) { m_Bound.Assign(object); }
-
-    std::wstring m_Name;
+    const std::wstring& Name() const { return m_Name; }
+    void SetName(std::wstring name) { m_Name = std::move(name); }
 
 private:
+    std::wstring m_Name;
     SmartPtr<IUnknown> m_Bound;
 };
 
