@@ -55,19 +55,22 @@ public:
     HRESULT get_Index(IUnknown* key, int32_t* index) override {
         SmartPtr<IString> name = QueryAs<IString>(key, IID_IString);
         SmartPtr<IVariant> variant = QueryAs<IVariant>(key, IID_IVariant);
-        SmartPtr<IUnknown> object;
-        object.Assign(key);
+        IUnknown* object = key;
+        SmartPtr<IUnknown> held;  // a variant's object, which replaces the key
         if (variant) {
             if (variant->get_NumberType() != 0) {
                 *index = variant->get_Integer();  // a number is the index itself, unchecked
                 return S_OK;
             }
             if (variant->IsString()) variant->get_String(name.Out());
-            if (variant->IsObject()) variant->get_Object(object.Out());
+            if (variant->IsObject()) {
+                variant->get_Object(held.Out());
+                object = held.get();
+            }
         }
         if (name) return IndexOfName(name.get(), index);
-        if (!object) return E_FAIL;
-        return IndexOfObject(object.get(), key, index);
+        if (object == nullptr) return E_FAIL;
+        return IndexOfObject(object, key, index);
     }
     HRESULT get_ItemName(int32_t index, IString** name) override {
         if (!InRange(index)) return E_INVALIDARG;

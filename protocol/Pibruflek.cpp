@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwctype>
+#include <utility>
 
 #include "module/Module.h"
 #include "protocol/LocaleBytes.h"
@@ -42,11 +43,17 @@ void Drop(tagREFString& view, int32_t n) {
     view.length -= n;
 }
 
-bool IsSeparator(wchar_t c) {
-    for (const wchar_t* s = kPathSeparators; *s; ++s)
-        if (*s == c) return true;
-    return false;
+// A name of a path ends at any of the nine characters of kPathSeparators, its terminating zero
+// included: a zero character (a zero byte of the message) ends a name as well. All nine lie below
+// 64, so one mask holds them.
+constexpr uint64_t SeparatorMask() {
+    uint64_t mask = 0;
+    for (size_t i = 0; i < sizeof kPathSeparators / sizeof kPathSeparators[0]; ++i) mask |= uint64_t{1} << kPathSeparators[i];
+    return mask;
 }
+constexpr uint64_t kSeparatorMask = SeparatorMask();
+
+bool IsSeparator(wchar_t c) { return static_cast<uint32_t>(c) < 64 && ((kSeparatorMask >> c) & 1) != 0; }
 
 // Whole-name comparison, exact or without regard to case.
 bool SameName(const tagREFString& name, const wchar_t* literal, bool ignoreCase) {
@@ -247,7 +254,10 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
     TrimFront(line);
     TrimBack(line);
     if (line.length == 0) return S_OK;
-    SmartPtr<INamedCollection> current = QueryAs<INamedCollection>(table, IID_INamedCollection);
+    // Where the next name is looked up: a collection held for the call, or the protocol object's
+    // own, which lives as long as the caller's reference and needs no reference of its own.
+    SmartPtr<INamedCollection> held = QueryAs<INamedCollection>(table, IID_INamedCollection);
+    INamedCollection* current = held.get();
 
     bool query = false;
     if (line.text[0] == L'?') {
@@ -287,8 +297,9 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
                 firstName = false;
                 int32_t index = -1;
                 if (key && get_Index(key.get(), &index) >= 0) {
-                    current.Assign(static_cast<INamedCollection*>(OwnParameters()));
-                    ownName = key;
+                    held.Reset();
+                    current = static_cast<INamedCollection*>(OwnParameters());
+                    ownName = std::move(key);
                     get_Item(index, target.Out());
                     TrimFront(line);
                     if (line.length == 0 || (line.text[0] != L':' && line.text[0] != L'.')) break;
@@ -311,19 +322,20 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
             } else {
                 return E_FAIL;
             }
-            if (!first) first = found;
-            parent = target;
-            target = found;
+            parent = std::move(target);
+            target = std::move(found);
+            if (!first) first = target;
 
             SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(target.get(), IID_IObjectInfo);
             const tagREFString objectName = ObjectName(info.get());
             selector = QueryAs<IUIFolderSelectable>(target.get(), IID_IUIFolderSelectable);
             tabs = QueryAs<ITabCollection>(target.get(), IID_ITabCollection);
-            current = QueryAs<INamedCollection>(target.get(), IID_INamedCollection);
-            if (!current) {
+            held = QueryAs<INamedCollection>(target.get(), IID_INamedCollection);
+            if (!held) {
                 SmartPtr<IUnknown> buttons = QueryAs<IUnknown>(target.get(), IID_IButtonCollection);
-                current = QueryAs<INamedCollection>(buttons.get(), IID_INamedCollection);
+                held = QueryAs<INamedCollection>(buttons.get(), IID_INamedCollection);
             }
+            current = held.get();
 
             const bool goesOn = line.length >= 2 && ((line.text[0] == L':' && line.text[1] == L':') || line.text[0] == L'.');
             if (goesOn)
@@ -342,7 +354,7 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
         for (int32_t i = 0; i < line.length; ++i)
             if (line.text[i] == L'=')
                 return Assign(CREFString(line.text + i + 1, line.length - i - 1), facets, target.get(), first.get(),
-                              parent.get(), current.get(), ownName.get());
+                              parent.get(), current, ownName.get());
         if (line.length > 0 && (line.text[0] == L'+' || line.text[0] == L'-')) {
             SmartPtr<IUIManager> manager = QueryAs<IUIManager>(first.get(), IID_IUIManager);
             if (!manager) return E_FAIL;
@@ -412,6 +424,13 @@ HRESULT CWKSProtocol::Assign(CREFString value, const CommandFacets& facets, IUnk
         if (value.length == 0) return E_FAIL;
     }
     const bool zero = value.text[0] == L'0';
+    // The own collection is known to be a parameter collection; anything else is asked.
+    SmartPtr<IParameters> asked;
+    auto parametersOf = [&]() -> IParameters* {
+        if (current != nullptr && current == static_cast<INamedCollection*>(OwnParameters())) return OwnParameters();
+        asked = QueryAs<IParameters>(current, IID_IParameters);
+        return asked.get();
+    };
     if (facets.step) {
         zero ? facets.step->SwitchOff() : facets.step->SwitchOn();
     } else if (facets.io) {
@@ -422,7 +441,7 @@ HRESULT CWKSProtocol::Assign(CREFString value, const CommandFacets& facets, IUnk
         facets.button->get_Attribute(8, &id);
         if (SmartPtr<IToolbarHost> host = QueryAs<IToolbarHost>(first, IID_IToolbarHost)) host->put_ButtonState(id, state);
         else facets.button->put_Attribute(15, state);
-    } else if (SmartPtr<IParameters> parameters = QueryAs<IParameters>(current, IID_IParameters)) {
+    } else if (IParameters* parameters = parametersOf()) {
         int32_t index = -1, flags = 0;
         parameters->get_Index(ownName, &index);
         parameters->get_ItemFlags(index, &flags);

@@ -9,8 +9,6 @@
 
 namespace {
 
-std::atomic<int32_t> gLiveObjects{0};
-
 class Registry {
 public:
     Registry() {
@@ -58,10 +56,6 @@ Registry& Components() {
 }
 
 }  // namespace
-
-void HOSTObjectCreated() { gLiveObjects.fetch_add(1, std::memory_order_relaxed); }
-void HOSTObjectDestroyed() { gLiveObjects.fetch_sub(1, std::memory_order_relaxed); }
-int32_t HOSTLiveObjects() { return gLiveObjects.load(std::memory_order_relaxed); }
 
 void HOSTRegisterComponent(const wchar_t* name, CREATORFUNCTION creator) {
     if (name != nullptr && creator != nullptr) Components().Register(name, creator);

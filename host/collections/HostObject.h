@@ -1,8 +1,13 @@
-// The base of every reference-host object: an atomic reference count and the process-wide count
-// of live host objects, which tests read to prove that every reference was released.
+// The base of every reference-host object: its reference count and the process-wide count of live
+// host objects, which tests read to prove that every reference was released.
+//
+// Threading: the reference host is single-threaded. Its objects are made, used and destroyed on
+// the thread that runs the host (a single-threaded apartment), and every call into the module
+// comes from that thread, so both counts are plain integers. The module's own objects keep their
+// atomic counts; they may be shared with hosts that call from several threads.
 #pragma once
 
-#include <atomic>
+#include <cstdint>
 #include <new>
 
 #include "module/Module.h"
@@ -24,9 +29,9 @@ HOST_API void HOSTRegisterComponent(const wchar_t* name, CREATORFUNCTION creator
 template <class T>
 class CHostObject {
 public:
-    int32_t HostAddRef() { return m_RefCount.fetch_add(1, std::memory_order_relaxed) + 1; }
+    int32_t HostAddRef() { return ++m_RefCount; }
     int32_t HostRelease() {
-        const int32_t count = m_RefCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
+        const int32_t count = --m_RefCount;
         if (count == 0) delete static_cast<T*>(this);
         return count;
     }
@@ -36,7 +41,7 @@ protected:
     ~CHostObject() { HOSTObjectDestroyed(); }
 
 private:
-    std::atomic<int32_t> m_RefCount{1};
+    int32_t m_RefCount = 1;
 };
 
 #define HOST_FORWARD_REFCOUNT                             \

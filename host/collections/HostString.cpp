@@ -1,5 +1,8 @@
 #include "host/collections/HostString.h"
 
+#include <climits>
+#include <cstddef>
+#include <cstdlib>
 #include <cwchar>
 
 #include "host/collections/ComponentList.h"
@@ -15,29 +18,68 @@ HRESULT CHostString::QueryInterface(const IID& iid, void** object) {
     return E_NOINTERFACE;
 }
 
+CHostString::~CHostString() {
+    if (m_Chars != m_Inline) std::free(m_Chars);
+}
+
+bool CHostString::Reserve(int32_t needed) {
+    if (needed <= m_Capacity) return true;
+    if (needed > INT32_MAX / 2 - 1) return false;
+    // Text arrives a character at a time (decoded messages): grow in steps worth having.
+    const int32_t capacity = needed < 2 * m_Capacity ? 2 * m_Capacity : needed;
+    auto* chars = static_cast<wchar_t*>(std::malloc((static_cast<size_t>(capacity) + 1) * sizeof(wchar_t)));
+    if (chars == nullptr) return false;
+    std::wmemcpy(chars, m_Chars, static_cast<size_t>(m_Length) + 1);
+    if (m_Chars != m_Inline) std::free(m_Chars);
+    m_Chars = chars;
+    m_Capacity = capacity;
+    return true;
+}
+
 HRESULT CHostString::GetText(wchar_t** text, int32_t* length) {
     if (text == nullptr || length == nullptr) return E_POINTER;
-    *text = const_cast<wchar_t*>(m_Text.c_str());
-    *length = static_cast<int32_t>(m_Text.size());
+    *text = m_Chars;
+    *length = m_Length;
     return S_OK;
 }
 
 HRESULT CHostString::SetText(int32_t length, const wchar_t* text) {
     if (length < 0) return E_INVALIDARG;
     if (length > 0 && text == nullptr) return E_POINTER;
-    m_Text.assign(text ? text : L"", static_cast<size_t>(length));
+    if (length > m_Capacity) {
+        // Fresh storage: the old text is not kept, and `text` may point into it.
+        auto* chars = static_cast<wchar_t*>(std::malloc((static_cast<size_t>(length) + 1) * sizeof(wchar_t)));
+        if (chars == nullptr) return E_OUTOFMEMORY;
+        std::wmemcpy(chars, text, static_cast<size_t>(length));
+        if (m_Chars != m_Inline) std::free(m_Chars);
+        m_Chars = chars;
+        m_Capacity = length;
+    } else if (length > 0) {
+        std::wmemmove(m_Chars, text, static_cast<size_t>(length));
+    }
+    m_Length = length;
+    m_Chars[m_Length] = 0;
     return S_OK;
 }
 
 HRESULT CHostString::AppendText(int32_t count, const wchar_t* chars) {
+    if (count == 1 && chars != nullptr && m_Length < m_Capacity) {
+        m_Chars[m_Length++] = *chars;
+        m_Chars[m_Length] = 0;
+        return S_OK;
+    }
     if (count < 0) return E_INVALIDARG;
     if (count > 0 && chars == nullptr) return E_POINTER;
     if (count == 0) return S_OK;
-    // Text arrives a character at a time (decoded messages): grow in steps worth having.
-    const size_t needed = m_Text.size() + static_cast<size_t>(count);
-    if (needed > m_Text.capacity()) m_Text.reserve(needed < 32 ? 32 : 2 * needed);
-    if (count == 1) m_Text.push_back(*chars);
-    else m_Text.append(chars, static_cast<size_t>(count));
+    if (count > INT32_MAX - m_Length) return E_OUTOFMEMORY;
+    // `chars` may point into this text: remember where, in case the storage moves.
+    const bool inside = chars >= m_Chars && chars < m_Chars + m_Length;
+    const ptrdiff_t offset = inside ? chars - m_Chars : 0;
+    if (!Reserve(m_Length + count)) return E_OUTOFMEMORY;
+    if (inside) chars = m_Chars + offset;
+    std::wmemmove(m_Chars + m_Length, chars, static_cast<size_t>(count));
+    m_Length += count;
+    m_Chars[m_Length] = 0;
     return S_OK;
 }
 

@@ -1,24 +1,33 @@
-// The host's string object: wide text, always zero-terminated.
+// The host's string object: wide text, always zero-terminated. Short texts (names, command lines)
+// live inside the object; longer ones on the heap.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "host/collections/HostObject.h"
 
 class HOST_API CHostString final : public ICreatableString, public CHostObject<CHostString> {
 public:
-    CHostString() = default;
-    explicit CHostString(std::wstring text) : m_Text(std::move(text)) {}
+    CHostString() { m_Inline[0] = 0; }
+    ~CHostString();
+    CHostString(const CHostString&) = delete;
+    CHostString& operator=(const CHostString&) = delete;
     HOST_FORWARD_REFCOUNT
     HRESULT QueryInterface(const IID& iid, void** object) override;
     HRESULT GetText(wchar_t** text, int32_t* length) override;
     HRESULT SetText(int32_t length, const wchar_t* text) override;
     HRESULT AppendText(int32_t count, const wchar_t* chars) override;
 
-    const std::wstring& Text() const { return m_Text; }
-
 private:
-    std::wstring m_Text;
+    static constexpr int32_t kInline = 24;
+    // Makes room for `needed` characters and the terminator, keeping the text.
+    bool Reserve(int32_t needed);
+
+    wchar_t* m_Chars = m_Inline;
+    int32_t m_Length = 0;
+    int32_t m_Capacity = kInline - 1;  // characters, not counting the terminator
+    wchar_t m_Inline[kInline];  // only the terminator is set at first
 };
 
 // A new host string holding `text`, with one reference for the caller (null when out of memory).

@@ -184,6 +184,7 @@ TEST_F(Protocol, Exchange) {
         {"Var1=1\nVar1=2\nVar1=3\nVar1=4\nVar1=5\nVar1=6\nVar1=7\nVar1=8\nVar1=9\nVar1=10\nVar1?\nVar1?", S_OK,
          {"Var1=10"}},  // eleven lines; the twelfth is dropped
         {"Var1=\xff\xfe", S_OK, {}},
+        {std::string("Var2\0junk?", 10), S_OK, {"Var2=Hello"}},  // a zero byte ends a name like a separator
     };
     for (const auto& row : rows) {
         HRESULT received = 0;

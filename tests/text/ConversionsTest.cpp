@@ -54,7 +54,9 @@ TEST(Conversions, ClassifyText) {
         CREFString view(row.text);
         SmartPtr<IVariant> value(IVCreateConvert(view));
         ASSERT_TRUE(value) << row.text;
-        if (row.rest) EXPECT_EQ(std::wstring(view.text, view.length), row.rest);
+        if (row.rest) {
+            EXPECT_EQ(std::wstring(view.text, view.length), row.rest);
+        }
         switch (row.kind) {
             case kInt:
                 EXPECT_EQ(value->get_NumberType(), 1) << row.text;
