@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "module/Module.h"
-#include "protocol/LocaleBytes.h"
+#include "protocol/LocaleCache.h"
 #include "protocol/WKSProtocol.h"
 #include "text/Conversions.h"
 
@@ -22,12 +22,12 @@ constexpr useconds_t kBusyPoll = 10000;
 constexpr int32_t kReplyWork = 260;
 
 // The module's conversions between characters and the locale's bytes (one thread at a time).
-CLocaleBytes& LocaleBytes() {
-    static CLocaleBytes bytes;
-    return bytes;
+CLocaleCache& Locale() {
+    static CLocaleCache cache;
+    return cache;
 }
 
-bool IsLeadingBlank(wchar_t c) { return std::iswspace(c) || std::iswcntrl(c); }
+bool IsLeadingBlank(wchar_t c) { return Locale().IsSpaceOrControl(c); }
 bool IsTrailingBlank(wchar_t c) { return c == 127 || static_cast<uint32_t>(c) <= 32; }
 
 void TrimFront(tagREFString& view) {
@@ -61,7 +61,7 @@ bool SameName(const tagREFString& name, const wchar_t* literal, bool ignoreCase)
     if (name.length != n) return false;
     for (int32_t i = 0; i < n; ++i) {
         const wchar_t a = name.text[i], b = literal[i];
-        if (ignoreCase ? std::towlower(a) != std::towlower(b) : a != b) return false;
+        if (ignoreCase ? Locale().Lower(a) != Locale().Lower(b) : a != b) return false;
     }
     return true;
 }
@@ -170,10 +170,10 @@ struct CommandFacets {
 // --- The exchange -------------------------------------------------------------------------------
 
 HRESULT CWKSProtocol::RecievedMessage(unsigned char* message, int32_t length) {
+    Locale().Refresh();  // the locale of the moment, for decoding, trimming and the break test
     SmartPtr<IString> text(CREFString::CreateString());
     if (text && length > 0 && message != nullptr) {
-        CLocaleBytes& codec = LocaleBytes();
-        codec.Refresh();
+        CLocaleCache& codec = Locale();
         std::mbtowc(nullptr, nullptr, 0);
         const char* bytes = reinterpret_cast<const char*>(message);
         for (int32_t p = 0; p < length;) {
@@ -204,7 +204,7 @@ HRESULT CWKSProtocol::RecievedMessage(unsigned char* message, int32_t length) {
     const int32_t n = m_Text.length < 5 ? m_Text.length : 5;
     if (n > 0) {
         bool isBreak = true;
-        for (int32_t i = 0; i < n && isBreak; ++i) isBreak = std::towlower(m_Text.text[i]) == std::towlower(kBreak[i]);
+        for (int32_t i = 0; i < n && isBreak; ++i) isBreak = Locale().Lower(m_Text.text[i]) == Locale().Lower(kBreak[i]);
         if (isBreak) return E_BREAK;
     }
     m_State = 2;
@@ -251,6 +251,7 @@ HRESULT CWKSProtocol::CanHandleRequest(tagREFString) { return E_NOTIMPL; }
 // --- The command language -----------------------------------------------------------------------
 
 HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table) {
+    Locale().Refresh();  // the locale of the moment, for trimming, names and the reply's bytes
     TrimFront(line);
     TrimBack(line);
     if (line.length == 0) return S_OK;
@@ -497,8 +498,7 @@ HRESULT CWKSProtocol::StoreReply(const wchar_t* text, int32_t count) {
         size += by;
         return true;
     };
-    CLocaleBytes& codec = LocaleBytes();
-    codec.Refresh();
+    CLocaleCache& codec = Locale();  // refreshed by ParseCommand
     std::wctomb(nullptr, 0);
     int32_t used = 0;
     bool ok = true;

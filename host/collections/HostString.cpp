@@ -63,11 +63,16 @@ HRESULT CHostString::SetText(int32_t length, const wchar_t* text) {
 }
 
 HRESULT CHostString::AppendText(int32_t count, const wchar_t* chars) {
+    // Decoded messages arrive a character at a time: that case goes first and touches nothing else.
     if (count == 1 && chars != nullptr && m_Length < m_Capacity) {
         m_Chars[m_Length++] = *chars;
         m_Chars[m_Length] = 0;
         return S_OK;
     }
+    return AppendMore(count, chars);
+}
+
+HRESULT CHostString::AppendMore(int32_t count, const wchar_t* chars) {
     if (count < 0) return E_INVALIDARG;
     if (count > 0 && chars == nullptr) return E_POINTER;
     if (count == 0) return S_OK;

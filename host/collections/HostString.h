@@ -6,8 +6,9 @@
 #include <string>
 
 #include "host/collections/HostObject.h"
+#include "host/collections/HostRecycled.h"
 
-class HOST_API CHostString final : public ICreatableString, public CHostObject<CHostString> {
+class HOST_API CHostString final : public ICreatableString, public CHostObject<CHostString>, public CHostRecycled<CHostString> {
 public:
     CHostString() { m_Inline[0] = 0; }
     ~CHostString();
@@ -23,6 +24,7 @@ private:
     static constexpr int32_t kInline = 24;
     // Makes room for `needed` characters and the terminator, keeping the text.
     bool Reserve(int32_t needed);
+    __attribute__((noinline)) HRESULT AppendMore(int32_t count, const wchar_t* chars);
 
     wchar_t* m_Chars = m_Inline;
     int32_t m_Length = 0;

@@ -10,8 +10,9 @@
 #pragma once
 
 #include "host/collections/HostObject.h"
+#include "host/collections/HostRecycled.h"
 
-class HOST_API CHostVariant final : public IVariant, public CHostObject<CHostVariant> {
+class HOST_API CHostVariant final : public IVariant, public CHostObject<CHostVariant>, public CHostRecycled<CHostVariant> {
 public:
     ~CHostVariant() { Clear(); }
     HOST_FORWARD_REFCOUNT

@@ -138,6 +138,13 @@ TEST_F(HostCore, StringsCheckTheirArgumentsAndStayTerminated) {
     ASSERT_EQ(s->GetText(&text, &length), S_OK);
     EXPECT_EQ(length, 17);
     EXPECT_EQ(std::wstring(text), L"abcde0123456789xy") << "terminated right after the text";
+    // Past the characters kept inside the object, from text of the string itself.
+    EXPECT_EQ(s->AppendText(length, text), S_OK);
+    s->GetText(&text, &length);
+    EXPECT_EQ(std::wstring(text, length), L"abcde0123456789xyabcde0123456789xy");
+    EXPECT_EQ(s->SetText(3, text + 5), S_OK);
+    s->GetText(&text, &length);
+    EXPECT_EQ(std::wstring(text), L"012");
 }
 
 TEST_F(HostCore, ComponentStringsMakeANewObjectEachCall) {

@@ -1,0 +1,46 @@
+// What libc says of single characters in the process's locale: mbtowc and wctomb conversions,
+// towlower, and the blank tests of the command language. Characters below 0x80 answer the same way
+// every time in a given locale, so their answers are asked of libc once per locale and then looked
+// up; everything else goes to libc each time.
+#pragma once
+
+#include <cstddef>
+#include <cwctype>
+#include <string>
+
+class CLocaleCache {
+public:
+    // Call before a run of questions: notices a change of the locale.
+    void Refresh();
+    // As mbtowc(out, bytes, available).
+    int Decode(wchar_t* out, const char* bytes, size_t available) {
+        const unsigned char b = static_cast<unsigned char>(bytes[0]);
+        if (m_Cached && b < 128 && (m_Decoded[b] == 1 || (b == 0 && m_Decoded[b] == 0))) {
+            *out = m_Char[b];
+            return m_Decoded[b];
+        }
+        return DecodeByLibc(out, bytes, available);
+    }
+    // As wctomb(out, c); `out` holds at least MB_LEN_MAX bytes.
+    int Encode(char* out, wchar_t c);
+    // As towlower(c).
+    wchar_t Lower(wchar_t c) const { return m_Cached && Ascii(c) ? m_Lower[c] : static_cast<wchar_t>(std::towlower(c)); }
+    // iswspace(c) || iswcntrl(c).
+    bool IsSpaceOrControl(wchar_t c) const {
+        return m_Cached && Ascii(c) ? m_SpaceOrControl[c] : std::iswspace(c) || std::iswcntrl(c);
+    }
+
+private:
+    static int DecodeByLibc(wchar_t* out, const char* bytes, size_t available);
+    static bool Ascii(wchar_t c) { return c >= 0 && c < 128; }
+
+    bool m_Cached = false;  // the tables hold the answers of the locale named m_Locale
+    const char* m_Name = nullptr;  // libc's name string of that locale, when it was asked
+    std::string m_Locale;
+    wchar_t m_Char[128] = {};         // what each byte below 0x80 decodes to
+    signed char m_Decoded[128] = {};  // mbtowc's count for it; only 1 (and 0 for NUL) is looked up
+    char m_Byte[128] = {};            // what each character below 0x80 encodes to
+    signed char m_Encoded[128] = {};  // wctomb's count for it; only 1 is looked up
+    wchar_t m_Lower[128] = {};
+    bool m_SpaceOrControl[128] = {};
+};
