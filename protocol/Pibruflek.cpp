@@ -21,17 +21,11 @@ constexpr int32_t kCsvOpenMode = 0x30000;
 constexpr useconds_t kBusyPoll = 10000;
 constexpr int32_t kReplyWork = 260;
 
-// The module's conversions between characters and the locale's bytes (one thread at a time).
-CLocaleCache& Locale() {
-    static CLocaleCache cache;
-    return cache;
-}
-
-bool IsLeadingBlank(wchar_t c) { return Locale().IsSpaceOrControl(c); }
 bool IsTrailingBlank(wchar_t c) { return c == 127 || static_cast<uint32_t>(c) <= 32; }
 
-void TrimFront(tagREFString& view) {
-    while (view.length > 0 && IsLeadingBlank(view.text[0])) ++view.text, --view.length;
+// Drops leading white space and control characters, as the locale classifies them.
+void TrimFront(tagREFString& view, const CLocaleCache& locale) {
+    while (view.length > 0 && locale.IsSpaceOrControl(view.text[0])) ++view.text, --view.length;
 }
 
 void TrimBack(tagREFString& view) {
@@ -55,13 +49,13 @@ constexpr uint64_t kSeparatorMask = SeparatorMask();
 
 bool IsSeparator(wchar_t c) { return static_cast<uint32_t>(c) < 64 && ((kSeparatorMask >> c) & 1) != 0; }
 
-// Whole-name comparison, exact or without regard to case.
-bool SameName(const tagREFString& name, const wchar_t* literal, bool ignoreCase) {
+// Whole-name comparison, exact or without regard to case (as the locale lowers characters).
+bool SameName(const tagREFString& name, const wchar_t* literal, const CLocaleCache* ignoreCase) {
     const int32_t n = static_cast<int32_t>(std::wcslen(literal));
     if (name.length != n) return false;
     for (int32_t i = 0; i < n; ++i) {
         const wchar_t a = name.text[i], b = literal[i];
-        if (ignoreCase ? Locale().Lower(a) != Locale().Lower(b) : a != b) return false;
+        if (ignoreCase ? ignoreCase->Lower(a) != ignoreCase->Lower(b) : a != b) return false;
     }
     return true;
 }
@@ -170,10 +164,10 @@ struct CommandFacets {
 // --- The exchange -------------------------------------------------------------------------------
 
 HRESULT CWKSProtocol::RecievedMessage(unsigned char* message, int32_t length) {
-    Locale().Refresh();  // the locale of the moment, for decoding, trimming and the break test
+    m_Locale.Refresh();  // the locale of the moment, for decoding, trimming and the break test
     SmartPtr<IString> text(CREFString::CreateString());
     if (text && length > 0 && message != nullptr) {
-        CLocaleCache& codec = Locale();
+        CLocaleCache& codec = m_Locale;
         std::mbtowc(nullptr, nullptr, 0);
         const char* bytes = reinterpret_cast<const char*>(message);
         for (int32_t p = 0; p < length;) {
@@ -194,7 +188,7 @@ HRESULT CWKSProtocol::RecievedMessage(unsigned char* message, int32_t length) {
         int32_t count = 0;
         if (m_Message->GetText(&chars, &count) >= 0) m_Text = CREFString(chars, count);
     }
-    TrimFront(m_Text);
+    TrimFront(m_Text, m_Locale);
     TrimBack(m_Text);
     m_ResponseLength = 0;
     m_State = 0;
@@ -204,7 +198,7 @@ HRESULT CWKSProtocol::RecievedMessage(unsigned char* message, int32_t length) {
     const int32_t n = m_Text.length < 5 ? m_Text.length : 5;
     if (n > 0) {
         bool isBreak = true;
-        for (int32_t i = 0; i < n && isBreak; ++i) isBreak = Locale().Lower(m_Text.text[i]) == Locale().Lower(kBreak[i]);
+        for (int32_t i = 0; i < n && isBreak; ++i) isBreak = m_Locale.Lower(m_Text.text[i]) == m_Locale.Lower(kBreak[i]);
         if (isBreak) return E_BREAK;
     }
     m_State = 2;
@@ -237,7 +231,7 @@ HRESULT CWKSProtocol::GetResponse(unsigned char** response, int32_t* length) {
         *response = m_Response;
         *length = m_ResponseLength;
     }
-    TrimFront(m_Text);  // the line end, blank lines and the next line's leading blanks
+    TrimFront(m_Text, m_Locale);  // the line end, blank lines and the next line's leading blanks
     if (m_Text.length != 0) return S_OK;
     m_State = 0;
     return S_FALSE;
@@ -251,8 +245,8 @@ HRESULT CWKSProtocol::CanHandleRequest(tagREFString) { return E_NOTIMPL; }
 // --- The command language -----------------------------------------------------------------------
 
 HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table) {
-    Locale().Refresh();  // the locale of the moment, for trimming, names and the reply's bytes
-    TrimFront(line);
+    m_Locale.Refresh();  // the locale of the moment, for trimming, names and the reply's bytes
+    TrimFront(line, m_Locale);
     TrimBack(line);
     if (line.length == 0) return S_OK;
     // Where the next name is looked up: a collection held for the call, or the protocol object's
@@ -263,7 +257,7 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
     bool query = false;
     if (line.text[0] == L'?') {
         Drop(line, 1);
-        TrimFront(line);
+        TrimFront(line, m_Locale);
         query = true;
     }
     if (line.length > 0 && line.text[line.length - 1] == L'?') {
@@ -302,7 +296,7 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
                     current = static_cast<INamedCollection*>(OwnParameters());
                     ownName = std::move(key);
                     get_Item(index, target.Out());
-                    TrimFront(line);
+                    TrimFront(line, m_Locale);
                     if (line.length == 0 || (line.text[0] != L':' && line.text[0] != L'.')) break;
                     key = NewString(name);  // the own-parameter name stays as it is
                 }
@@ -341,7 +335,7 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
             const bool goesOn = line.length >= 2 && ((line.text[0] == L':' && line.text[1] == L':') || line.text[0] == L'.');
             if (goesOn)
                 while (line.length > 0 && (line.text[0] == L':' || line.text[0] == L'.')) Drop(line, 1);
-            if (!goesOn || SameName(objectName, L"KQBible", false)) break;
+            if (!goesOn || SameName(objectName, L"KQBible", nullptr)) break;
         }
     }
 
@@ -351,7 +345,7 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
         while (facets.files->IsBusy()) usleep(kBusyPoll);
 
     if (!query) {
-        TrimFront(line);
+        TrimFront(line, m_Locale);
         for (int32_t i = 0; i < line.length; ++i)
             if (line.text[i] == L'=')
                 return Assign(CREFString(line.text + i + 1, line.length - i - 1), facets, target.get(), first.get(),
@@ -383,8 +377,8 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
 
     SmartPtr<INamedCollection> named = facets.named;
     if (!named && facets.buttons) named = QueryAs<INamedCollection>(facets.buttons.get(), IID_INamedCollection);
-    if (facets.parameters && !SameName(targetName, L"ResultsView", true) &&
-        (!facets.step || SameName(targetName, L"IOQuen", true)))
+    if (facets.parameters && !SameName(targetName, L"ResultsView", &m_Locale) &&
+        (!facets.step || SameName(targetName, L"IOQuen", &m_Locale)))
         return Reply(facets.parameters.get());
 
     SmartPtr<IParametersCreatable> built(BASEObject::CreateParameters());
@@ -416,11 +410,11 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
 
 HRESULT CWKSProtocol::Assign(CREFString value, const CommandFacets& facets, IUnknown* target, IUnknown* first,
                              IUnknown* parent, INamedCollection* current, IString* ownName) {
-    TrimFront(value);
+    TrimFront(value, m_Locale);
     if (value.length == 0) return E_FAIL;
     if (value.text[0] == L'"') {
         Drop(value, 1);
-        TrimFront(value);
+        TrimFront(value, m_Locale);
         if (value.length > 0 && value.text[value.length - 1] == L'"') --value.length;
         if (value.length == 0) return E_FAIL;
     }
@@ -498,7 +492,7 @@ HRESULT CWKSProtocol::StoreReply(const wchar_t* text, int32_t count) {
         size += by;
         return true;
     };
-    CLocaleCache& codec = Locale();  // refreshed by ParseCommand
+    CLocaleCache& codec = m_Locale;  // refreshed by ParseCommand
     std::wctomb(nullptr, 0);
     int32_t used = 0;
     bool ok = true;

@@ -6,6 +6,7 @@
 #include "module/interfaces/All.h"
 #include "module/Object.h"
 #include "parameters/InputParametersImpl.h"
+#include "protocol/LocaleCache.h"
 #include "text/RefString.h"
 
 struct CommandFacets;  // what a command asks of its target, asked once
@@ -63,6 +64,10 @@ private:
     // Settings shown on the property page and persisted.
     int32_t m_UsePrompt = 1;
     int32_t m_ReturnStyle = 1;  // 0 comma-separated replies, otherwise INI-style
+
+    // libc's answers for the locale of the moment, kept per object: the host calls one object
+    // from one thread at a time, but may drive several objects from several threads.
+    CLocaleCache m_Locale;
 };
 
 // Cuts `text` at each "|" and adds one item per piece to `collection`: name = the piece, value =

@@ -146,6 +146,22 @@ TEST_F(Session, LongRepliesAreDeliveredWhole) {
     EXPECT_EQ(replies[0].substr(replies[0].size() - 15), "Result199=199.5");
 }
 
+TEST_F(Session, NamesWithBlanksBusyFilesAndCommaSeparatedReplies) {
+    Open("[[object]]\nname = \"My Obj\"\n[[object.children]]\nname = \"Value\"\nkind = \"io\"\nstate = 1\n"
+         "[[object]]\nname = \"Files\"\nkind = \"files\"\nbusy_ms = 300\n"
+         "[[object]]\nname = \"Oven\"\nparameters = { Temperature = 180, Mode = \"bake\" }\n");
+    for (const char* line : {"My Obj.Value?", "\"My Obj\".Value?", "\"My Obj \"::Value ?", "? My Obj.Value"})
+        EXPECT_EQ(Send(line), Replies{"1"}) << line;
+    EXPECT_EQ(Send("My Obj. Value?"), Replies{"?"}) << "a blank after a separator belongs to the next name";
+
+    // The query waits while the collection is busy; a file-name collection has no values to show.
+    EXPECT_EQ(Send("Files?"), Replies{});
+    EXPECT_EQ(m_Workspace.Find(L"Files")->IsBusy(), 0) << "the reply came only once the collection was idle";
+
+    QueryAs<IUIPropInterrogate>(m_Manager.get(), IID_IUIPropInterrogate)->Control(2, 0);
+    EXPECT_EQ(Send("Oven?\nMy Obj?"), (Replies{"Mode=bake,Temperature=180", "Value=1"}));
+}
+
 // Runs a shell command in the build folder; its exit status goes to `status`.
 std::string Output(const std::string& command, int& status) {
     FILE* run = popen(command.c_str(), "r");
