@@ -49,13 +49,13 @@ constexpr uint64_t kSeparatorMask = SeparatorMask();
 
 bool IsSeparator(wchar_t c) { return static_cast<uint32_t>(c) < 64 && ((kSeparatorMask >> c) & 1) != 0; }
 
-// Whole-name comparison, exact or without regard to case (as the locale lowers characters).
-bool SameName(const tagREFString& name, const wchar_t* literal, const CLocaleCache* ignoreCase) {
+// Whole-name comparison, exact, or without regard to case as the locale lowers characters.
+bool SameName(const tagREFString& name, const wchar_t* literal, const CLocaleCache* lowering = nullptr) {
     const int32_t n = static_cast<int32_t>(std::wcslen(literal));
     if (name.length != n) return false;
     for (int32_t i = 0; i < n; ++i) {
         const wchar_t a = name.text[i], b = literal[i];
-        if (ignoreCase ? ignoreCase->Lower(a) != ignoreCase->Lower(b) : a != b) return false;
+        if (lowering ? lowering->Lower(a) != lowering->Lower(b) : a != b) return false;
     }
     return true;
 }
@@ -335,7 +335,7 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
             const bool goesOn = line.length >= 2 && ((line.text[0] == L':' && line.text[1] == L':') || line.text[0] == L'.');
             if (goesOn)
                 while (line.length > 0 && (line.text[0] == L':' || line.text[0] == L'.')) Drop(line, 1);
-            if (!goesOn || SameName(objectName, L"KQBible", nullptr)) break;
+            if (!goesOn || SameName(objectName, L"KQBible")) break;
         }
     }
 
