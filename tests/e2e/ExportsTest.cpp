@@ -47,18 +47,6 @@ TEST_F(ModuleExports, EveryIdentifierOfTheListIsExportedAndComputed) {
 #undef CHECK_EXPORTED
 }
 
-TEST_F(ModuleExports, CreateFunctionThroughTheSymbol) {
-    using Entry = int32_t (*)(tagREFString, void**);
-    auto create = reinterpret_cast<Entry>(Symbol("CreateFunction"));
-    ASSERT_NE(create, nullptr);
-    void* creator = nullptr;
-    EXPECT_EQ(create(tagREFString{11, L"WKSProtocol"}, &creator), 0);
-    EXPECT_NE(creator, nullptr);
-    void* untouched = &creator;
-    EXPECT_EQ(create(tagREFString{11, L"wksprotocol"}, &untouched), static_cast<int32_t>(0x80004005));
-    EXPECT_EQ(untouched, &creator);
-}
-
 #if !defined(WKS_SANITIZED)
 // The module needs nothing but the C++ runtime and libc.
 TEST_F(ModuleExports, NeedsOnlyTheCppRuntimeAndLibc) {

@@ -6,8 +6,6 @@
 #include "host/collections/HostString.h"
 #include "host/collections/SuperCollection.h"
 
-extern "C" HRESULT CreateFunction(tagREFString name, void** creator);
-
 namespace {
 
 class HostCore : public ::testing::Test {
@@ -194,15 +192,6 @@ TEST_F(HostCore, GlobalCollectionIsOneRegistryOfComponents) {
     SmartPtr<IString> unknown(HOSTNewString(L"Nope"));
     EXPECT_EQ(g1->get_Index(unknown.get(), &index), E_FAIL);
     EXPECT_EQ(index, -1);
-}
-
-TEST_F(HostCore, CreateFunctionHandsOutRegisteredCreators) {
-    void* creator = nullptr;
-    EXPECT_EQ(CreateFunction(tagREFString{15, L"ComponentString"}, &creator), S_OK);
-    EXPECT_EQ(creator, reinterpret_cast<void*>(&HOSTCreateComponentString));
-    void* untouched = &creator;
-    EXPECT_EQ(CreateFunction(tagREFString{4, L"Nope"}, &untouched), E_FAIL);
-    EXPECT_EQ(untouched, &creator);
 }
 
 }  // namespace

@@ -69,14 +69,6 @@ TEST(GlobalComponents, WithoutAHostCollectionOneIsMadeThroughCollectionsEx) {
     InitializeModule(nullptr, nullptr);
 }
 
-TEST(GlobalComponents, CreateObjectMakesComponentsByName) {
-    SmartPtr<IUnknown> text(CreateObject(REFLiteral(L"CreatableString"), &IID_IString));
-    EXPECT_TRUE(text);
-    SmartPtr<IUnknown> none(CreateObject(REFLiteral(L"NoSuchComponent"), &IID_IString));
-    EXPECT_FALSE(none);
-    InitializeModule(nullptr, nullptr);
-}
-
 int32_t LiveHostObjects() {
     void* host = dlopen("./CollectionsEx.so", RTLD_NOW | RTLD_NOLOAD);
     if (host == nullptr) return -1;
@@ -98,15 +90,6 @@ TEST(Factories, MakeTheirComponentObjectOnceAndANewObjectEachCall) {
     SmartPtr<ISuperCollection> collection(CREFString::CreateCollection());
     EXPECT_TRUE(variant);
     EXPECT_TRUE(collection);
-}
-
-TEST(Factories, ParametersComeFromTheGlobalCollection) {
-    SmartPtr<IParametersCreatable> a(BASEObject::CreateParameters());
-    SmartPtr<IParametersCreatable> b(BASEObject::CreateParameters());
-    ASSERT_TRUE(a);
-    ASSERT_TRUE(b);
-    EXPECT_NE(a.get(), b.get());
-    InitializeModule(nullptr, nullptr);
 }
 
 TEST(ModuleCreateFunction, RefusesNamesThatDoNotFitThePath) {

@@ -55,15 +55,10 @@ TEST(Iid, FourInTheLastPositionReachesBit125) {
     EXPECT_EQ(iid.bytes[15], 0x20);  // 32 << 120: bit 125
 }
 
-TEST(Iid, ConstantsAndLoadTimeInitialisation) {
+TEST(Iid, FixedConstants) {
     const IID unknown = {{0, 0, 0, 0, 0, 0, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
     EXPECT_EQ(IID_IUnknown, unknown);
     EXPECT_EQ(IID_NULL, IID{});
-    // Every variable of the list holds the identifier of its own name before main runs.
-#define CHECK_IID(name) EXPECT_EQ(IID_##name, __IIDOfc(#name)) << #name;
-    WKS_INTERFACE_LIST(CHECK_IID)
-#undef CHECK_IID
-    EXPECT_NE(IID_IString, IID_NULL);
 }
 
 }  // namespace

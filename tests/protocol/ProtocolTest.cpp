@@ -165,46 +165,6 @@ TEST(ProtocolChoices, CutAtBars) {
     }
 }
 
-TEST_F(Protocol, Exchange) {
-    const struct {
-        std::string message;
-        HRESULT received;
-        std::vector<std::string> replies;
-    } rows[] = {
-        {"", S_OK, {}},
-        {" \r\n\r\n ", S_OK, {}},
-        {"break", E_BREAK, {}},
-        {"BREAK\r\n", E_BREAK, {}},
-        {"  Break now", E_BREAK, {}},
-        {"b", E_BREAK, {}},
-        {"Brake", S_OK, {"?"}},
-        {"xbreak", S_OK, {"?"}},
-        {"Var1?\r\nVar2?\r\nNope?", S_OK, {"Var1=100", "Var2=Hello", "?"}},
-        {"Var1=5\n\n\r\n   Var1?", S_OK, {"Var1=5"}},
-        {"Var1=1\nVar1=2\nVar1=3\nVar1=4\nVar1=5\nVar1=6\nVar1=7\nVar1=8\nVar1=9\nVar1=10\nVar1?\nVar1?", S_OK,
-         {"Var1=10"}},  // eleven lines; the twelfth is dropped
-        {"Var1=\xff\xfe", S_OK, {}},
-        {std::string("Var2\0junk?", 10), S_OK, {"Var2=Hello"}},  // a zero byte ends a name like a separator
-    };
-    for (const auto& row : rows) {
-        HRESULT received = 0;
-        EXPECT_EQ(Send(row.message, &received), row.replies) << row.message;
-        EXPECT_EQ(received, row.received) << row.message;
-    }
-    unsigned char* untouched = reinterpret_cast<unsigned char*>(0x1);
-    int32_t length = 77;
-    EXPECT_EQ(m_Manager->GetResponse(&untouched, &length), S_FALSE) << "nothing pending";
-    EXPECT_EQ(length, 77);
-    EXPECT_EQ(m_Manager->RecievedMessage(reinterpret_cast<unsigned char*>(const_cast<char*>("Var2?")), 5), S_OK);
-    EXPECT_EQ(m_Manager->GetResponse(nullptr, &length), E_POINTER) << "a host's null output consumes nothing";
-    unsigned char* reply = nullptr;
-    EXPECT_EQ(m_Manager->GetResponse(&reply, &length), S_FALSE);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(reply), length), "Var2=Hello");
-    // Undecodable bytes arrive as U+FFFD, which the "C" locale of this test cannot write back:
-    // a character that has no multibyte form is left out of the reply.
-    EXPECT_EQ(One("Var1?"), "Var1=");
-}
-
 TEST_F(Protocol, AssignmentsConvertByTheParameterType) {
     const struct { const char* line; const char* reply; } rows[] = {
         {"Var1=12.5", "Var1=12.5"}, {"Var1=-7", "Var1=-7"}, {"Var1=123456789", "Var1=123456789"},
@@ -230,16 +190,6 @@ TEST_F(Protocol, BytesFollowTheLocaleOfTheMoment) {
     std::setlocale(LC_ALL, "C.UTF-8");
     EXPECT_EQ(One("Var2?"), "Var2=\xef\xbf\xbd\xef\xbf\xbd") << "the C locale decoded two undecodable bytes";
     std::setlocale(LC_ALL, "C");
-}
-
-TEST_F(Protocol, BindMakesTheCollectionTheRunningObjectTable) {
-    SmartPtr<ISuperCollection> table(CREFString::CreateCollection());
-    SmartPtr<IBindableObject> bindable = QueryAs<IBindableObject>(m_Manager.get(), IID_IBindableObject);
-    EXPECT_EQ(bindable->Bind(table.get(), nullptr), S_OK);
-    SmartPtr<IInputParameters> inputs = QueryAs<IInputParameters>(m_Manager.get(), IID_IInputParameters);
-    SmartPtr<IUnknown> bound;
-    inputs->get_InputObject(0, bound.Out());
-    EXPECT_EQ(static_cast<void*>(bound.get()), static_cast<void*>(table.get()));
 }
 
 }  // namespace
