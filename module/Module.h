@@ -2,13 +2,11 @@
 // components by name and by module.
 #pragma once
 
+#include "module/Creator.h"
 #include "module/SmartPtr.h"
 #include "module/interfaces/Collections.h"
 #include "module/interfaces/Parameters.h"
 #include "text/TagRefString.h"
-
-// A creator: outer object (unused), interface wanted, place for the new object.
-typedef HRESULT (*CREATORFUNCTION)(void* outer, IID* iid, void** object);
 
 // The host's component collection; null until InitializeModule or the first GLOBALComponents.
 extern WKS_EXPORT SmartPtr<IComponentCollection> gGlobalComponentCollection;

@@ -10,7 +10,8 @@
 #include <cstdint>
 #include <new>
 
-#include "module/Module.h"
+#include "module/Creator.h"
+#include "module/SmartPtr.h"
 #include "module/interfaces/All.h"
 
 // CollectionsEx.so exports its host API; everything else in it is hidden.
