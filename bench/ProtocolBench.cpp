@@ -1,23 +1,26 @@
 // Lines per second through RecievedMessage + GetResponse, with the module loaded by dlopen and
 // driven in-process against the reference host, as wks-host drives it.
 #include <benchmark/benchmark.h>
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <memory>
 #include <string>
 
-#include "host/collections/ComponentList.h"
+#include "host/kit/ModuleHost.h"
 #include "host/workspace/Workspace.h"
 
 namespace {
 
+// A workspace of `objects` objects, each with one input/output child "Sub", and a protocol object
+// bound to it through the module-host kit. With `children`, one more object "Big" holds that many
+// results.
 struct Bench {
     Workspace workspace;
-    SmartPtr<IProtocolManager> manager;
+    CModuleHost host;
+    CProtocolSession session;
 
-    explicit Bench(int objects) {
+    explicit Bench(int objects, int children = 0) {
         CWorkspaceObject* root = new CWorkspaceObject(L"Workspace", WS_NAMED | WS_TABLE, &workspace.log);
         workspace.table.Attach(static_cast<IRunningObjectTableEx*>(root));
         for (int i = 0; i < objects; ++i) {
@@ -28,34 +31,32 @@ struct Bench {
             root->AddChild(static_cast<IStep*>(object), object->Name());
             object->HostRelease();
         }
-        void* module = dlopen("./WKSProtocol.so", RTLD_NOW | RTLD_LOCAL);
-        if (module == nullptr) return;
-        auto initialize = reinterpret_cast<HRESULT (*)(void*, IComponentCollection*)>(
-            dlsym(module, "_Z16InitializeModulePvP20IComponentCollection"));
-        auto entry = reinterpret_cast<HRESULT (*)(tagREFString, void**)>(dlsym(module, "CreateFunction"));
-        SmartPtr<IComponentCollection> components;
-        HOSTCreateGlobalComponentCollection(nullptr, &IID_IComponentCollection, components.OutVoid());
-        initialize(nullptr, components.get());
-        void* creator = nullptr;
-        entry(tagREFString{11, L"WKSProtocol"}, &creator);
-        IID wanted = IID_IProtocolManager;
-        reinterpret_cast<CREATORFUNCTION>(creator)(nullptr, &wanted, manager.OutVoid());
+        if (children > 0) {
+            CWorkspaceObject* big = new CWorkspaceObject(L"Big", WS_NAMED, &workspace.log);
+            for (int i = 0; i < children; ++i) {
+                CWorkspaceObject* result = new CWorkspaceObject(L"R" + std::to_wstring(i), WS_RESULT, &workspace.log);
+                result->m_Value = i + 0.5;
+                big->AddChild(static_cast<IStep*>(result), result->Name());
+                result->HostRelease();
+            }
+            root->AddChild(static_cast<IStep*>(big), big->Name());
+            big->HostRelease();
+        }
+        std::string error;
+        if (!host.Load("./WKSProtocol.so", error)) return;
         SmartPtr<INamedCollection> names = QueryAs<INamedCollection>(workspace.table.get(), IID_INamedCollection);
-        QueryAs<IBindableObject>(manager.get(), IID_IBindableObject)->Bind(names.get(), nullptr);
+        session.Open(host, names.get());
     }
 
-    // One message; returns the number of lines processed.
-    int Run(std::string& message) {
-        manager->RecievedMessage(reinterpret_cast<unsigned char*>(message.data()), static_cast<int32_t>(message.size()));
-        int lines = 0;
-        for (;;) {
-            unsigned char* reply = nullptr;
-            int32_t length = 0;
-            ++lines;
-            if (manager->GetResponse(&reply, &length) != S_OK) break;
+    // One message; returns the number of lines processed. The replies' bytes are summed into
+    // `bytes` so that the work cannot be skipped.
+    int Run(std::string& message, size_t* bytes = nullptr) {
+        int32_t lines = 0;
+        session.Exchange(message.data(), message.size(), [&](const unsigned char* reply, int32_t length) {
             benchmark::DoNotOptimize(reply);
-        }
-        return lines;
+            if (bytes) *bytes += static_cast<size_t>(length);
+        }, &lines);
+        return lines + 1;
     }
 };
 
@@ -68,7 +69,7 @@ Bench& Shared(int objects) {
 
 void Lines(benchmark::State& state, int objects, std::string message, int linesPerMessage) {
     Bench& bench = Shared(objects);
-    if (!bench.manager) {
+    if (!bench.session.IsOpen()) {
         state.SkipWithError("./WKSProtocol.so could not be loaded");
         return;
     }
@@ -86,6 +87,21 @@ void BM_ElevenAssignments(benchmark::State& state) {
     std::string message;
     for (int i = 0; i < 11; ++i) message += "Var1=" + std::to_string(i) + "\r\n";
     Lines(state, 100, message, 11);
+}
+
+// A query of one object with n children (results): the cost per child stays flat as n grows.
+void BM_ContainerQuery(benchmark::State& state) {
+    const int children = static_cast<int>(state.range(0));
+    Bench bench(0, children);
+    if (!bench.session.IsOpen()) {
+        state.SkipWithError("./WKSProtocol.so could not be loaded");
+        return;
+    }
+    std::string query = "Big?\r\n";
+    size_t bytes = 0;
+    for (auto _ : state) bench.Run(query, &bytes);
+    state.SetItemsProcessed(state.iterations() * children);
+    state.counters["reply_bytes"] = static_cast<double>(bytes / state.iterations());
 }
 
 long ResidentPages() {
@@ -115,6 +131,7 @@ BENCHMARK(BM_Assignment);
 BENCHMARK(BM_OwnQuery);
 BENCHMARK(BM_PathQuery)->Arg(100)->Arg(10000);
 BENCHMARK(BM_ElevenAssignments);
+BENCHMARK(BM_ContainerQuery)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MillionLinesMemory)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

@@ -1,8 +1,6 @@
 // wks-host: loads WKSProtocol.so as a host does, binds it to a workspace and runs a session on
 // standard input. Each line read is one message; each reply is written on a line of its own;
 // "?" answers a failed command; a message beginning with "Break" ends the session.
-#include <dlfcn.h>
-#include <limits.h>
 #include <unistd.h>
 
 #include <clocale>
@@ -13,7 +11,7 @@
 #include <sstream>
 #include <string>
 
-#include "host/collections/ComponentList.h"
+#include "host/kit/ModuleHost.h"
 #include "host/workspace/Workspace.h"
 
 namespace {
@@ -33,21 +31,6 @@ const char kUsage[] =
     "                    and only while the object's UsePrompt setting is on)\n"
     "  --no-prompt       never show the prompt\n"
     "  --help            this text\n";
-
-typedef HRESULT (*InitializeFn)(void*, IComponentCollection*);
-typedef HRESULT (*EntryFn)(tagREFString, void**);
-
-// Module and CollectionsEx.so are found beside the program.
-bool ChangeToProgramFolder() {
-    char path[PATH_MAX];
-    const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
-    if (n <= 0) return false;
-    path[n] = '\0';
-    char* slash = std::strrchr(path, '/');
-    if (slash == nullptr) return false;
-    *slash = '\0';
-    return chdir(path) == 0;
-}
 
 }  // namespace
 
@@ -96,35 +79,25 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    if (!ChangeToProgramFolder()) {
+    // The module finds ./CollectionsEx.so relative to the current directory: move beside it.
+    const std::string folder = HOSTProgramFolder();
+    if (folder.empty() || !HOSTChangeToFolderOf(folder)) {
         std::fprintf(stderr, "wks-host: cannot find the program's folder\n");
         return 1;
     }
-    void* module = dlopen("./WKSProtocol.so", RTLD_NOW | RTLD_LOCAL);
-    if (module == nullptr) {
-        std::fprintf(stderr, "wks-host: %s\n", dlerror());
-        return 1;
-    }
-    auto initialize = reinterpret_cast<InitializeFn>(dlsym(module, "_Z16InitializeModulePvP20IComponentCollection"));
-    auto entry = reinterpret_cast<EntryFn>(dlsym(module, "CreateFunction"));
-    SmartPtr<IComponentCollection> components;
-    HOSTCreateGlobalComponentCollection(nullptr, &IID_IComponentCollection, components.OutVoid());
-    void* creator = nullptr;
-    if (initialize == nullptr || entry == nullptr || initialize(nullptr, components.get()) != S_OK ||
-        entry(tagREFString{11, L"WKSProtocol"}, &creator) != S_OK) {
-        std::fprintf(stderr, "wks-host: ./WKSProtocol.so is not a WKSProtocol module\n");
-        return 1;
-    }
-    SmartPtr<IProtocolManager> protocol;
-    IID wanted = IID_IProtocolManager;
-    if (reinterpret_cast<CREATORFUNCTION>(creator)(nullptr, &wanted, protocol.OutVoid()) != S_OK) {
-        std::fprintf(stderr, "wks-host: the WKSProtocol object could not be created\n");
+    CModuleHost host;
+    if (!host.Load("./WKSProtocol.so", error)) {
+        std::fprintf(stderr, "wks-host: %s\n", error.c_str());
         return 1;
     }
     SmartPtr<INamedCollection> names = QueryAs<INamedCollection>(workspace.table.get(), IID_INamedCollection);
-    if (SmartPtr<IBindableObject> bindable = QueryAs<IBindableObject>(protocol.get(), IID_IBindableObject))
-        bindable->Bind(names.get(), nullptr);
-    SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(protocol.get(), IID_IUIPropInterrogate);
+    CProtocolSession session;
+    if (const HRESULT hr = session.Open(host, names.get()); hr != S_OK) {
+        std::fprintf(stderr, "wks-host: the WKSProtocol object could not be created and bound (0x%08X)\n",
+                     static_cast<unsigned>(hr));
+        return 1;
+    }
+    SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(session.Manager(), IID_IUIPropInterrogate);
 
     const bool terminal = isatty(STDIN_FILENO) != 0;
     auto showPrompt = [&]() {
@@ -139,28 +112,18 @@ int main(int argc, char** argv) {
     showPrompt();
     std::string line;
     while (std::getline(std::cin, line)) {
-        const HRESULT received = protocol->RecievedMessage(reinterpret_cast<unsigned char*>(line.data()),
-                                                           static_cast<int32_t>(line.size()));
+        const HRESULT received = session.Exchange(line.data(), line.size(), [](const unsigned char* reply, int32_t length) {
+            std::fwrite(reply, 1, static_cast<size_t>(length), stdout);
+            std::fputc('\n', stdout);
+        });
         if (received == E_BREAK) break;
-        for (;;) {
-            unsigned char* reply = nullptr;
-            int32_t length = 0;
-            const HRESULT more = protocol->GetResponse(&reply, &length);
-            if (reply != nullptr) {
-                std::fwrite(reply, 1, static_cast<size_t>(length), stdout);
-                std::fputc('\n', stdout);
-            }
-            if (more != S_OK) break;
-        }
         std::fflush(stdout);
         showPrompt();
     }
 
     settings.Reset();
-    protocol.Reset();
+    session.Close();
     names.Reset();
     workspace.table.Reset();
-    initialize(nullptr, nullptr);  // the module lets go of the host's collection
-    components.Reset();
-    return 0;  // the module stays loaded: modules are never unloaded while objects may remain
+    return 0;  // the host lets the module go of its collection; the module file stays loaded
 }

@@ -1,10 +1,43 @@
 #include "host/components/TextStreams.h"
 
+#include <cmath>
+#include <cwchar>
+
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
-#include "text/Conversions.h"
 
 namespace {
+
+constexpr int kNumberBuffer = 256;
+
+// An integer in decimal; a real in fixed point with the fewest decimals (at most 9) that show it,
+// or, when that text would not fit 256 characters (magnitudes from about 1e246 on), in exponent
+// notation with the fewest mantissa decimals (at most 9). NaN and infinities print as libc writes
+// them: "nan", "-nan", "inf", "-inf".
+void AppendNumber(IVariant* variant, std::wstring& out) {
+    wchar_t buffer[kNumberBuffer];
+    if (variant->get_NumberType() == 1) {
+        const int n = std::swprintf(buffer, kNumberBuffer, L"%d", variant->get_Integer());
+        if (n > 0) out.append(buffer, static_cast<size_t>(n));
+        return;
+    }
+    const double real = variant->get_Double();
+    auto fewestDecimals = [](double magnitude) {
+        int decimals = 0;
+        double whole = 0;
+        for (double scaled = magnitude; decimals < 9 && std::isfinite(scaled) && std::modf(scaled, &whole) >= 1e-8;
+             scaled *= 10.0)
+            ++decimals;
+        return decimals;
+    };
+    const double magnitude = std::fabs(real);
+    int n = std::swprintf(buffer, kNumberBuffer, L"%.*f", fewestDecimals(magnitude), real);
+    if (n < 0) {
+        const double mantissa = magnitude / std::pow(10.0, std::floor(std::log10(magnitude)));
+        n = std::swprintf(buffer, kNumberBuffer, L"%.*e", fewestDecimals(mantissa), real);
+    }
+    if (n > 0) out.append(buffer, static_cast<size_t>(n));
+}
 
 void AppendValue(IUnknown* value, std::wstring& out) {
     if (SmartPtr<IVariant> variant = QueryAs<IVariant>(value, IID_IVariant)) {
@@ -13,8 +46,7 @@ void AppendValue(IUnknown* value, std::wstring& out) {
             variant->get_String(text.Out());
             out += HOSTText(text.get());
         } else if (variant->get_NumberType() != 0) {
-            SmartPtr<IString> text(ISCreate(variant.get(), -1));
-            out += HOSTText(text.get());
+            AppendNumber(variant.get(), out);
         } else if (variant->IsObject()) {
             SmartPtr<IUnknown> object;
             variant->get_Object(object.Out());

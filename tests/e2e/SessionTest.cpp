@@ -1,6 +1,5 @@
-// The module as wks-host drives it: loaded with dlopen, initialised with the host's collection,
-// bound to the reference workspace, fed messages through IProtocolManager's slots.
-#include <dlfcn.h>
+// The module as wks-host drives it: loaded through the module-host kit, initialised with the
+// host's collection, bound to the reference workspace, fed messages through IProtocolManager.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -8,36 +7,21 @@
 #include <string>
 #include <vector>
 
-#include "host/collections/ComponentList.h"
+#include "host/collections/HostObject.h"
+#include "host/kit/ModuleHost.h"
 #include "host/workspace/Workspace.h"
 
 namespace {
-
-template <class Fn>
-Fn Slot(void* itf, int n) {
-    return reinterpret_cast<Fn>((*static_cast<void***>(itf))[n]);
-}
 
 class Session : public ::testing::Test {
 protected:
     void Open(const std::string& toml) {
         std::string error;
         ASSERT_TRUE(WorkspaceLoad(toml, "test", m_Workspace, error)) << error;
-        m_Module = dlopen("./WKSProtocol.so", RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(m_Module, nullptr) << dlerror();
-        m_Initialize = reinterpret_cast<HRESULT (*)(void*, IComponentCollection*)>(
-            dlsym(m_Module, "_Z16InitializeModulePvP20IComponentCollection"));
-        auto entry = reinterpret_cast<HRESULT (*)(tagREFString, void**)>(dlsym(m_Module, "CreateFunction"));
-        ASSERT_TRUE(m_Initialize && entry);
-        SmartPtr<IComponentCollection> components;
-        HOSTCreateGlobalComponentCollection(nullptr, &IID_IComponentCollection, components.OutVoid());
-        ASSERT_EQ(m_Initialize(nullptr, components.get()), S_OK);
-        void* creator = nullptr;
-        ASSERT_EQ(entry(tagREFString{11, L"WKSProtocol"}, &creator), S_OK);
-        IID wanted = IID_IProtocolManager;
-        ASSERT_EQ(reinterpret_cast<CREATORFUNCTION>(creator)(nullptr, &wanted, m_Manager.OutVoid()), S_OK);
+        ASSERT_TRUE(m_Host.Load("./WKSProtocol.so", error)) << error;
         SmartPtr<INamedCollection> names = QueryAs<INamedCollection>(m_Workspace.table.get(), IID_INamedCollection);
-        QueryAs<IBindableObject>(m_Manager.get(), IID_IBindableObject)->Bind(names.get(), nullptr);
+        ASSERT_EQ(m_Session.Open(m_Host, names.get()), S_OK);
+        m_Manager.Assign(m_Session.Manager());
         Send("?\nVar1?");  // the process-wide factory objects exist from here on
         m_Live = HOSTLiveObjects();
     }
@@ -46,31 +30,23 @@ protected:
         Send("?");
         EXPECT_EQ(HOSTLiveObjects(), m_Live) << "commands leave no host object behind";
         m_Manager.Reset();
+        m_Session.Close();
         m_Workspace.table.Reset();
-        m_Initialize(nullptr, nullptr);
     }
 
     std::vector<std::string> Send(const std::string& text, HRESULT* received = nullptr) {
-        std::vector<unsigned char> bytes(text.begin(), text.end());
-        using Received = HRESULT (*)(void*, unsigned char*, int32_t);
-        using Response = HRESULT (*)(void*, unsigned char**, int32_t*);
-        const HRESULT hr = Slot<Received>(m_Manager.get(), 4)(m_Manager.get(), bytes.data(), static_cast<int32_t>(bytes.size()));
-        if (received) *received = hr;
         std::vector<std::string> replies;
-        for (int guard = 0; guard < 20; ++guard) {
-            unsigned char* reply = nullptr;
-            int32_t length = 0;
-            const HRESULT more = Slot<Response>(m_Manager.get(), 5)(m_Manager.get(), &reply, &length);
-            if (reply) replies.emplace_back(reinterpret_cast<char*>(reply), length);
-            if (more != S_OK) break;
-        }
+        const HRESULT hr = m_Session.Exchange(text.data(), text.size(), [&](const unsigned char* bytes, int32_t length) {
+            replies.emplace_back(reinterpret_cast<const char*>(bytes), static_cast<size_t>(length));
+        });
+        if (received) *received = hr;
         return replies;
     }
     std::vector<std::string>& Log() { return m_Workspace.log.calls; }
 
     Workspace m_Workspace;
-    void* m_Module = nullptr;
-    HRESULT (*m_Initialize)(void*, IComponentCollection*) = nullptr;
+    CModuleHost m_Host;
+    CProtocolSession m_Session;
     SmartPtr<IProtocolManager> m_Manager;
     int32_t m_Live = 0;
 };
@@ -189,7 +165,7 @@ TEST_F(Session, NamesWithBlanksBusyFilesAndCommaSeparatedReplies) {
     EXPECT_EQ(Send("Oven?\nMy Obj?"), (Replies{"Mode=bake,Temperature=180", "Value=1"}));
 }
 
-// Runs a shell command in the build folder; its exit status goes to `status`.
+// Runs a shell command in the build folder (where the suite starts); its exit status goes to `status`.
 std::string Output(const std::string& command, int& status) {
     FILE* run = popen(command.c_str(), "r");
     std::string output;
