@@ -7,12 +7,12 @@
 
 #include "module/SmartPtr.h"
 #include "module/interfaces/Component.h"
+#include "module/ValueType.h"
 #include "text/RefString.h"
 
 constexpr int32_t UIPROP_TABLE_ID = 0x2000000;  // addresses the table as a whole
 constexpr uint16_t UIPROP_RANGE = 0;
 constexpr uint16_t UIPROP_ENUMERATION = 2;
-constexpr uint32_t UIPROP_TYPE_MASK = 0x0F;
 constexpr uint32_t UIPROP_COLOR = 0x20;
 constexpr uint32_t UIPROP_FILENAME = 0x100;
 constexpr uint32_t UIPROP_TRANSIENT = 0x04000000;
@@ -47,17 +47,17 @@ public:
         if (item == nullptr) return E_INVALIDARG;
         const HRESULT flags = static_cast<HRESULT>(item->Flags);
         if (value == nullptr || item->Value == nullptr) return flags;
-        switch (item->Flags & UIPROP_TYPE_MASK) {
-            case 1: *value = *static_cast<uint8_t*>(item->Value); return flags;
-            case 2: *value = *static_cast<int16_t*>(item->Value); return flags;
-            case 3: *value = *static_cast<int32_t*>(item->Value); return flags;
-            case 4: std::memcpy(value, item->Value, 4); return flags;
-            case 5: {
+        switch (ValueTypeOf(static_cast<int32_t>(item->Flags))) {
+            case VALUE_UINT8: *value = *static_cast<uint8_t*>(item->Value); return flags;
+            case VALUE_INT16: *value = *static_cast<int16_t*>(item->Value); return flags;
+            case VALUE_INT32: *value = *static_cast<int32_t*>(item->Value); return flags;
+            case VALUE_FLOAT: std::memcpy(value, item->Value, 4); return flags;
+            case VALUE_DOUBLE: {
                 const float narrowed = static_cast<float>(*static_cast<double*>(item->Value));
                 std::memcpy(value, &narrowed, 4);
                 return flags;
             }
-            case 8: *value = 0; return flags;
+            case VALUE_NONE: *value = 0; return flags;
             default: return E_FAIL;
         }
     }
@@ -68,12 +68,12 @@ public:
         // Owners give every item of types 1-5 a variable; one without stores nothing, as Inquire
         // reads nothing from it.
         if (item->Value == nullptr) return S_OK;
-        switch (item->Flags & UIPROP_TYPE_MASK) {
-            case 1: *static_cast<uint8_t*>(item->Value) = static_cast<uint8_t>(value); break;
-            case 2: *static_cast<int16_t*>(item->Value) = static_cast<int16_t>(value); break;
-            case 3: *static_cast<int32_t*>(item->Value) = value; break;
-            case 4: std::memcpy(item->Value, &value, 4); break;
-            case 5: {
+        switch (ValueTypeOf(static_cast<int32_t>(item->Flags))) {
+            case VALUE_UINT8: *static_cast<uint8_t*>(item->Value) = static_cast<uint8_t>(value); break;
+            case VALUE_INT16: *static_cast<int16_t*>(item->Value) = static_cast<int16_t>(value); break;
+            case VALUE_INT32: *static_cast<int32_t*>(item->Value) = value; break;
+            case VALUE_FLOAT: std::memcpy(item->Value, &value, 4); break;
+            case VALUE_DOUBLE: {
                 float single;
                 std::memcpy(&single, &value, 4);
                 *static_cast<double*>(item->Value) = single;
@@ -113,15 +113,15 @@ public:
         if (item == nullptr) return E_INVALIDARG;
         const HRESULT flags = static_cast<HRESULT>(item->Flags);
         if (value == nullptr || item->Value == nullptr) return flags;
-        switch (item->Flags & UIPROP_TYPE_MASK) {
-            case 6:
-            case 7: {
+        switch (ValueTypeOf(static_cast<int32_t>(item->Flags))) {
+            case VALUE_STRING:
+            case VALUE_OBJECT: {
                 IUnknown* held = *static_cast<IUnknown**>(item->Value);
                 if (held) held->AddRef();
                 *value = held;
                 return flags;
             }
-            case 5: {
+            case VALUE_DOUBLE: {
                 // Without a variant factory the output is left null and the call fails.
                 IVariant* made = CREFString::CreateVariant();
                 if (made == nullptr) {
@@ -140,8 +140,8 @@ public:
         PROPERTYITEM* item = Find(id);
         if (item == nullptr) return E_INVALIDARG;
         if (item->Value == nullptr) return E_FAIL;  // no variable to write into
-        switch (item->Flags & UIPROP_TYPE_MASK) {
-            case 6: {
+        switch (ValueTypeOf(static_cast<int32_t>(item->Flags))) {
+            case VALUE_STRING: {
                 Owner().Lock();
                 IString*& variable = *static_cast<IString**>(item->Value);
                 IString* old = variable;
@@ -151,7 +151,7 @@ public:
                 Owner().Unlock();
                 return S_OK;
             }
-            case 7: {
+            case VALUE_OBJECT: {
                 Owner().Lock();
                 IUnknown*& variable = *static_cast<IUnknown**>(item->Value);
                 IUnknown* old = variable;
@@ -164,7 +164,7 @@ public:
                 Owner().Unlock();
                 return S_OK;
             }
-            case 5: {
+            case VALUE_DOUBLE: {
                 SmartPtr<IVariant> variant = QueryAs<IVariant>(value, IID_IVariant);
                 if (!variant) return E_FAIL;
                 *static_cast<double*>(item->Value) = variant->get_Double();

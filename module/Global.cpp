@@ -24,16 +24,20 @@ tagREFString REFLiteral(const wchar_t* terminated) {
     return tagREFString{static_cast<int32_t>(std::wcslen(terminated)), terminated};
 }
 
+// The collection a host gave stays until the host replaces it; one made here is published once,
+// so that threads racing to make it agree on one.
 IComponentCollection* GLOBALComponents() {
-    if (!gGlobalComponentCollection) {
+    if (gGlobalComponentCollection.Published() == nullptr) {
         CREATORFUNCTION creator = MODULECreateFunction(kCollectionsModule, REFLiteral(L"GlobalComponentCollection"));
         if (creator != nullptr) {
-            IComponentCollection* made = nullptr;
-            creator(nullptr, &IID_IComponentCollection, reinterpret_cast<void**>(&made));
-            gGlobalComponentCollection.Attach(made);  // the global keeps the creator's reference
+            SmartPtr<IComponentCollection> made;
+            creator(nullptr, &IID_IComponentCollection, made.OutVoid());
+            if (made && gGlobalComponentCollection.PublishOnce(made.get())) made.Detach();  // the global keeps it
         }
     }
-    return gGlobalComponentCollection.Copy();
+    IComponentCollection* collection = gGlobalComponentCollection.Published();
+    if (collection) collection->AddRef();
+    return collection;
 }
 
 // Left to us: names whose path would not fit the 256-byte buffer are refused rather than
@@ -73,23 +77,26 @@ IUnknown* CreateObject(tagREFString name, IID* iid) {
 
 namespace wksdetail {
 
+// The component object is configured before it is published, so no thread ever sees it
+// half-made; of threads racing to make it, the first to publish wins and the others release theirs.
 void* CreateFromCollections(SmartPtr<IComponentString>& slot, const wchar_t* component, int32_t length,
                             const IID& iid) {
-    if (!slot) {
+    if (slot.Published() == nullptr) {
         CREATORFUNCTION creator = MODULECreateFunction(kCollectionsModule, REFLiteral(L"ComponentString"));
         if (creator != nullptr) {
-            IComponentString* made = nullptr;
-            creator(nullptr, &IID_IComponentString, reinterpret_cast<void**>(&made));
-            if (made != nullptr) {
-                slot.Attach(made);
+            SmartPtr<IComponentString> made;
+            creator(nullptr, &IID_IComponentString, made.OutVoid());
+            if (made) {
                 made->put_Field(4, tagREFString{11, L"Collections"});
                 made->put_Field(1, tagREFString{length, component});
+                if (slot.PublishOnce(made.get())) made.Detach();
             }
         }
     }
-    if (!slot) return nullptr;
+    IComponentString* factory = slot.Published();
+    if (factory == nullptr) return nullptr;
     void* object = nullptr;
-    slot->CreateInstance(const_cast<IID*>(&iid), &object);
+    factory->CreateInstance(const_cast<IID*>(&iid), &object);
     return object;
 }
 

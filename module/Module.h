@@ -47,9 +47,13 @@ IComponentString* FindParametersCreatable();
 
 inline IParametersCreatable* BASEObject::CreateParameters() {
     static SmartPtr<IComponentString> gParametersCreatable;
-    if (!gParametersCreatable) gParametersCreatable.Attach(wksdetail::FindParametersCreatable());
-    if (!gParametersCreatable) return nullptr;
+    if (gParametersCreatable.Published() == nullptr) {
+        SmartPtr<IComponentString> found(wksdetail::FindParametersCreatable());
+        if (found && gParametersCreatable.PublishOnce(found.get())) found.Detach();
+    }
+    IComponentString* factory = gParametersCreatable.Published();
+    if (factory == nullptr) return nullptr;
     IParametersCreatable* parameters = nullptr;
-    gParametersCreatable->CreateInstance(&IID_IParametersCreatable, reinterpret_cast<void**>(&parameters));
+    factory->CreateInstance(&IID_IParametersCreatable, reinterpret_cast<void**>(&parameters));
     return parameters;
 }

@@ -39,6 +39,15 @@ public:
     I** Out() noexcept { Reset(); return &m_Ptr; }
     void** OutVoid() noexcept { Reset(); return reinterpret_cast<void**>(&m_Ptr); }
 
+    // For process-wide slots that several threads may fill at once: stores `owned` only if the
+    // holder is still empty, as one atomic step, and says whether it did. The loser keeps (and
+    // releases) its own reference. Published() reads what a winner stored.
+    bool PublishOnce(I* owned) noexcept {
+        I* expected = nullptr;
+        return __atomic_compare_exchange_n(&m_Ptr, &expected, owned, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+    }
+    I* Published() const noexcept { return __atomic_load_n(&m_Ptr, __ATOMIC_ACQUIRE); }
+
     I* get() const noexcept { return m_Ptr; }
     I* operator->() const noexcept { return m_Ptr; }
     explicit operator bool() const noexcept { return m_Ptr != nullptr; }

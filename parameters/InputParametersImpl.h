@@ -23,7 +23,7 @@ class InputParametersImpl : public IParametersImpl<T, I>,
 public:
     // Binds the inputs' collection monikers, then the parameters bound to inputs. Always 0.
     virtual HRESULT Bind(INamedCollection* collection, IUnknown*) override {
-        if (SmartPtr<IInputParameters> inputs = QueryAs<IInputParameters>(m_InputParameters, IID_IInputParameters)) {
+        if (SmartPtr<IInputParameters> inputs = QueryAs<IInputParameters>(m_InputParameters.get(), IID_IInputParameters)) {
             SmartPtr<INamedCollection> named = QueryAs<INamedCollection>(collection, IID_INamedCollection);
             int32_t count = 0;
             inputs->get_Count(&count);
@@ -46,7 +46,7 @@ public:
         }
         SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
         if (!folder) return S_OK;
-        SmartPtr<IDataPersist> inputs = QueryAs<IDataPersist>(m_InputParameters, IID_IDataPersist);
+        SmartPtr<IDataPersist> inputs = QueryAs<IDataPersist>(m_InputParameters.get(), IID_IDataPersist);
         if (m_UseSections == 0) {
             this->Params_SaveFolderStream(folder.get(), mode | PERSIST_COMPACT);
             if (inputs) inputs->Save(folder.get(), mode | PERSIST_COMPACT);
@@ -87,7 +87,7 @@ public:
         }
         SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
         if (!folder) return E_NOTIMPL;
-        SmartPtr<IDataPersist> inputs = QueryAs<IDataPersist>(m_InputParameters, IID_IDataPersist);
+        SmartPtr<IDataPersist> inputs = QueryAs<IDataPersist>(m_InputParameters.get(), IID_IDataPersist);
         if (m_UseSections == 0) {
             this->Params_LoadFolderStream(folder.get(), mode | PERSIST_COMPACT);
             if (inputs) inputs->Load(folder.get(), mode);
@@ -104,7 +104,7 @@ public:
     }
 
     // The declared inputs (no new reference).
-    IInputParameters* InputParameters() const { return m_InputParameters; }
+    IInputParameters* InputParameters() const { return m_InputParameters.get(); }
 
 protected:
     // The inputs collection is made by component name through the host's global collection; it
@@ -117,16 +117,11 @@ protected:
         wchar_t* text = nullptr;
         int32_t length = 0;
         name->GetText(&text, &length);
-        collection->CreateComponent(tagREFString{length, text}, &IID_IInputParameters,
-                                    reinterpret_cast<void**>(&m_InputParameters));
+        collection->CreateComponent(tagREFString{length, text}, &IID_IInputParameters, m_InputParameters.OutVoid());
     }
-    ~InputParametersImpl() {
-        IInputParameters* inputs = m_InputParameters;
-        m_InputParameters = nullptr;
-        if (inputs) inputs->Release();
-    }
+    ~InputParametersImpl() = default;
 
-    IInputParameters* m_InputParameters = nullptr;  // one reference
+    SmartPtr<IInputParameters> m_InputParameters;
     int32_t m_UseSections = 0;
 
 private:
@@ -194,7 +189,7 @@ private:
     }
 
     void ReplicateInputs(IInputParameters* targetInputs) {
-        if (m_InputParameters == nullptr) return;
+        if (!m_InputParameters) return;
         int32_t count = 0;
         m_InputParameters->get_Count(&count);
         for (int32_t i = 0; i < count; ++i) {

@@ -4,7 +4,7 @@
 int PARAMETERSCompareByName(const void* a, const void* b) {
     const PARAMETEROBJECT* left = *static_cast<PARAMETEROBJECT* const*>(a);
     const PARAMETEROBJECT* right = *static_cast<PARAMETEROBJECT* const*>(b);
-    if (left->Name == nullptr || right->Name == nullptr) return (left->Name != nullptr) - (right->Name != nullptr);
+    if (!left->Name || !right->Name) return (left->Name ? 1 : 0) - (right->Name ? 1 : 0);
     wchar_t* leftText = nullptr;
     wchar_t* rightText = nullptr;
     int32_t length = 0;

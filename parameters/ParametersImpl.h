@@ -75,16 +75,14 @@ public:
     HRESULT get_ItemName(int32_t index, IString** name) override {
         if (!InRange(index)) return E_INVALIDARG;
         this->CollectionLock();
-        IString* held = m_Parameters[index]->Name;
-        if (held) held->AddRef();
-        *name = held;
+        *name = m_Parameters[index]->Name.Copy();
         this->CollectionUnlock();
-        return held ? S_OK : E_FAIL;
+        return *name ? S_OK : E_FAIL;
     }
     HRESULT Rename(int32_t index, IString* name) override {
         if (!InRange(index)) return E_INVALIDARG;
         this->CollectionLock();
-        Replace(m_Parameters[index]->Name, name);
+        m_Parameters[index]->Name.Assign(name);
         this->CollectionUnlock();
         return S_OK;
     }
@@ -110,10 +108,7 @@ public:
             if (this->getParameter(entry, effective.Out()) < 0) effective.Reset();
             *value = AsVariant(effective.get());
         }
-        if (descriptor != nullptr && entry->Descriptor != nullptr) {
-            entry->Descriptor->AddRef();
-            *descriptor = entry->Descriptor;
-        }
+        if (descriptor != nullptr && entry->Descriptor) *descriptor = entry->Descriptor.Copy();
         if (flags != nullptr) *flags = entry->Flags;
         this->CollectionUnlock();
         if (name != nullptr) this->get_ItemName(index, name);  // its result does not matter here
@@ -131,26 +126,22 @@ public:
     HRESULT put_Item(int32_t index, IUnknown* value) override {
         if (!InRange(index)) return E_INVALIDARG;
         this->CollectionLock();
-        IVariant* stored = AsVariant(value);  // a variant is shared with the caller
-        IUnknown* old = m_Parameters[index]->Item;
-        m_Parameters[index]->Item = stored;
-        if (old) old->Release();
+        // A variant is shared with the caller; the old value is released after the new one is in.
+        m_Parameters[index]->Item.Attach(AsVariant(value));
         this->CollectionUnlock();
         return S_OK;
     }
     HRESULT get_ItemDescriptor(int32_t index, IUnknown** descriptor) override {
         if (!InRange(index)) return E_INVALIDARG;
         this->CollectionLock();
-        IUnknown* held = m_Parameters[index]->Descriptor;
-        if (held) held->AddRef();
-        *descriptor = held;
+        *descriptor = m_Parameters[index]->Descriptor.Copy();
         this->CollectionUnlock();
-        return held ? S_OK : E_FAIL;
+        return *descriptor ? S_OK : E_FAIL;
     }
     HRESULT put_ItemDescriptor(int32_t index, IUnknown* descriptor) override {
         if (!InRange(index)) return E_INVALIDARG;
         this->CollectionLock();
-        Replace(m_Parameters[index]->Descriptor, descriptor);
+        m_Parameters[index]->Descriptor.Assign(descriptor);
         this->CollectionUnlock();
         return S_OK;
     }
@@ -186,13 +177,13 @@ public:
         } else {
             stored.Attach(AsVariant(value));
         }
-        PARAMETEROBJECT* entry = new (std::nothrow) PARAMETEROBJECT{nullptr, nullptr, nullptr, 0};
+        PARAMETEROBJECT* entry = new (std::nothrow) PARAMETEROBJECT();
         if (entry == nullptr) return E_FAIL;
         this->CollectionLock();
         m_Parameters[m_Count] = entry;
-        Replace(entry->Name, name);
-        Replace(entry->Item, static_cast<IUnknown*>(stored.get()));
-        Replace(entry->Descriptor, descriptor);
+        entry->Name.Assign(name);
+        entry->Item.Attach(stored.Detach());
+        entry->Descriptor.Assign(descriptor);
         entry->Flags = flags;
         ++m_Count;
         this->CollectionUnlock();
@@ -249,14 +240,13 @@ public:
     // slot 30: the entry's effective value. A value delivered by the entry's input binding wins
     // (result 1); the stored value is the fall-back (result 0).
     virtual HRESULT getParameter(PARAMETEROBJECT* entry, IUnknown** value) {
-        if (entry->Descriptor != nullptr) {
-            if (SmartPtr<IInputParameter> input = QueryAs<IInputParameter>(entry->Descriptor, IID_IInputParameter)) {
+        if (entry->Descriptor) {
+            if (SmartPtr<IInputParameter> input = QueryAs<IInputParameter>(entry->Descriptor.get(), IID_IInputParameter)) {
                 if (input->get_Value(value) >= 0) return S_FALSE;
             }
         }
-        if (entry->Item == nullptr) return E_FAIL;
-        entry->Item->AddRef();
-        *value = entry->Item;
+        if (!entry->Item) return E_FAIL;
+        *value = entry->Item.Copy();
         return S_OK;
     }
 
@@ -290,20 +280,7 @@ private:
         return wrapped;
     }
 
-    template <class P>
-    static void Replace(P*& slot, P* value) {
-        if (value) value->AddRef();
-        P* old = slot;
-        slot = value;
-        if (old) old->Release();
-    }
-
-    static void Free(PARAMETEROBJECT* entry) {
-        if (entry->Name) entry->Name->Release();
-        if (entry->Item) entry->Item->Release();
-        if (entry->Descriptor) entry->Descriptor->Release();
-        delete entry;
-    }
+    static void Free(PARAMETEROBJECT* entry) { delete entry; }  // the holders release its references
 
     HRESULT IndexOfName(IString* key, int32_t* index) {
         wchar_t* text = nullptr;
@@ -331,7 +308,7 @@ private:
         this->CollectionLock();
         SmartPtr<IUnknown> wanted = QueryAs<IUnknown>(object, IID_IUnknown);
         for (int32_t i = 0; i < m_Count; ++i) {
-            SmartPtr<IVariant> item = QueryAs<IVariant>(m_Parameters[i]->Item, IID_IVariant);
+            SmartPtr<IVariant> item = QueryAs<IVariant>(m_Parameters[i]->Item.get(), IID_IVariant);
             SmartPtr<IUnknown> held;
             if (item) item->get_Object(held.Out());
             if (held && wanted && QueryAs<IUnknown>(held.get(), IID_IUnknown).get() == wanted.get()) {
@@ -342,7 +319,7 @@ private:
         }
         SmartPtr<IUnknown> keyIdentity = QueryAs<IUnknown>(key, IID_IUnknown);
         for (int32_t i = 0; i < m_Count; ++i) {
-            IUnknown* descriptor = m_Parameters[i]->Descriptor;
+            IUnknown* descriptor = m_Parameters[i]->Descriptor.get();
             if (descriptor && keyIdentity && QueryAs<IUnknown>(descriptor, IID_IUnknown).get() == keyIdentity.get()) {
                 *index = i;
                 this->CollectionUnlock();

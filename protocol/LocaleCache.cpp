@@ -11,25 +11,32 @@ void CLocaleCache::Refresh() {
     if (uselocale(static_cast<locale_t>(0)) != LC_GLOBAL_LOCALE) {
         m_Cached = false;
         m_Name = nullptr;
-        m_Locale.clear();
+        m_Locale[0] = '\0';
         return;
     }
     const char* name = std::setlocale(LC_CTYPE, nullptr);
     if (name == nullptr) name = "";
     // libc may hand a new locale's name in the memory of an old one: the text decides.
-    if (m_Cached && name == m_Name && std::strcmp(name, m_Locale.c_str()) == 0) return;
+    if (m_Cached && name == m_Name && std::strcmp(name, m_Locale) == 0) return;
     m_Name = name;
-    if (m_Cached && m_Locale == name) return;
-    m_Locale = name;
+    if (m_Cached && std::strcmp(name, m_Locale) == 0) return;
+    const size_t length = std::strlen(name);
+    if (length >= kNameCapacity) {
+        m_Cached = false;
+        m_Name = nullptr;
+        m_Locale[0] = '\0';
+        return;
+    }
+    std::memcpy(m_Locale, name, length + 1);
     for (int b = 0; b < 128; ++b) {
         const char byte = static_cast<char>(b);
         wchar_t c = 0;
-        std::mbtowc(nullptr, nullptr, 0);
-        m_Decoded[b] = static_cast<signed char>(std::mbtowc(&c, &byte, 1));
+        mbstate_t decoding{};
+        m_Decoded[b] = static_cast<signed char>(DecodeByLibc(&c, &byte, 1, decoding));
         m_Char[b] = c;
         char out[MB_LEN_MAX];
-        std::wctomb(nullptr, 0);
-        const int n = std::wctomb(out, static_cast<wchar_t>(b));
+        mbstate_t encoding{};
+        const size_t n = std::wcrtomb(out, static_cast<wchar_t>(b), &encoding);
         m_Encoded[b] = static_cast<signed char>(n == 1 ? 1 : -1);
         m_Byte[b] = out[0];
         m_Lower[b] = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(b)));
@@ -38,14 +45,24 @@ void CLocaleCache::Refresh() {
     m_Cached = true;
 }
 
-int CLocaleCache::DecodeByLibc(wchar_t* out, const char* bytes, size_t available) {
-    return std::mbtowc(out, bytes, available);
+int CLocaleCache::DecodeByLibc(wchar_t* out, const char* bytes, size_t available, mbstate_t& state) {
+    const size_t n = std::mbrtowc(out, bytes, available, &state);
+    if (n == static_cast<size_t>(-1) || n == static_cast<size_t>(-2)) {
+        state = mbstate_t{};  // undefined after an error: start over at the next byte
+        return -1;
+    }
+    return static_cast<int>(n);
 }
 
-int CLocaleCache::Encode(char* out, wchar_t c) {
+int CLocaleCache::Encode(char* out, wchar_t c, mbstate_t& state) {
     if (m_Cached && c >= 0 && c < 128 && m_Encoded[c] == 1) {
         out[0] = m_Byte[c];
         return 1;
     }
-    return std::wctomb(out, c);
+    const size_t n = std::wcrtomb(out, c, &state);
+    if (n == static_cast<size_t>(-1)) {
+        state = mbstate_t{};
+        return -1;
+    }
+    return static_cast<int>(n);
 }

@@ -10,6 +10,7 @@
 #include "text/RefString.h"
 
 struct CommandFacets;  // what a command asks of its target, asked once
+class CPathWalk;      // the state of resolving one command's path
 
 class WKS_EXPORT CWKSProtocol final : public CObject<CWKSProtocol>,
                                       public IObjectInfoImpl<CWKSProtocol>,
@@ -43,17 +44,25 @@ public:
     static constexpr int32_t kInitialResponse = 1000;
 
 private:
+    friend class CPathWalk;
+
     IUnknown* Self() { return static_cast<CObject<CWKSProtocol>*>(this); }
     IParametersCreatable* OwnParameters() { return static_cast<IParametersCreatable*>(this); }
     void AddEnumeratedReturnStyle();
+
+    // The command language (Pibruflek.cpp): a query writes a reply; the other forms act.
+    HRESULT Query(const CPathWalk& walk, const CommandFacets& facets);
+    HRESULT Act(CREFString rest, const CPathWalk& walk, const CommandFacets& facets);
+    HRESULT Assign(CREFString value, const CPathWalk& walk, const CommandFacets& facets);
+
+    // The reply (Reply.cpp): serialises a collection with the host's stream of the chosen style
+    // and stores the text as multibyte bytes in the response buffer.
     HRESULT Reply(IUnknown* collection);
     HRESULT StoreReply(const wchar_t* text, int32_t count);
-    HRESULT Assign(CREFString value, const CommandFacets& facets, IUnknown* target, IUnknown* first,
-                   IUnknown* parent, INamedCollection* current, IString* ownName);
 
-    // The exchange.
+    // The exchange (Exchange.cpp).
     int32_t m_State = 0;  // 0 idle, 2 lines pending
-    IString* m_Message = nullptr;
+    SmartPtr<IString> m_Message;
     CREFString m_Text;
     int32_t m_LineCount = 0;
     unsigned char* m_Response = nullptr;

@@ -2,20 +2,20 @@
 #include <cstring>
 
 #include "module/Module.h"
+#include "module/ValueType.h"
 #include "parameters/ParameterBinding.h"
 #include "protocol/WKSProtocol.h"
 #include "text/Conversions.h"
 
 namespace {
+// Bits of an item's flags that only the property page reads: a range control, a list of choices.
+constexpr uint32_t kPageRangeItem = 0x10;
+constexpr uint32_t kPageChoiceItem = 0x40;
+
 SmartPtr<IString> WideName(const wchar_t* text) { return SmartPtr<IString>(ISCreate(text)); }
 }  // namespace
 
-CWKSProtocol::~CWKSProtocol() {
-    IString* message = m_Message;
-    m_Message = nullptr;
-    if (message) message->Release();
-    delete[] m_Response;
-}
+CWKSProtocol::~CWKSProtocol() { delete[] m_Response; }
 
 HRESULT CWKSProtocol::QueryInterface(const IID& iid, void** object) {
     if (object == nullptr) return E_POINTER;
@@ -32,7 +32,7 @@ HRESULT CWKSProtocol::QueryInterface(const IID& iid, void** object) {
     else if (iid == IID_IUIPropertyPageSpecify) *object = static_cast<IUIPropertyPageSpecify*>(this);
     else if (iid == IID_IBindableObject) *object = static_cast<IBindableObject*>(this);
     else if (iid == IID_IDataPersist) *object = static_cast<IDataPersist*>(this);
-    else if (iid == IID_IInputParameters && m_InputParameters != nullptr)
+    else if (iid == IID_IInputParameters && m_InputParameters)
         return m_InputParameters->QueryInterface(IID_IInputParameters, object);  // forwarded, no reference here
     else if (iid == IID_IParameters || iid == IID_INamedCollection) *object = OwnParameters();
     // IUIPropInterrogateEx and IReplicableObject are implemented but deliberately not answered.
@@ -44,7 +44,7 @@ HRESULT CWKSProtocol::QueryInterface(const IID& iid, void** object) {
 // Creation without a host "InputParameters" component fails cleanly: without its input the
 // object could never reach a running object table.
 HRESULT CWKSProtocol::FinalConstruct() {
-    if (m_InputParameters == nullptr) return E_FAIL;
+    if (!m_InputParameters) return E_FAIL;
     SmartPtr<IString> input = WideName(L"RunningObjectTable");
     m_InputParameters->AddInput(input.get(), IID_IRunningObjectTableEx, 0);
 
@@ -52,7 +52,7 @@ HRESULT CWKSProtocol::FinalConstruct() {
     m_UsePrompt = 1;
     m_ReturnStyle = 1;
     m_ErrorResponse = '?';
-    AddItem(1, 0x13, &m_UsePrompt, 0, 1);
+    AddItem(1, kPageRangeItem | VALUE_INT32, &m_UsePrompt, 0, 1);
     AddEnumeratedReturnStyle();
 
     m_ResponseLength = 0;
@@ -63,8 +63,8 @@ HRESULT CWKSProtocol::FinalConstruct() {
     SmartPtr<IVariant> hundred(CREFString::CreateVariant());
     if (hundred) hundred->put_Integer(100);
     SmartPtr<IString> var1 = WideName(L"Var1"), var2 = WideName(L"Var2"), hello = WideName(L"Hello");
-    Add(var1.get(), hundred.get(), nullptr, 3);
-    Add(var2.get(), hello.get(), nullptr, 6);
+    Add(var1.get(), hundred.get(), nullptr, VALUE_INT32);
+    Add(var2.get(), hello.get(), nullptr, VALUE_STRING);
     return S_OK;
 }
 
@@ -104,14 +104,14 @@ void CWKSProtocol::AddEnumeratedReturnStyle() {
     if (!choices) return;
     SmartPtr<ISuperCollection> enumeration(CREFString::CreateCollection());
     if (!enumeration) {
-        AddItem(2, 0x43, &m_ReturnStyle, 0, 0);
+        AddItem(2, kPageChoiceItem | VALUE_INT32, &m_ReturnStyle, 0, 0);
         return;
     }
     wchar_t* text = nullptr;
     int32_t length = 0;
     choices->GetText(&text, &length);
     WKSAddChoices(enumeration.get(), CREFString(text, length));
-    AddItem(2, 0x43, &m_ReturnStyle, 0, 0, enumeration.get());
+    AddItem(2, kPageChoiceItem | VALUE_INT32, &m_ReturnStyle, 0, 0, enumeration.get());
 }
 
 // When no collection can be made the page list fails and hands out null.
@@ -166,20 +166,20 @@ HRESULT CWKSProtocol::Bind(INamedCollection* collection, IUnknown*) {
 HRESULT CWKSProtocol::Save(IDataStream* stream, int32_t mode) {
     SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
     if (!folder) return E_NOTIMPL;
-    folder->WriteTyped(WideName(L"UsePrompt").get(), &m_UsePrompt, 3);
-    folder->WriteTyped(WideName(L"ReturnStyle").get(), &m_ReturnStyle, 3);
+    folder->WriteTyped(WideName(L"UsePrompt").get(), &m_UsePrompt, VALUE_INT32);
+    folder->WriteTyped(WideName(L"ReturnStyle").get(), &m_ReturnStyle, VALUE_INT32);
     SmartPtr<IFolderStream> child;
     folder->OpenChild(WideName(L"Parameters").get(), 0, child.Out());
     Params_SaveFolderStream(child.get(), mode);
-    folder->WriteObject(WideName(L"Inputs").get(), m_InputParameters, 0);
+    folder->WriteObject(WideName(L"Inputs").get(), m_InputParameters.get(), 0);
     return E_NOTIMPL;
 }
 
 HRESULT CWKSProtocol::Load(IDataStream* stream, int32_t) {
     SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
     if (!folder) return E_NOTIMPL;
-    folder->ReadTyped(WideName(L"UsePrompt").get(), &m_UsePrompt, 3);
-    folder->ReadTyped(WideName(L"ReturnStyle").get(), &m_ReturnStyle, 3);
+    folder->ReadTyped(WideName(L"UsePrompt").get(), &m_UsePrompt, VALUE_INT32);
+    folder->ReadTyped(WideName(L"ReturnStyle").get(), &m_ReturnStyle, VALUE_INT32);
     // A folder without a named view has no "Parameters" entry to find: that step is skipped.
     if (SmartPtr<INamedCollection> entries = QueryAs<INamedCollection>(folder.get(), IID_INamedCollection)) {
         int32_t index = -1;
@@ -194,9 +194,7 @@ HRESULT CWKSProtocol::Load(IDataStream* stream, int32_t) {
     SmartPtr<IUnknown> inputs;
     folder->ReadObject(WideName(L"Inputs").get(), inputs.Out(), 0);
     if (SmartPtr<IInputParameters> loaded = QueryAs<IInputParameters>(inputs.get(), IID_IInputParameters)) {
-        IInputParameters* old = m_InputParameters;
-        m_InputParameters = loaded.Detach();
-        if (old) old->Release();
+        m_InputParameters = std::move(loaded);
     }
     return S_OK;
 }

@@ -19,7 +19,8 @@ void ExpectSameAsLibc(CLocaleCache& cache, const char* locale) {
         char mine[MB_LEN_MAX] = {}, libc[MB_LEN_MAX] = {};
         std::wctomb(nullptr, 0);
         const int n = std::wctomb(libc, w);
-        ASSERT_EQ(cache.Encode(mine, w), n) << locale << " " << c;
+        mbstate_t state{};
+        ASSERT_EQ(cache.Encode(mine, w, state), n) << locale << " " << c;
         for (int i = 0; i < n; ++i) EXPECT_EQ(mine[i], libc[i]) << locale << " " << c;
     }
     for (int b = 0; b < 0x100; ++b) {
@@ -28,7 +29,8 @@ void ExpectSameAsLibc(CLocaleCache& cache, const char* locale) {
         std::mbtowc(nullptr, nullptr, 0);
         const int n = std::mbtowc(&libc, &byte, 1);
         std::mbtowc(nullptr, nullptr, 0);
-        ASSERT_EQ(cache.Decode(&mine, &byte, 1), n) << locale << " " << b;
+        mbstate_t state{};
+        ASSERT_EQ(cache.Decode(&mine, &byte, 1, state), n) << locale << " " << b;
         if (n >= 0) {
             EXPECT_EQ(mine, libc) << locale << " " << b;
         }
