@@ -48,5 +48,11 @@ struct Workspace {
 bool WorkspaceLoad(const std::string& text, const std::string& source, Workspace& out, std::string& error,
                    std::vector<std::string>* warnings = nullptr);
 
+// WorkspaceLoad on the contents of the file at `path`, with `path` as the source. A directory
+// fails with "<path>: is a directory", a file that cannot be opened or read with
+// "<path>: cannot read: <reason>".
+bool WorkspaceLoadFile(const std::string& path, Workspace& out, std::string& error,
+                       std::vector<std::string>* warnings = nullptr);
+
 // The built-in sample workspace, in the same TOML form (host/workspace/sample.toml holds a copy).
 const char* WorkspaceSample();
