@@ -1,31 +1,162 @@
 // Reading workspace descriptions, and the objects they make.
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "host/workspace/Workspace.h"
 
 namespace {
 
-TEST(WorkspaceFile, BadFilesNameTheLineAndTheProblem) {
-    const struct { const char* text; const char* error; } rows[] = {
-        {"[[object]]\nname = \"A\"\nkind = \"teapot\"\n", "w.toml:3: unknown kind 'teapot' of object 'A'"},
-        {"[[object]]\nkind = \"step\"\n", "w.toml:1: object without a name"},
-        {"[[object]]\nname = \"A\"\ncolour = 3\n", "w.toml:3: unknown key 'colour' in object 'A'"},
-        {"[[object]]\nname = \"A\"\n\n[[object.children]]\nname = \"\"\n", "w.toml:4: object without a name"},
-        {"[[object]]\nname = \"L\"\nkind = \"moniker\"\ntarget = \"None\"\n", "w.toml:1: moniker 'L' names no top-level object 'None'"},
-        {"[[object]]\nname = \"A\"\nparameters = { P = [1, 2] }\n", "w.toml:3: parameter 'P' must be a number, a boolean or a text"},
-        {"[objects]\nname = 1\n", "w.toml:1: unknown top-level key 'objects' (expected [[object]])"},
-    };
-    for (const auto& row : rows) {
-        Workspace workspace;
-        std::string error;
-        EXPECT_FALSE(WorkspaceLoad(row.text, "w.toml", workspace, error)) << row.text;
-        EXPECT_EQ(error, row.error);
-        EXPECT_FALSE(workspace.table);
-    }
+std::string Load(const std::string& text, std::vector<std::string>* warnings = nullptr) {
     Workspace workspace;
     std::string error;
-    EXPECT_FALSE(WorkspaceLoad("[[object]\nname = \"A\"\n", "w.toml", workspace, error));
-    EXPECT_EQ(error.rfind("w.toml:1: ", 0), 0u) << error;
+    const bool loaded = WorkspaceLoad(text, "w.toml", workspace, error, warnings);
+    EXPECT_EQ(loaded, error.empty()) << error;
+    EXPECT_EQ(loaded, static_cast<bool>(workspace.table));
+    return error;
+}
+
+TEST(WorkspaceFile, BadFilesNameTheLineAndTheProblem) {
+    const struct { const char* text; const char* error; } rows[] = {
+        // The top level.
+        {"", "w.toml:1: no [[object]] tables"},
+        {"object = []\n", "w.toml:1: no [[object]] tables"},
+        {"object = 5\n", "w.toml:1: 'object' must be an array of tables ([[object]]), not an integer"},
+        {"[object]\nname = \"A\"\n", "w.toml:1: 'object' must be an array of tables ([[object]]), not a table"},
+        {"object = [1]\n", "w.toml:1: an object must be a table, not an integer"},
+        {"[objects]\nname = 1\n", "w.toml:1: unknown top-level key 'objects' (expected [[object]])"},
+        {"[[object]\nname = \"A\"\n", "w.toml:1: "},
+        // Keys of the wrong type, unknown, or not taken by the kind.
+        {"[[object]]\nkind = \"step\"\n", "w.toml:1: object without a name"},
+        {"[[object]]\nname = \"A\"\n\n[[object.children]]\nname = \"\"\n", "w.toml:4: object without a name"},
+        {"[[object]]\nname = 3\n", "w.toml:2: 'name' of an object must be a text, not an integer"},
+        {"[[object]]\nname = \"A\"\nkind = 1\n", "w.toml:3: 'kind' of object 'A' must be a text, not an integer"},
+        {"[[object]]\nname = \"A\"\nkind = \"teapot\"\n", "w.toml:3: unknown kind 'teapot' of object 'A'"},
+        {"[[object]]\nname = \"A\"\nstat = 1\n", "w.toml:3: unknown key 'stat' in object 'A'"},
+        {"[[object]]\nname = \"A\"\nkind = \"step\"\nstate = \"on\"\n", "w.toml:4: 'state' of object 'A' must be an integer, not a text"},
+        {"[[object]]\nname = \"A\"\nkind = \"button\"\nid = 1e300\n", "w.toml:4: 'id' of object 'A' must be an integer, not a real"},
+        {"[[object]]\nname = \"A\"\nkind = \"result\"\nvalue = \"x\"\n", "w.toml:4: 'value' of object 'A' must be a number, not a text"},
+        {"[[object]]\nname = \"A\"\nkind = \"tabs\"\nselector = 1\n", "w.toml:4: 'selector' of object 'A' must be a boolean, not an integer"},
+        {"[[object]]\nname = \"A\"\nkind = \"files\"\nbusy_ms = \"x\"\n", "w.toml:4: 'busy_ms' of object 'A' must be an integer, not a text"},
+        {"[[object]]\nname = \"A\"\nparameters = 5\n", "w.toml:3: 'parameters' of object 'A' must be a table, not an integer"},
+        {"[[object]]\nname = \"A\"\nchildren = 5\n", "w.toml:3: 'children' of object 'A' must be an array of tables, not an integer"},
+        {"[[object]]\nname = \"A\"\nparameters = { P = [1, 2] }\n", "w.toml:3: parameter 'P' must be a number, a boolean or a text"},
+        {"[[object]]\nname = \"A\"\nkind = \"step\"\nbusy_ms = 5\n", "w.toml:4: kind 'step' takes no 'busy_ms' (object 'A')"},
+        {"[[object]]\nname = \"A\"\nkind = \"step\"\n[[object.children]]\nname = \"B\"\n", "w.toml:4: kind 'step' takes no 'children'"},
+        // Numbers beyond what the object holds.
+        {"[[object]]\nname = \"A\"\nparameters = { P = 2147483648 }\n", "w.toml:3: parameter 'P' of object 'A' is 2147483648, beyond a 32-bit integer"},
+        {"[[object]]\nname = \"A\"\nparameters = { P = -2147483649 }\n", "w.toml:3: parameter 'P' of object 'A' is -2147483649"},
+        {"[[object]]\nname = \"A\"\nkind = \"button\"\nid = 2147483648\n", "w.toml:4: 'id' of object 'A' must lie in -2147483648..2147483647, not 2147483648"},
+        {"[[object]]\nname = \"A\"\nkind = \"files\"\nbusy_ms = -1\n", "w.toml:4: 'busy_ms' of object 'A' must lie in 0..60000, not -1"},
+        {"[[object]]\nname = \"A\"\nkind = \"files\"\nbusy_ms = 60001\n", "w.toml:4: 'busy_ms' of object 'A' must lie in 0..60000, not 60001"},
+        {"[[object]]\nname = \"A\"\nkind = \"io\"\nstate = 2\n", "w.toml:4: 'state' of object 'A' must lie in 0..1, not 2"},
+        {"[[object]]\nname = \"A\"\nkind = \"step\"\nstate = -1\n", "w.toml:4: 'state' of object 'A' must lie in 0..1, not -1"},
+        {"[[object]]\nname = \"T\"\nkind = \"tabs\"\nstate = 2\nchildren = [{ name = \"a\" }, { name = \"b\" }]\n", "w.toml:4: 'state' of object 'T' must lie in 0..1, not 2"},
+        {"[[object]]\nname = \"M\"\nkind = \"manager\"\nstate = 1\n", "w.toml:4: 'state' of object 'M' must lie in 0..0, not 1"},
+        // Names repeated among siblings, or that no command line can spell.
+        {"[[object]]\nname = \"A\"\n[[object]]\nname = \"A\"\n", "w.toml:4: duplicate name 'A' at the top level (first on line 2)"},
+        {"[[object]]\nname = \"P\"\nchildren = [{ name = \"A\" },\n{ name = \"A\" }]\n", "w.toml:4: duplicate name 'A' among the children of 'P'"},
+        {"[[object]]\nname = \"A\"\n[[object]]\nname = \"A\"\nkind = \"moniker\"\ntarget = \"A\"\n", "w.toml:4: duplicate name 'A' at the top level"},
+        {"[[object]]\nname = \"Lamp-2\"\n", "w.toml:2: no command can address the name 'Lamp-2': it holds one of . : = + -"},
+        {"[[object]]\nname = \"a.b\"\n", "w.toml:2: no command can address the name 'a.b'"},
+        {"[[object]]\nname = \"a:b\"\n", "w.toml:2: no command can address the name 'a:b'"},
+        {"[[object]]\nname = \"a=b\"\n", "w.toml:2: no command can address the name 'a=b'"},
+        {"[[object]]\nname = \"a+b\"\n", "w.toml:2: no command can address the name 'a+b'"},
+        {"[[object]]\nname = \"a\\nb\"\n", "w.toml:2: no command can address the name 'a\\x0Ab': it holds a control character"},
+        {"[[object]]\nname = \"a\\u0085b\"\n", "it holds a control character"},
+        {"[[object]]\nname = \" a\"\n", "w.toml:2: no command can address the name ' a': it begins or ends with a blank"},
+        {"[[object]]\nname = \"a \"\n", "it begins or ends with a blank"},
+        {"[[object]]\nname = \"a\\u3000\"\n", "it begins or ends with a blank"},
+        // Monikers.
+        {"[[object]]\nname = \"L\"\nkind = \"moniker\"\ntarget = \"None\"\n", "w.toml:1: moniker 'L' names no top-level object 'None'"},
+        {"[[object]]\nname = \"L\"\nkind = \"moniker\"\n", "w.toml:1: moniker 'L' needs a target"},
+        {"[[object]]\nname = \"L\"\nkind = \"moniker\"\ntarget = 1\n", "w.toml:4: 'target' of object 'L' must be a text, not an integer"},
+        {"[[object]]\nname = \"A\"\n[[object.children]]\nname = \"L\"\nkind = \"moniker\"\ntarget = \"A\"\n", "w.toml:3: moniker 'L' must be a top-level object"},
+        {"[[object]]\nname = \"A\"\n[[object]]\nname = \"L\"\nkind = \"moniker\"\ntarget = \"A\"\n[[object]]\nname = \"M\"\nkind = \"moniker\"\ntarget = \"L\"\n",
+         "w.toml:7: moniker 'M' names another moniker 'L'"},
+    };
+    const int32_t live = HOSTLiveObjects();
+    for (const auto& row : rows) {
+        const std::string error = Load(row.text);
+        EXPECT_NE(error.find(row.error), std::string::npos) << "file:\n" << row.text << "\nerror: " << error;
+        EXPECT_EQ(HOSTLiveObjects(), live) << "a refused file leaves no object behind: " << row.text;
+    }
+}
+
+TEST(WorkspaceFile, NamesOnlySomeCommandsReachAreWarnedAbout) {
+    std::vector<std::string> warnings;
+    EXPECT_EQ(Load("[[object]]\nname = \"b\"\n[[object]]\nname = \"bREA\"\n[[object]]\nname = \"Breakfast\"\n"
+                   "[[object]]\nname = \"Var1\"\n[[object]]\nname = \"Var2\"\n"
+                   "[[object]]\nname = \"L\"\nkind = \"moniker\"\ntarget = \"Var2\"\n"
+                   "[[object]]\nname = \"Br\"\nkind = \"moniker\"\ntarget = \"b\"\n"
+                   // Not warned: no beginning of "Break", parameters match case, children never start a path.
+                   "[[object]]\nname = \"Brake\"\n[[object]]\nname = \"Bx\"\n[[object]]\nname = \"var1\"\n"
+                   "[[object]]\nname = \"Var11\"\nchildren = [{ name = \"Break\" }, { name = \"Var1\" }]\n",
+                   &warnings),
+              "");
+    EXPECT_EQ(warnings, (std::vector<std::string>{
+                            "w.toml:2: the name 'b' is a beginning of 'Break': the message 'b' alone ends the session",
+                            "w.toml:4: the name 'bREA' is a beginning of 'Break': the message 'bREA' alone ends the session",
+                            "w.toml:6: the name 'Breakfast' begins with 'break': a message beginning with it ends the session",
+                            "w.toml:8: the top-level name 'Var1' is a parameter of the protocol object, which a path beginning with it reaches instead",
+                            "w.toml:10: the top-level name 'Var2' is a parameter of the protocol object, which a path beginning with it reaches instead",
+                            "w.toml:16: the name 'Br' is a beginning of 'Break': the message 'Br' alone ends the session",
+                        }));
+    warnings.clear();
+    EXPECT_NE(Load("[[object]]\nname = \"Break\"\n[[object]]\nname = \"Break\"\n", &warnings), "");
+    EXPECT_TRUE(warnings.empty()) << "a refused file warns about nothing";
+}
+
+TEST(WorkspaceFile, GoodFilesBuildTheirObjects) {
+    std::vector<std::string> warnings;
+    Workspace sample;
+    std::string error;
+    ASSERT_TRUE(WorkspaceLoad(WorkspaceSample(), "sample", sample, error, &warnings)) << error;
+    EXPECT_TRUE(warnings.empty());
+    EXPECT_EQ(sample.Find(L"Valve")->m_State, 1);
+    EXPECT_EQ(sample.Find(L"Station.ResultsView.Width")->m_Value, 3.5);
+    EXPECT_EQ(sample.Find(L"Toolbar.Stop")->m_Id, 102);
+    EXPECT_EQ(sample.Find(L"Panel.Stop")->m_Id, 201) << "the same name under another parent is another object";
+    EXPECT_NE(sample.Find(L"Tabs")->Facets() & WS_SELECTOR, 0u);
+    EXPECT_EQ(sample.Find(L"Files")->IsBusy(), 1);
+    EXPECT_EQ(sample.Root()->Child(L"Links"), nullptr) << "a moniker is no workspace object";
+
+    // Every bound of every range is accepted, and an integer serves as a result's value.
+    Workspace edges;
+    ASSERT_TRUE(WorkspaceLoad("[[object]]\nname = \"My Öfen\"\nkind = \"button\"\nid = -2147483648\n"
+                              "parameters = { Low = -2147483648, High = 2147483647, On = true, Big = 1e300 }\n"
+                              "[[object]]\nname = \"T\"\nkind = \"tabs\"\nstate = 1\nselector = false\n"
+                              "children = [{ name = \"a\", kind = \"io\", state = 1 }, { name = \"b\", kind = \"result\", value = 7 }]\n"
+                              "[[object]]\nname = \"F\"\nkind = \"files\"\nbusy_ms = 0\n",
+                              "w.toml", edges, error))
+        << error;
+    EXPECT_EQ(edges.Find(L"My \u00D6fen")->m_Id, INT32_MIN);
+    EXPECT_EQ(edges.Find(L"T")->m_State, 1);
+    EXPECT_EQ(edges.Find(L"T")->Facets() & WS_SELECTOR, 0u);
+    EXPECT_EQ(edges.Find(L"T.a")->m_State, 1);
+    EXPECT_EQ(edges.Find(L"T.b")->m_Value, 7.0);
+    EXPECT_EQ(edges.Find(L"F")->IsBusy(), 0);
+    EXPECT_EQ(Load("[[object]]\nname = \"F\"\nkind = \"files\"\nbusy_ms = 60000\n"), "");
+}
+
+TEST(WorkspaceFile, FilesThatCannotBeReadAreNamed) {
+    const std::string folder = testing::TempDir();
+    Workspace workspace;
+    std::string error;
+    EXPECT_FALSE(WorkspaceLoadFile(folder, workspace, error));
+    EXPECT_EQ(error, folder + ": is a directory");
+    EXPECT_FALSE(WorkspaceLoadFile(folder + "/none.toml", workspace, error));
+    EXPECT_EQ(error, folder + "/none.toml: cannot read: No such file or directory");
+
+    const std::string path = folder + "/bad.toml";
+    std::ofstream(path) << "[[object]]\nname = \"A\"\nkind = \"teapot\"\n";
+    EXPECT_FALSE(WorkspaceLoadFile(path, workspace, error));
+    EXPECT_EQ(error, path + ":3: unknown kind 'teapot' of object 'A'") << "the path is the source";
+    std::ofstream(path) << "[[object]]\nname = \"Break\"\n";
+    std::vector<std::string> warnings;
+    EXPECT_TRUE(WorkspaceLoadFile(path, workspace, error, &warnings)) << error;
+    EXPECT_EQ(warnings.size(), 1u);
+    std::remove(path.c_str());
 }
 
 }  // namespace
