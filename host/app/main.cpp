@@ -3,81 +3,78 @@
 // "?" answers a failed command; a message beginning with "Break" ends the session.
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <clocale>
+#include <cstdint>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <iostream>
-#include <sstream>
 #include <string>
+#include <vector>
 
+#include "host/app/LineReader.h"
 #include "host/kit/ModuleHost.h"
 #include "host/workspace/Workspace.h"
 
 namespace {
 
-const char kUsage[] =
-    "usage: wks-host [--workspace FILE] [--verbose] [--prompt | --no-prompt]\n"
-    "\n"
-    "Loads ./WKSProtocol.so from the program's folder, binds a WKSProtocol object to a workspace\n"
-    "and runs a session on standard input: every line is one message, every reply is printed on a\n"
-    "line of its own, \"?\" answers a failed command, and a line beginning with \"Break\" ends the\n"
-    "session.\n"
-    "\n"
-    "  --workspace FILE  the workspace to serve, in TOML (default: the built-in sample; see\n"
-    "                    host/workspace/sample.toml for the format)\n"
-    "  --verbose         print every call a workspace object receives on standard error\n"
-    "  --prompt          show the prompt \"> \" when a message is done (default: only on a terminal,\n"
-    "                    and only while the object's UsePrompt setting is on)\n"
-    "  --no-prompt       never show the prompt\n"
-    "  --help            this text\n";
+constexpr size_t kDefaultMaxLine = 1 << 20;
+
+struct Options {
+    std::string workspace;
+    bool verbose = false;
+    bool prompt = false;
+    bool noPrompt = false;
+    size_t maxLine = kDefaultMaxLine;
+};
+
+// Parses the command line; returns the exit status to stop with, or -1 to go on.
+int ParseOptions(int argc, char** argv, Options& options) {
+    CLI::App app{
+        "Loads WKSProtocol.so from the program's folder, binds a WKSProtocol object to a workspace and runs a "
+        "session on standard input: every line is one message, every reply is printed on a line of its own, \"?\" "
+        "answers a failed command, and a line beginning with \"Break\" ends the session.",
+        "wks-host"};
+    app.add_option("--workspace", options.workspace,
+                   "the workspace to serve, in TOML (default: the built-in sample; see host/workspace/sample.toml)")
+        ->type_name("FILE");
+    app.add_flag("--verbose", options.verbose, "print every call a workspace object receives on standard error");
+    CLI::Option* prompt = app.add_flag(
+        "--prompt", options.prompt,
+        "show the prompt \"> \" when a message is done while the object's UsePrompt setting is on "
+        "(default: only on a terminal)");
+    app.add_flag("--no-prompt", options.noPrompt, "never show the prompt")->excludes(prompt);
+    app.add_option("--max-line", options.maxLine,
+                   "the longest line accepted, in bytes; a longer line is refused whole (default 1048576)")
+        ->type_name("BYTES")
+        ->check(CLI::Range(static_cast<size_t>(1), static_cast<size_t>(INT32_MAX)));
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int status = app.exit(e);  // prints the help, or the error and a hint
+        return status == 0 ? 0 : 2;
+    }
+    return -1;
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string workspaceFile;
-    bool verbose = false;
-    int prompt = -1;  // -1: decided by the terminal
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--help" || arg == "-h") {
-            std::fputs(kUsage, stdout);
-            return 0;
-        } else if (arg == "--workspace" && i + 1 < argc) {
-            workspaceFile = argv[++i];
-        } else if (arg == "--verbose") {
-            verbose = true;
-        } else if (arg == "--prompt") {
-            prompt = 1;
-        } else if (arg == "--no-prompt") {
-            prompt = 0;
-        } else {
-            std::fprintf(stderr, "wks-host: unknown option '%s'\n\n%s", arg.c_str(), kUsage);
-            return 2;
-        }
-    }
+    Options options;
+    if (const int status = ParseOptions(argc, argv, options); status >= 0) return status;
     std::setlocale(LC_ALL, "");  // the host owns the locale; the module decodes under it
 
-    std::string text = WorkspaceSample();
-    std::string source = "built-in workspace";
-    if (!workspaceFile.empty()) {
-        std::ifstream file(workspaceFile);
-        if (!file) {
-            std::fprintf(stderr, "wks-host: cannot read workspace file '%s'\n", workspaceFile.c_str());
-            return 1;
-        }
-        std::stringstream content;
-        content << file.rdbuf();
-        text = content.str();
-        source = workspaceFile;
-    }
+    // Files named on the command line are read from where the user started the program.
     Workspace workspace;
-    workspace.log.echo = verbose;
+    workspace.log.echo = options.verbose;
     std::string error;
-    if (!WorkspaceLoad(text, source, workspace, error)) {
+    std::vector<std::string> warnings;
+    const bool loaded = options.workspace.empty()
+                            ? WorkspaceLoad(WorkspaceSample(), "built-in workspace", workspace, error, &warnings)
+                            : WorkspaceLoadFile(options.workspace, workspace, error, &warnings);
+    if (!loaded) {
         std::fprintf(stderr, "wks-host: %s\n", error.c_str());
         return 1;
     }
+    for (const std::string& warning : warnings) std::fprintf(stderr, "wks-host: warning: %s\n", warning.c_str());
 
     // The module finds ./CollectionsEx.so relative to the current directory: move beside it.
     const std::string folder = HOSTProgramFolder();
@@ -99,31 +96,38 @@ int main(int argc, char** argv) {
     }
     SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(session.Manager(), IID_IUIPropInterrogate);
 
-    const bool terminal = isatty(STDIN_FILENO) != 0;
+    const bool showPrompts = options.prompt || (!options.noPrompt && isatty(STDIN_FILENO) != 0);
     auto showPrompt = [&]() {
         int32_t usePrompt = 0;
-        if (settings) settings->Inquire(1, &usePrompt);
-        if (usePrompt && (prompt == 1 || (prompt == -1 && terminal))) {
+        if (showPrompts && settings) settings->Inquire(1, &usePrompt);
+        if (usePrompt) {
             std::fputs("> ", stdout);
             std::fflush(stdout);
         }
     };
 
     showPrompt();
-    std::string line;
-    while (std::getline(std::cin, line)) {
-        const HRESULT received = session.Exchange(line.data(), line.size(), [](const unsigned char* reply, int32_t length) {
-            std::fwrite(reply, 1, static_cast<size_t>(length), stdout);
-            std::fputc('\n', stdout);
-        });
-        if (received == E_BREAK) break;
+    CLineReader input(STDIN_FILENO, options.maxLine);
+    const char* line = nullptr;
+    unsigned long long length = 0;
+    for (unsigned long long number = 1;; ++number) {
+        const CLineReader::Result read = input.Next(line, length);
+        if (read == CLineReader::kEnd) break;
+        if (read == CLineReader::kTooLong) {
+            // Refused whole, never cut: answered like a failed command, explained on standard error.
+            std::fprintf(stderr, "wks-host: line %llu has %llu bytes, more than the limit of %zu (--max-line): refused\n",
+                         number, length, options.maxLine);
+            std::fputs("?\n", stdout);
+        } else {
+            const HRESULT received = session.Exchange(line, static_cast<size_t>(length), [](const unsigned char* reply, int32_t n) {
+                std::fwrite(reply, 1, static_cast<size_t>(n), stdout);
+                std::fputc('\n', stdout);
+            });
+            if (received == E_BREAK) break;
+        }
         std::fflush(stdout);
         showPrompt();
     }
-
-    settings.Reset();
-    session.Close();
-    names.Reset();
-    workspace.table.Reset();
-    return 0;  // the host lets the module go of its collection; the module file stays loaded
+    std::fflush(stdout);
+    return 0;  // the session, the workspace and then the module's hold on the collection are let go
 }
