@@ -11,10 +11,12 @@ namespace {
 constexpr int kBufferLength = 256;
 constexpr wchar_t kReplacement = 0xFFFD;
 
-// The fractional part of a non-negative value, without libm: the module links libc only.
+// The fractional part of a non-negative value, without libm: the module links libc only. From
+// 2^53 on every double is whole; NaN and infinities have no fraction either. Below that bound the
+// conversion to a 64-bit integer is always in range.
 double FractionOf(double a) {
-    if (!(a < 9.2e18)) return 0.0;  // beyond 2^63 every double is whole
-    return a - static_cast<double>(static_cast<long long>(a));
+    if (!(a < 9007199254740992.0)) return 0.0;
+    return a - static_cast<double>(static_cast<uint64_t>(a));
 }
 
 IString* StringFromBuffer(const wchar_t* buffer, int count) {
@@ -58,7 +60,8 @@ int _swprintf(wchar_t* buffer, size_t capacity, const wchar_t* format, ...) {
 }
 
 IString* ISCreate(const wchar_t* text) {
-    return StringFromBuffer(text, text ? static_cast<int>(std::wcslen(text)) : 0);
+    const size_t length = text ? std::wcslen(text) : 0;
+    return StringFromBuffer(text, length <= INT32_MAX ? static_cast<int>(length) : INT32_MAX);
 }
 
 IString* ISCreate(const tagREFString& view) { return StringFromBuffer(view.text, view.length); }
@@ -139,7 +142,8 @@ int _IS2Integer(CREFString text, int base) {
         value = value * static_cast<uint32_t>(base) + static_cast<uint32_t>(digit);
     }
     if (negative) value = 0u - value;
-    return static_cast<int>(value);
+    // The two's-complement reading of the 32 bits, without an out-of-range conversion.
+    return value <= INT32_MAX ? static_cast<int>(value) : -static_cast<int>(~value) - 1;
 }
 
 double _IS2Double(CREFString text) {
@@ -149,9 +153,12 @@ double _IS2Double(CREFString text) {
     bool negative = false;
     if (text.text[0] == L'-') negative = true, i = 1;
     else if (text.text[0] == L'+') i = 1;
-    long long whole = 0;
-    long long fraction = 0;
-    long long divisor = 1;
+    // The integer part is collected modulo 2^64 and read as a signed 64-bit number, so
+    // 99999999999999999999.5 reads as 7766279631452241920 and 10000000000000000000 as
+    // -8446744073709551616. Fraction digits stop before the divisor would exceed 999999999999999999.
+    uint64_t whole = 0;
+    uint64_t fraction = 0;
+    uint64_t divisor = 1;
     bool inFraction = false;
     for (; i < text.length; ++i) {
         const wchar_t c = text.text[i];
@@ -161,15 +168,18 @@ double _IS2Double(CREFString text) {
             continue;
         }
         if (c < L'0' || c > L'9') break;
+        const uint64_t digit = static_cast<uint64_t>(c - L'0');
         if (!inFraction) {
-            whole = static_cast<long long>(static_cast<unsigned long long>(whole) * 10u + static_cast<unsigned>(c - L'0'));
+            whole = whole * 10u + digit;
             continue;
         }
-        if (divisor * 10 > 999999999999999999LL) break;
-        divisor *= 10;
-        fraction = fraction * 10 + (c - L'0');
+        if (divisor * 10u > 999999999999999999u) break;
+        divisor *= 10u;
+        fraction = fraction * 10u + digit;
     }
-    const double value = static_cast<double>(whole) + static_cast<double>(fraction) / static_cast<double>(divisor);
+    const double signedWhole =
+        whole <= INT64_MAX ? static_cast<double>(whole) : -static_cast<double>(0u - whole);
+    const double value = signedWhole + static_cast<double>(fraction) / static_cast<double>(divisor);
     return negative ? -value : value;
 }
 

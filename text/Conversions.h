@@ -30,7 +30,8 @@ IVariant* IVCreate(IString* value);  // the variant takes its own reference
 
 // Text to integer: optional "-", "+" or "#" (base 16), then digits of `base`; wraps on overflow.
 int _IS2Integer(CREFString text, int base);
-// Text to real: "#" hexadecimal, else sign, digits, one ".", at most 18 fraction digits; no exponent.
+// Text to real: "#" hexadecimal, else sign, digits, one ".", at most 17 fraction digits; no exponent.
+// The integer part wraps modulo 2^64 and is read as a signed 64-bit number.
 double _IS2Double(CREFString text);
 // Classifies the text as an integer, a real or a text and makes the matching variant. Drops
 // leading white space and control characters from the caller's view.

@@ -2,7 +2,9 @@
 // module's factories.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
+#include <limits>
 #include <string>
 
 #include "text/Conversions.h"
@@ -25,6 +27,7 @@ TEST(Conversions, TextToInteger) {
     const struct { const wchar_t* text; int base; int value; } rows[] = {
         {L"-42", 10, -42}, {L"#ff", 10, 255}, {L"#FF", 16, 255}, {L"12abc", 10, 12}, {L"ff", 16, 255},
         {L"ff", 10, 0},    {L"+", 10, 0},      {L"", 10, 0},      {L"+7", 10, 7},     {L"4294967297", 10, 1},
+        {L"2147483648", 10, INT32_MIN}, {L"#FFFFFFFF", 10, -1}, {L"-2147483649", 10, INT32_MAX},
     };
     for (const auto& row : rows) EXPECT_EQ(_IS2Integer(CREFString(row.text), row.base), row.value) << row.text;
 }
@@ -38,6 +41,18 @@ TEST(Conversions, TextToReal) {
     const double negativeZero = _IS2Double(CREFString(L"-"));
     EXPECT_EQ(negativeZero, 0.0);
     EXPECT_TRUE(std::signbit(negativeZero));
+}
+
+// The integer part wraps modulo 2^64 and reads as a signed 64-bit number; compared exactly.
+TEST(Conversions, TextToRealWrapsItsIntegerPart) {
+    const struct { const wchar_t* text; double value; } rows[] = {
+        {L"99999999999999999999.5", 7766279631452241920.0},
+        {L"-99999999999999999999.5", -7766279631452241920.0},
+        {L"10000000000000000000", -8446744073709551616.0},
+        {L"18446744073709551616.25", 0.25},
+        {L"9223372036854775807", 9223372036854775807.0},
+    };
+    for (const auto& row : rows) EXPECT_EQ(_IS2Double(CREFString(row.text)), row.value) << row.text;
 }
 
 TEST(Conversions, ClassifyText) {
