@@ -34,10 +34,51 @@ IString* Format(const wchar_t* format, ...) {
     return StringFromBuffer(buffer, count < 0 ? 0 : count);
 }
 
-IString* FormatReal(double value, int decimals) {
+// "%.Nf" or "%.Ne" of the value with N decimals; negative when the text does not fit the buffer.
+int FormatReal(wchar_t (&buffer)[kBufferLength], double value, int decimals, wchar_t notation) {
     wchar_t format[16];
-    _swprintf(format, 16, L"%%.%df", decimals);
-    return Format(format, value);
+    _swprintf(format, 16, L"%%.%d%lc", decimals, static_cast<wint_t>(notation));
+    return _swprintf(buffer, kBufferLength, format, value);
+}
+
+// Reals print in fixed point whenever that text fits the buffer. Beyond it (from about 1e248
+// with six decimals) they print in exponent notation with the same count of decimals rather than
+// be cut or lost: 1e300 with six decimals is "1.000000e+300". NaN and infinities always fit and
+// print as libc writes them: "nan", "-nan", "inf", "-inf". So many decimals that even the exponent
+// form does not fit still give empty text.
+IString* StringOfReal(double value, int decimals) {
+    wchar_t buffer[kBufferLength];
+    int count = FormatReal(buffer, value, decimals, L'f');
+    if (count < 0) count = FormatReal(buffer, value, decimals, L'e');
+    return StringFromBuffer(buffer, count < 0 ? 0 : count);
+}
+
+// The fewest decimals, at most 9, that show the value: the fractional part of |value| x 10^N is
+// checked for N = 0, 1, ... against a tolerance of 1e-8. A value too large for its fixed-point text
+// prints in exponent notation with the fewest mantissa decimals, at most 9, that show it: the
+// mantissa is rounded to 9 decimals and its trailing zeros dropped, so -2.5e300 prints as
+// "-2.5e+300" and 1e300 as "1e+300".
+IString* StringOfRealShortest(double value) {
+    const double a = value < 0 ? -value : value;
+    int decimals = 0;
+    double scaled = a;
+    while (decimals < 9 && FractionOf(scaled) >= 1e-8) {
+        ++decimals;
+        scaled *= 10.0;
+    }
+    wchar_t buffer[kBufferLength];
+    int count = FormatReal(buffer, value, decimals, L'f');
+    if (count >= 0) return StringFromBuffer(buffer, count);
+    count = FormatReal(buffer, value, 9, L'e');
+    if (count < 0) return StringFromBuffer(buffer, 0);
+    const wchar_t* e = std::wcschr(buffer, L'e');
+    if (e == nullptr) return StringFromBuffer(buffer, count);
+    const int exponent = static_cast<int>(e - buffer);
+    int end = exponent;
+    while (end > 1 && buffer[end - 1] == L'0') --end;
+    if (buffer[end - 1] < L'0' || buffer[end - 1] > L'9') --end;  // the decimal point
+    std::wmemmove(buffer + end, buffer + exponent, static_cast<size_t>(count - exponent));
+    return StringFromBuffer(buffer, count - (exponent - end));
 }
 
 int DigitValue(wchar_t c, int base) {
@@ -84,7 +125,7 @@ IString* ISCreate(const char* bytes, int count) {
 
 IString* ISCreate(int value) { return Format(L"%i", value); }
 
-IString* ISCreate(double value) { return Format(L"%f", value); }
+IString* ISCreate(double value) { return StringOfReal(value, 6); }  // "%f", or "%e" when too long
 
 IString* ISCreate(IVariant* value, short precision) {
     if (value == nullptr) return nullptr;
@@ -97,15 +138,8 @@ IString* ISCreate(IVariant* value, short precision) {
     if (type == 0) return nullptr;
     if (type == 1 || precision == 0) return Format(L"%d", value->get_Integer());
     const double real = value->get_Double();
-    if (precision > 0) return FormatReal(real, precision);
-    const double a = real < 0 ? -real : real;
-    int decimals = 0;
-    double scaled = a;
-    while (decimals < 9 && FractionOf(scaled) >= 1e-8) {
-        ++decimals;
-        scaled *= 10.0;
-    }
-    return FormatReal(real, decimals);
+    if (precision > 0) return StringOfReal(real, precision);
+    return StringOfRealShortest(real);
 }
 
 IString* ISCreateHex(int value) { return Format(value <= 0xFFFFFF ? L"#%06X" : L"#%X", value); }

@@ -17,9 +17,11 @@ IString* ISCreate(const wchar_t* text);            // the terminated text; empty
 IString* ISCreate(const tagREFString& view);       // the view's characters
 IString* ISCreate(const char* bytes, int count);   // multibyte bytes decoded with mbtowc
 IString* ISCreate(int value);                      // "%i"
-IString* ISCreate(double value);                   // "%f"
+IString* ISCreate(double value);                   // "%f", or "%e" when that would not fit
 // The variant's string, or its number: "%d" for integers (or any number with precision 0),
 // a fixed number of decimals for precision > 0, the fewest decimals (at most 9) for precision < 0.
+// A real whose fixed-point text would not fit 255 characters is written in exponent notation:
+// with the same decimals, or for precision < 0 with the fewest mantissa decimals (at most 9).
 // Null for a null variant or one that holds neither text nor a number.
 IString* ISCreate(IVariant* value, short precision);
 IString* ISCreateHex(int value);                   // "#%06X" up to 0xFFFFFF (signed), else "#%X"

@@ -127,6 +127,40 @@ TEST(Conversions, VariantText) {
     EXPECT_EQ(ISCreate(static_cast<IVariant*>(nullptr), -1), nullptr);
 }
 
+// Reals whose fixed-point text would not fit 255 characters, NaN and infinities. A row without
+// text expects the fixed-point text of exactly 255 characters.
+TEST(Conversions, RealsAtTheEdges) {
+    enum How { kDouble, kAutomatic, kTwoDecimals };
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    const struct { double value; How how; const wchar_t* text; } rows[] = {
+        {1e300, kDouble, L"1.000000e+300"},     {-1e300, kDouble, L"-1.000000e+300"},
+        {1e300, kAutomatic, L"1e+300"},         {-1e300, kAutomatic, L"-1e+300"},
+        {-2.5e300, kAutomatic, L"-2.5e+300"},   {1.2345678912e300, kAutomatic, L"1.234567891e+300"},
+        {1e300, kTwoDecimals, L"1.00e+300"},    {-1e300, kTwoDecimals, L"-1.00e+300"},
+        {nan, kDouble, L"nan"},                 {nan, kAutomatic, L"nan"},
+        {-nan, kAutomatic, L"-nan"},            {nan, kTwoDecimals, L"nan"},
+        {inf, kDouble, L"inf"},                 {-inf, kAutomatic, L"-inf"},
+        {inf, kTwoDecimals, L"inf"},
+        // Just under and just over the buffer: 248, 255 and 252 integer digits fit.
+        {9e247, kDouble, nullptr},              {1e248, kDouble, L"1.000000e+248"},
+        {-9e247, kDouble, L"-9.000000e+247"},   {9e254, kAutomatic, nullptr},
+        {2e255, kAutomatic, L"2e+255"},         {-9e254, kAutomatic, L"-9e+254"},
+        {9e251, kTwoDecimals, nullptr},         {1e252, kTwoDecimals, L"1.00e+252"},
+    };
+    for (const auto& row : rows) {
+        SmartPtr<IVariant> variant(IVCreate(row.value));
+        const std::wstring text = row.how == kDouble ? Take(ISCreate(row.value))
+                                                     : Take(ISCreate(variant.get(), row.how == kAutomatic ? -1 : 2));
+        if (row.text != nullptr) {
+            EXPECT_EQ(text, row.text) << row.value;
+        } else {
+            EXPECT_EQ(text.size(), 255u) << row.value;
+            EXPECT_EQ(text.find(L'e'), std::wstring::npos) << text;
+        }
+    }
+}
+
 TEST(Conversions, ViewOfAStringObject) {
     SmartPtr<IString> text(ISCreate(L"borrowed"));
     CREFString view(reinterpret_cast<IDataStream*>(text.get()));  // any object that answers IString
