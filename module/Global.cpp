@@ -2,8 +2,8 @@
 // lazily made factory components.
 #include <dlfcn.h>
 
+#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 
@@ -15,7 +15,7 @@ SmartPtr<IComponentCollection> gGlobalComponentCollection;
 
 namespace {
 constexpr tagREFString kCollectionsModule = {13, L"CollectionsEx"};
-constexpr int32_t kMaxModuleName = 250;  // "./" + name + ".so" + NUL fits the 256-byte path buffer
+constexpr int32_t kMaxModuleName = 250;  // bytes: "./" + name + ".so" + NUL fit the 256-byte path buffer
 
 typedef HRESULT (*MODULEENTRY)(tagREFString name, void** creator);
 }  // namespace
@@ -40,18 +40,26 @@ IComponentCollection* GLOBALComponents() {
     return collection;
 }
 
-// Left to us: names whose path would not fit the 256-byte buffer are refused rather than
-// truncated or built dynamically, so a long name can never load some other file.
+// Left to us: a name is refused (null, nothing printed, nothing loaded) unless it converts whole,
+// character by character, to multibyte text of at most 250 bytes, so that "./" + name + ".so"
+// fits the 256-byte path buffer. A name cut short by a character the locale cannot spell, by a
+// zero character or by the buffer's end would load some other file.
 CREATORFUNCTION MODULECreateFunction(tagREFString module, tagREFString component) {
     if (module.length < 0 || module.length > kMaxModuleName) return nullptr;
-    wchar_t name[kMaxModuleName + 1];
-    if (module.length > 0) std::wmemcpy(name, module.text, module.length);
-    name[module.length] = L'\0';
-
+    if (module.length > 0 && module.text == nullptr) return nullptr;
     char path[256] = "./";
-    const size_t converted = std::wcstombs(path + 2, name, static_cast<size_t>(module.length));
-    if (converted == static_cast<size_t>(-1)) return nullptr;  // a name the locale cannot spell
-    std::memcpy(path + 2 + converted, ".so", 4);
+    size_t used = 2;
+    const size_t end = 2 + kMaxModuleName;
+    std::mbstate_t state{};
+    char bytes[MB_LEN_MAX];
+    for (int32_t i = 0; i < module.length; ++i) {
+        if (module.text[i] == L'\0') return nullptr;
+        const size_t n = std::wcrtomb(bytes, module.text[i], &state);
+        if (n == static_cast<size_t>(-1) || n > end - used) return nullptr;
+        std::memcpy(path + used, bytes, n);
+        used += n;
+    }
+    std::memcpy(path + used, ".so", 4);
 
     void* handle = dlopen(path, RTLD_NOW);  // never closed: a module once loaded stays loaded
     if (handle == nullptr) {

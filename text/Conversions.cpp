@@ -11,10 +11,12 @@ namespace {
 constexpr int kBufferLength = 256;
 constexpr wchar_t kReplacement = 0xFFFD;
 
-// The fractional part of a non-negative value, without libm: the module links libc only.
+// The fractional part of a non-negative value, without libm: the module links libc only. From
+// 2^53 on every double is whole; NaN and infinities have no fraction either. Below that bound the
+// conversion to a 64-bit integer is always in range.
 double FractionOf(double a) {
-    if (!(a < 9.2e18)) return 0.0;  // beyond 2^63 every double is whole
-    return a - static_cast<double>(static_cast<long long>(a));
+    if (!(a < 9007199254740992.0)) return 0.0;
+    return a - static_cast<double>(static_cast<uint64_t>(a));
 }
 
 IString* StringFromBuffer(const wchar_t* buffer, int count) {
@@ -32,10 +34,51 @@ IString* Format(const wchar_t* format, ...) {
     return StringFromBuffer(buffer, count < 0 ? 0 : count);
 }
 
-IString* FormatReal(double value, int decimals) {
+// "%.Nf" or "%.Ne" of the value with N decimals; negative when the text does not fit the buffer.
+int FormatReal(wchar_t (&buffer)[kBufferLength], double value, int decimals, wchar_t notation) {
     wchar_t format[16];
-    _swprintf(format, 16, L"%%.%df", decimals);
-    return Format(format, value);
+    _swprintf(format, 16, L"%%.%d%lc", decimals, static_cast<wint_t>(notation));
+    return _swprintf(buffer, kBufferLength, format, value);
+}
+
+// Reals print in fixed point whenever that text fits the buffer. Beyond it (from about 1e248
+// with six decimals) they print in exponent notation with the same count of decimals rather than
+// be cut or lost: 1e300 with six decimals is "1.000000e+300". NaN and infinities always fit and
+// print as libc writes them: "nan", "-nan", "inf", "-inf". So many decimals that even the exponent
+// form does not fit still give empty text.
+IString* StringOfReal(double value, int decimals) {
+    wchar_t buffer[kBufferLength];
+    int count = FormatReal(buffer, value, decimals, L'f');
+    if (count < 0) count = FormatReal(buffer, value, decimals, L'e');
+    return StringFromBuffer(buffer, count < 0 ? 0 : count);
+}
+
+// The fewest decimals, at most 9, that show the value: the fractional part of |value| x 10^N is
+// checked for N = 0, 1, ... against a tolerance of 1e-8. A value too large for its fixed-point text
+// prints in exponent notation with the fewest mantissa decimals, at most 9, that show it: the
+// mantissa is rounded to 9 decimals and its trailing zeros dropped, so -2.5e300 prints as
+// "-2.5e+300" and 1e300 as "1e+300".
+IString* StringOfRealShortest(double value) {
+    const double a = value < 0 ? -value : value;
+    int decimals = 0;
+    double scaled = a;
+    while (decimals < 9 && FractionOf(scaled) >= 1e-8) {
+        ++decimals;
+        scaled *= 10.0;
+    }
+    wchar_t buffer[kBufferLength];
+    int count = FormatReal(buffer, value, decimals, L'f');
+    if (count >= 0) return StringFromBuffer(buffer, count);
+    count = FormatReal(buffer, value, 9, L'e');
+    if (count < 0) return StringFromBuffer(buffer, 0);
+    const wchar_t* e = std::wcschr(buffer, L'e');
+    if (e == nullptr) return StringFromBuffer(buffer, count);
+    const int exponent = static_cast<int>(e - buffer);
+    int end = exponent;
+    while (end > 1 && buffer[end - 1] == L'0') --end;
+    if (buffer[end - 1] < L'0' || buffer[end - 1] > L'9') --end;  // the decimal point
+    std::wmemmove(buffer + end, buffer + exponent, static_cast<size_t>(count - exponent));
+    return StringFromBuffer(buffer, count - (exponent - end));
 }
 
 int DigitValue(wchar_t c, int base) {
@@ -58,7 +101,8 @@ int _swprintf(wchar_t* buffer, size_t capacity, const wchar_t* format, ...) {
 }
 
 IString* ISCreate(const wchar_t* text) {
-    return StringFromBuffer(text, text ? static_cast<int>(std::wcslen(text)) : 0);
+    const size_t length = text ? std::wcslen(text) : 0;
+    return StringFromBuffer(text, length <= INT32_MAX ? static_cast<int>(length) : INT32_MAX);
 }
 
 IString* ISCreate(const tagREFString& view) { return StringFromBuffer(view.text, view.length); }
@@ -81,7 +125,7 @@ IString* ISCreate(const char* bytes, int count) {
 
 IString* ISCreate(int value) { return Format(L"%i", value); }
 
-IString* ISCreate(double value) { return Format(L"%f", value); }
+IString* ISCreate(double value) { return StringOfReal(value, 6); }  // "%f", or "%e" when too long
 
 IString* ISCreate(IVariant* value, short precision) {
     if (value == nullptr) return nullptr;
@@ -94,15 +138,8 @@ IString* ISCreate(IVariant* value, short precision) {
     if (type == 0) return nullptr;
     if (type == 1 || precision == 0) return Format(L"%d", value->get_Integer());
     const double real = value->get_Double();
-    if (precision > 0) return FormatReal(real, precision);
-    const double a = real < 0 ? -real : real;
-    int decimals = 0;
-    double scaled = a;
-    while (decimals < 9 && FractionOf(scaled) >= 1e-8) {
-        ++decimals;
-        scaled *= 10.0;
-    }
-    return FormatReal(real, decimals);
+    if (precision > 0) return StringOfReal(real, precision);
+    return StringOfRealShortest(real);
 }
 
 IString* ISCreateHex(int value) { return Format(value <= 0xFFFFFF ? L"#%06X" : L"#%X", value); }
@@ -139,7 +176,8 @@ int _IS2Integer(CREFString text, int base) {
         value = value * static_cast<uint32_t>(base) + static_cast<uint32_t>(digit);
     }
     if (negative) value = 0u - value;
-    return static_cast<int>(value);
+    // The two's-complement reading of the 32 bits, without an out-of-range conversion.
+    return value <= INT32_MAX ? static_cast<int>(value) : -static_cast<int>(~value) - 1;
 }
 
 double _IS2Double(CREFString text) {
@@ -149,9 +187,12 @@ double _IS2Double(CREFString text) {
     bool negative = false;
     if (text.text[0] == L'-') negative = true, i = 1;
     else if (text.text[0] == L'+') i = 1;
-    long long whole = 0;
-    long long fraction = 0;
-    long long divisor = 1;
+    // The integer part is collected modulo 2^64 and read as a signed 64-bit number, so
+    // 99999999999999999999.5 reads as 7766279631452241920 and 10000000000000000000 as
+    // -8446744073709551616. Fraction digits stop before the divisor would exceed 999999999999999999.
+    uint64_t whole = 0;
+    uint64_t fraction = 0;
+    uint64_t divisor = 1;
     bool inFraction = false;
     for (; i < text.length; ++i) {
         const wchar_t c = text.text[i];
@@ -161,15 +202,18 @@ double _IS2Double(CREFString text) {
             continue;
         }
         if (c < L'0' || c > L'9') break;
+        const uint64_t digit = static_cast<uint64_t>(c - L'0');
         if (!inFraction) {
-            whole = static_cast<long long>(static_cast<unsigned long long>(whole) * 10u + static_cast<unsigned>(c - L'0'));
+            whole = whole * 10u + digit;
             continue;
         }
-        if (divisor * 10 > 999999999999999999LL) break;
-        divisor *= 10;
-        fraction = fraction * 10 + (c - L'0');
+        if (divisor * 10u > 999999999999999999u) break;
+        divisor *= 10u;
+        fraction = fraction * 10u + digit;
     }
-    const double value = static_cast<double>(whole) + static_cast<double>(fraction) / static_cast<double>(divisor);
+    const double signedWhole =
+        whole <= INT64_MAX ? static_cast<double>(whole) : -static_cast<double>(0u - whole);
+    const double value = signedWhole + static_cast<double>(fraction) / static_cast<double>(divisor);
     return negative ? -value : value;
 }
 

@@ -17,9 +17,11 @@ IString* ISCreate(const wchar_t* text);            // the terminated text; empty
 IString* ISCreate(const tagREFString& view);       // the view's characters
 IString* ISCreate(const char* bytes, int count);   // multibyte bytes decoded with mbtowc
 IString* ISCreate(int value);                      // "%i"
-IString* ISCreate(double value);                   // "%f"
+IString* ISCreate(double value);                   // "%f", or "%e" when that would not fit
 // The variant's string, or its number: "%d" for integers (or any number with precision 0),
 // a fixed number of decimals for precision > 0, the fewest decimals (at most 9) for precision < 0.
+// A real whose fixed-point text would not fit 255 characters is written in exponent notation:
+// with the same decimals, or for precision < 0 with the fewest mantissa decimals (at most 9).
 // Null for a null variant or one that holds neither text nor a number.
 IString* ISCreate(IVariant* value, short precision);
 IString* ISCreateHex(int value);                   // "#%06X" up to 0xFFFFFF (signed), else "#%X"
@@ -30,7 +32,8 @@ IVariant* IVCreate(IString* value);  // the variant takes its own reference
 
 // Text to integer: optional "-", "+" or "#" (base 16), then digits of `base`; wraps on overflow.
 int _IS2Integer(CREFString text, int base);
-// Text to real: "#" hexadecimal, else sign, digits, one ".", at most 18 fraction digits; no exponent.
+// Text to real: "#" hexadecimal, else sign, digits, one ".", at most 17 fraction digits; no exponent.
+// The integer part wraps modulo 2^64 and is read as a signed 64-bit number.
 double _IS2Double(CREFString text);
 // Classifies the text as an integer, a real or a text and makes the matching variant. Drops
 // leading white space and control characters from the caller's view.

@@ -1,7 +1,10 @@
 // The module's boundary: CreateFunction's name check, the global component collection, the
-// lazy factories.
+// lazy factories, the loading of component modules by name.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+
+#include <clocale>
+#include <string>
 
 #include "module/Module.h"
 #include "module/Object.h"
@@ -92,11 +95,39 @@ TEST(Factories, MakeTheirComponentObjectOnceAndANewObjectEachCall) {
     EXPECT_TRUE(collection);
 }
 
-TEST(ModuleCreateFunction, RefusesNamesThatDoNotFitThePath) {
-    std::wstring longName(251, L'x');
-    EXPECT_EQ(MODULECreateFunction(tagREFString{251, longName.c_str()}, REFLiteral(L"ComponentString")), nullptr);
+TEST(ModuleCreateFunction, LoadsOnlyNamesThatConvertWholeIntoThePath) {
     EXPECT_NE(MODULECreateFunction(REFLiteral(L"CollectionsEx"), REFLiteral(L"ComponentString")), nullptr);
     EXPECT_EQ(MODULECreateFunction(REFLiteral(L"CollectionsEx"), REFLiteral(L"NoSuchComponent")), nullptr);
+
+    const std::wstring e125(125, L'\u00e9');  // 250 bytes in UTF-8
+    std::string e125Bytes;
+    for (int i = 0; i < 125; ++i) e125Bytes += "\xc3\xa9";
+    // An empty path: refused, so nothing is printed and nothing loaded. Otherwise the path whose
+    // loading fails and is reported.
+    const struct { const char* locale; std::wstring name; std::string path; } rows[] = {
+        {"C", L"Modul\u00e9", ""},
+        {"C", std::wstring(L"CollectionsEx\0", 14), ""},
+        {"C", std::wstring(250, L'x'), "./" + std::string(250, 'x') + ".so"},
+        {"C", std::wstring(251, L'x'), ""},
+        {"C.UTF-8", L"CollectionsEx\u00e9", "./CollectionsEx\xc3\xa9.so"},
+        {"C.UTF-8", e125, "./" + e125Bytes + ".so"},
+        {"C.UTF-8", e125 + L"x", ""},
+    };
+    if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr) GTEST_SKIP() << "no C.UTF-8 locale";
+    for (const auto& row : rows) {
+        std::setlocale(LC_ALL, row.locale);
+        testing::internal::CaptureStdout();
+        CREATORFUNCTION creator = MODULECreateFunction(
+            tagREFString{static_cast<int32_t>(row.name.size()), row.name.c_str()}, REFLiteral(L"ComponentString"));
+        const std::string printed = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(creator, nullptr) << row.path;
+        if (row.path.empty()) {
+            EXPECT_EQ(printed, "") << row.locale << " " << row.name.size() << " characters";
+        } else {
+            EXPECT_EQ(printed.rfind("Module not available " + row.path + ", error ", 0), 0u) << printed;
+        }
+    }
+    std::setlocale(LC_ALL, "C");
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 // module's factories.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
+#include <limits>
 #include <string>
 
 #include "text/Conversions.h"
@@ -25,6 +27,7 @@ TEST(Conversions, TextToInteger) {
     const struct { const wchar_t* text; int base; int value; } rows[] = {
         {L"-42", 10, -42}, {L"#ff", 10, 255}, {L"#FF", 16, 255}, {L"12abc", 10, 12}, {L"ff", 16, 255},
         {L"ff", 10, 0},    {L"+", 10, 0},      {L"", 10, 0},      {L"+7", 10, 7},     {L"4294967297", 10, 1},
+        {L"2147483648", 10, INT32_MIN}, {L"#FFFFFFFF", 10, -1}, {L"-2147483649", 10, INT32_MAX},
     };
     for (const auto& row : rows) EXPECT_EQ(_IS2Integer(CREFString(row.text), row.base), row.value) << row.text;
 }
@@ -38,6 +41,18 @@ TEST(Conversions, TextToReal) {
     const double negativeZero = _IS2Double(CREFString(L"-"));
     EXPECT_EQ(negativeZero, 0.0);
     EXPECT_TRUE(std::signbit(negativeZero));
+}
+
+// The integer part wraps modulo 2^64 and reads as a signed 64-bit number; compared exactly.
+TEST(Conversions, TextToRealWrapsItsIntegerPart) {
+    const struct { const wchar_t* text; double value; } rows[] = {
+        {L"99999999999999999999.5", 7766279631452241920.0},
+        {L"-99999999999999999999.5", -7766279631452241920.0},
+        {L"10000000000000000000", -8446744073709551616.0},
+        {L"18446744073709551616.25", 0.25},
+        {L"9223372036854775807", 9223372036854775807.0},
+    };
+    for (const auto& row : rows) EXPECT_EQ(_IS2Double(CREFString(row.text)), row.value) << row.text;
 }
 
 TEST(Conversions, ClassifyText) {
@@ -110,6 +125,40 @@ TEST(Conversions, VariantText) {
     SmartPtr<IVariant> empty(CREFString::CreateVariant());
     EXPECT_EQ(ISCreate(empty.get(), -1), nullptr);
     EXPECT_EQ(ISCreate(static_cast<IVariant*>(nullptr), -1), nullptr);
+}
+
+// Reals whose fixed-point text would not fit 255 characters, NaN and infinities. A row without
+// text expects the fixed-point text of exactly 255 characters.
+TEST(Conversions, RealsAtTheEdges) {
+    enum How { kDouble, kAutomatic, kTwoDecimals };
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    const struct { double value; How how; const wchar_t* text; } rows[] = {
+        {1e300, kDouble, L"1.000000e+300"},     {-1e300, kDouble, L"-1.000000e+300"},
+        {1e300, kAutomatic, L"1e+300"},         {-1e300, kAutomatic, L"-1e+300"},
+        {-2.5e300, kAutomatic, L"-2.5e+300"},   {1.2345678912e300, kAutomatic, L"1.234567891e+300"},
+        {1e300, kTwoDecimals, L"1.00e+300"},    {-1e300, kTwoDecimals, L"-1.00e+300"},
+        {nan, kDouble, L"nan"},                 {nan, kAutomatic, L"nan"},
+        {-nan, kAutomatic, L"-nan"},            {nan, kTwoDecimals, L"nan"},
+        {inf, kDouble, L"inf"},                 {-inf, kAutomatic, L"-inf"},
+        {inf, kTwoDecimals, L"inf"},
+        // Just under and just over the buffer: 248, 255 and 252 integer digits fit.
+        {9e247, kDouble, nullptr},              {1e248, kDouble, L"1.000000e+248"},
+        {-9e247, kDouble, L"-9.000000e+247"},   {9e254, kAutomatic, nullptr},
+        {2e255, kAutomatic, L"2e+255"},         {-9e254, kAutomatic, L"-9e+254"},
+        {9e251, kTwoDecimals, nullptr},         {1e252, kTwoDecimals, L"1.00e+252"},
+    };
+    for (const auto& row : rows) {
+        SmartPtr<IVariant> variant(IVCreate(row.value));
+        const std::wstring text = row.how == kDouble ? Take(ISCreate(row.value))
+                                                     : Take(ISCreate(variant.get(), row.how == kAutomatic ? -1 : 2));
+        if (row.text != nullptr) {
+            EXPECT_EQ(text, row.text) << row.value;
+        } else {
+            EXPECT_EQ(text.size(), 255u) << row.value;
+            EXPECT_EQ(text.find(L'e'), std::wstring::npos) << text;
+        }
+    }
 }
 
 TEST(Conversions, ViewOfAStringObject) {
