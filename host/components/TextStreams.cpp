@@ -11,9 +11,9 @@ namespace {
 constexpr int kNumberBuffer = 256;
 
 // An integer in decimal; a real in fixed point with the fewest decimals (at most 9) that show it,
-// or, when that text would not fit 256 characters (magnitudes from about 1e246 on), in exponent
-// notation with the fewest mantissa decimals (at most 9). NaN and infinities print as libc writes
-// them: "nan", "-nan", "inf", "-inf".
+// or, when that text would not fit 255 characters (magnitudes from about 1e246 on), in exponent
+// notation with nine mantissa decimals less their trailing zeros ("1e+300", "-2.5e+300"). NaN
+// and infinities print as libc writes them: "nan", "-nan", "inf", "-inf".
 void AppendNumber(IVariant* variant, std::wstring& out) {
     wchar_t buffer[kNumberBuffer];
     if (variant->get_NumberType() == 1) {
@@ -22,21 +22,25 @@ void AppendNumber(IVariant* variant, std::wstring& out) {
         return;
     }
     const double real = variant->get_Double();
-    auto fewestDecimals = [](double magnitude) {
-        int decimals = 0;
-        double whole = 0;
-        for (double scaled = magnitude; decimals < 9 && std::isfinite(scaled) && std::modf(scaled, &whole) >= 1e-8;
-             scaled *= 10.0)
-            ++decimals;
-        return decimals;
-    };
-    const double magnitude = std::fabs(real);
-    int n = std::swprintf(buffer, kNumberBuffer, L"%.*f", fewestDecimals(magnitude), real);
+    int decimals = 0;
+    double whole = 0;
+    for (double scaled = std::fabs(real); decimals < 9 && std::isfinite(scaled) && std::modf(scaled, &whole) >= 1e-8;
+         scaled *= 10.0)
+        ++decimals;
+    int n = std::swprintf(buffer, kNumberBuffer, L"%.*f", decimals, real);
     if (n < 0) {
-        const double mantissa = magnitude / std::pow(10.0, std::floor(std::log10(magnitude)));
-        n = std::swprintf(buffer, kNumberBuffer, L"%.*e", fewestDecimals(mantissa), real);
+        n = std::swprintf(buffer, kNumberBuffer, L"%.9e", real);
+        if (n < 0) return;
+        const wchar_t* e = std::wcschr(buffer, L'e');
+        int end = static_cast<int>(e - buffer);  // drop the mantissa's trailing zeros and a bare point
+        int keep = end;
+        while (keep > 0 && buffer[keep - 1] == L'0') --keep;
+        if (keep > 0 && buffer[keep - 1] == L'.') --keep;
+        out.append(buffer, static_cast<size_t>(keep));
+        out.append(buffer + end, static_cast<size_t>(n - end));
+        return;
     }
-    if (n > 0) out.append(buffer, static_cast<size_t>(n));
+    out.append(buffer, static_cast<size_t>(n));
 }
 
 void AppendValue(IUnknown* value, std::wstring& out) {

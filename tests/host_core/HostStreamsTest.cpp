@@ -1,6 +1,7 @@
 // The host's text streams and string table, and the run-time side of the component registry.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 
 #include "host/collections/ComponentList.h"
@@ -15,20 +16,6 @@ namespace {
 class HostStreams : public ::testing::Test {
 protected:
     void SetUp() override {
-        SmartPtr<IComponentCollection> global;
-        HOSTCreateGlobalComponentCollection(nullptr, &IID_IComponentCollection, global.OutVoid());
-        // Numbers become text through the framework's string factory, whose component object is
-        // made once per process and kept: write one number before counting.
-        {
-            SmartPtr<ISuperCollection> one(HOSTNewCollection());
-            SmartPtr<IVariant> number;
-            HOSTCreateVariant(nullptr, &IID_IVariant, number.OutVoid());
-            number->put_Integer(1);
-            one->Add(nullptr, number.get(), 0, 0);
-            SmartPtr<IINIStream> warm;
-            HOSTCreateINIStream(nullptr, &IID_IINIStream, warm.OutVoid());
-            warm->WriteObject(one.get());
-        }
         m_Live = HOSTLiveObjects();
     }
     void TearDown() override { EXPECT_EQ(HOSTLiveObjects(), m_Live) << "every object was released"; }
@@ -98,6 +85,28 @@ TEST_F(HostStreams, CSVAndINIWriteOneEntryPerItem) {
         const wchar_t tail[] = L"|x";
         EXPECT_EQ(stream->Write(tail, 2 * sizeof(wchar_t), 0), S_OK);
         EXPECT_EQ(Content(stream.get()), std::wstring(row.expected) + L"|x") << "raw bytes are appended";
+    }
+}
+
+// Reals print in fixed point with the fewest decimals, or in exponent notation where the fixed
+// text would not fit 255 characters.
+TEST_F(HostStreams, NumbersAsText) {
+    const struct { double value; const wchar_t* text; } rows[] = {
+        {3.0, L"3"}, {2.5, L"2.5"}, {-0.125, L"-0.125"}, {1.0 / 3, L"0.333333333"},
+        {7766279631452241920.0, L"7766279631452241920"}, {1e300, L"1e+300"}, {-2.5e300, L"-2.5e+300"},
+        {1.234567891e290, L"1.234567891e+290"}, {1e20, L"100000000000000000000"},
+        {HUGE_VAL, L"inf"}, {-HUGE_VAL, L"-inf"},
+    };
+    for (const auto& row : rows) {
+        SmartPtr<ISuperCollection> one(HOSTNewCollection());
+        SmartPtr<IVariant> number;
+        HOSTCreateVariant(nullptr, &IID_IVariant, number.OutVoid());
+        number->put_Double(row.value);
+        one->Add(nullptr, number.get(), 0, 0);
+        SmartPtr<IINIStream> ini;
+        HOSTCreateINIStream(nullptr, &IID_IINIStream, ini.OutVoid());
+        ini->WriteObject(one.get());
+        EXPECT_EQ(Content(ini.get()), row.text) << row.value;
     }
 }
 
