@@ -8,6 +8,9 @@
 #include <vector>
 
 #include "host/collections/HostObject.h"
+#include "host/collections/HostString.h"
+#include "host/collections/SuperCollection.h"
+#include "host/components/Inputs.h"
 #include "host/kit/ModuleHost.h"
 #include "host/workspace/Workspace.h"
 
@@ -109,6 +112,7 @@ TEST_F(Session, Exchange) {
         {"  Break now", E_BREAK, {}},
         {"b", E_BREAK, {}},
         {"Brake", S_OK, {"?"}},
+        {"Breath", S_OK, {"?"}},  // the whole word decides, not its first four characters
         {"xbreak", S_OK, {"?"}},
         {"Var1?\r\nVar2?\r\nNope?", S_OK, {"Var1=100", "Var2=Hello", "?"}},
         {"Var1=5\n\n\r\n   Var1?", S_OK, {"Var1=5"}},
@@ -150,12 +154,14 @@ TEST_F(Session, LongRepliesAreDeliveredWhole) {
 }
 
 TEST_F(Session, NamesWithBlanksBusyFilesAndCommaSeparatedReplies) {
-    Open("[[object]]\nname = \"My Obj\"\n[[object.children]]\nname = \"Value\"\nkind = \"io\"\nstate = 1\n"
+    Open("[[object]]\nname = \"A\"\n[[object.children]]\nname = \"B\"\nkind = \"step\"\nstate = 1\n"
+         "[[object]]\nname = \"My Obj\"\n[[object.children]]\nname = \"Value\"\nkind = \"io\"\nstate = 1\n"
          "[[object]]\nname = \"Files\"\nkind = \"files\"\nbusy_ms = 300\n"
          "[[object]]\nname = \"Oven\"\nparameters = { Temperature = 180, Mode = \"bake\" }\n");
     for (const char* line : {"My Obj.Value?", "\"My Obj\".Value?", "\"My Obj \"::Value ?", "? My Obj.Value"})
         EXPECT_EQ(Send(line), Replies{"1"}) << line;
     EXPECT_EQ(Send("My Obj. Value?"), Replies{"?"}) << "a blank after a separator belongs to the next name";
+    EXPECT_EQ(Send("A.B?\nA::B?"), (Replies{"1", "1"})) << "one-character names";
 
     // The query waits while the collection is busy; a file-name collection has no values to show.
     EXPECT_EQ(Send("Files?"), Replies{});
@@ -163,6 +169,34 @@ TEST_F(Session, NamesWithBlanksBusyFilesAndCommaSeparatedReplies) {
 
     QueryAs<IUIPropInterrogate>(m_Manager.get(), IID_IUIPropInterrogate)->Control(2, 0);
     EXPECT_EQ(Send("Oven?\nMy Obj?"), (Replies{"Mode=bake,Temperature=180", "Value=1"}));
+}
+
+// Binding looks each input up in the collection by the interface it expects, unless the input's
+// bind flag bit 0 says it is never looked up.
+TEST_F(Session, BindLooksUpInputsUnlessTheirFlagSaysNever) {
+    Open(WorkspaceSample());
+    SmartPtr<IInputParameters> inputs = QueryAs<IInputParameters>(m_Manager.get(), IID_IInputParameters);
+    ASSERT_TRUE(inputs);
+    SmartPtr<IString> looked(HOSTNewString(L"Looked")), never(HOSTNewString(L"Never"));
+    ASSERT_EQ(inputs->AddInput(looked.get(), IID_IString, 0), S_OK);
+    ASSERT_EQ(inputs->AddInput(never.get(), IID_IString, 0), S_OK);
+    static_cast<CInputParameters*>(inputs.get())->Input(2)->SetBindFlags(1);
+    {
+        SmartPtr<ISuperCollection> pool(HOSTNewCollection());
+        SmartPtr<IString> text(HOSTNewString(L"found"));
+        pool->Add(nullptr, text.get(), 0, 0);
+        QueryAs<IBindableObject>(m_Manager.get(), IID_IBindableObject)->Bind(pool.get(), nullptr);
+        SmartPtr<IUnknown> moniker;
+        EXPECT_EQ(static_cast<CInputParameters*>(inputs.get())->Input(1)->get_Moniker(moniker.Out()), S_OK);
+        EXPECT_EQ(moniker.get(), static_cast<IUnknown*>(text.get()));
+        EXPECT_LT(static_cast<CInputParameters*>(inputs.get())->Input(2)->get_Moniker(moniker.Out()), 0);
+    }
+    SmartPtr<INamedCollection> names = QueryAs<INamedCollection>(m_Workspace.table.get(), IID_INamedCollection);
+    QueryAs<IBindableObject>(m_Manager.get(), IID_IBindableObject)->Bind(names.get(), nullptr);
+    inputs.Reset();
+    looked.Reset();
+    never.Reset();
+    m_Live = HOSTLiveObjects();  // the two inputs stay with the object
 }
 
 // Runs a shell command in the build folder (where the suite starts); its exit status goes to `status`.

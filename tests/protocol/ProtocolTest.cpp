@@ -166,18 +166,40 @@ TEST(ProtocolChoices, CutAtBars) {
 }
 
 TEST_F(Protocol, AssignmentsConvertByTheParameterType) {
-    const struct { const char* line; const char* reply; } rows[] = {
-        {"Var1=12.5", "Var1=12.5"}, {"Var1=-7", "Var1=-7"}, {"Var1=123456789", "Var1=123456789"},
-        {"Var1=1234567890", "Var1=1234567890"}, {"Var1=1.2.3", "Var1=1.2.3"}, {"Var1 = \"quoted \"", "Var1=quoted "},
-        {"Var2=42", "Var2=42"},
+    // The stored value's kind: 1 an integer, 2 a real, 0 a text.
+    const struct { const char* line; const char* reply; int kind; } rows[] = {
+        {"Var1=12.5", "Var1=12.5", 2}, {"Var1=-7", "Var1=-7", 1}, {"Var1=123456789", "Var1=123456789", 1},
+        {"Var1=-12345678", "Var1=-12345678", 1}, {"Var1=1234567890", "Var1=1234567890", 0},
+        {"Var1=1.2.3", "Var1=1.2.3", 0}, {"Var1 = \"quoted \"", "Var1=quoted ", 0}, {"Var2=42", "Var2=42", 0},
     };
+    SmartPtr<IParameters> own = QueryAs<IParameters>(m_Manager.get(), IID_IParameters);
     for (const auto& row : rows) {
         EXPECT_EQ(Send(row.line), std::vector<std::string>{}) << row.line;
         EXPECT_EQ(One(std::string(row.line).substr(0, 4) + "?"), row.reply) << row.line;
+        SmartPtr<IVariant> stored;
+        ASSERT_EQ(own->get_ItemVariant(row.line[3] == '1' ? 0 : 1, stored.Out()), S_OK);
+        EXPECT_EQ(stored->IsString() ? 0 : stored->get_NumberType(), row.kind) << row.line;
     }
     EXPECT_EQ(Send("Var1="), std::vector<std::string>{"?"});
     EXPECT_EQ(Send("Var1=\"\""), std::vector<std::string>{"?"});
     EXPECT_EQ(Send("X=1"), std::vector<std::string>{"?"});
+}
+
+// Loading takes over the inputs object it reads, with exactly one reference: it is the object's
+// inputs from then on and is released with the object.
+TEST_F(Protocol, LoadKeepsTheInputsItReads) {
+    SmartPtr<FakeFolder> folder(new FakeFolder());
+    folder->readObject.Attach(CreateObject(tagREFString{15, L"InputParameters"}, &IID_IInputParameters));
+    ASSERT_TRUE(folder->readObject);
+    SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(m_Manager.get(), IID_IDataPersist);
+    EXPECT_EQ(persist->Load(folder.get(), 0), S_OK);
+    SmartPtr<IUnknown> inputs;
+    ASSERT_EQ(m_Manager->QueryInterface(IID_IInputParameters, inputs.OutVoid()), S_OK);
+    EXPECT_EQ(QueryAs<IUnknown>(inputs.get(), IID_IUnknown).get(),
+              QueryAs<IUnknown>(folder->readObject.get(), IID_IUnknown).get());
+    folder.Reset();
+    inputs.Reset();
+    EXPECT_EQ(Send("Var1?"), std::vector<std::string>{"Var1=100"}) << "the object works on with them";
 }
 
 TEST_F(Protocol, BytesFollowTheLocaleOfTheMoment) {

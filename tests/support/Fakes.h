@@ -106,9 +106,13 @@ public:
     HRESULT ReadBytes(IString*, void*, int32_t, int32_t) override { return E_FAIL; }
     HRESULT ReadValue(IString*, IUnknown*) override { return E_FAIL; }
     HRESULT OpenChildAt(IVariant*, int32_t, IFolderStream**) override { return E_FAIL; }
-    HRESULT ReadObject(IString*, IUnknown**, int32_t) override { return E_FAIL; }
+    HRESULT ReadObject(IString*, IUnknown** object, int32_t) override {
+        *object = readObject.Copy();
+        return readObject ? S_OK : E_FAIL;
+    }
     HRESULT ReadTyped(IString*, void*, int32_t) override { return E_FAIL; }
     std::vector<std::wstring> opened;
+    SmartPtr<IUnknown> readObject;  // what ReadObject hands out, whatever the name
 };
 
 class FakeXML final : public Fake<IXMLStream> {
