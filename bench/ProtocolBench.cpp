@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include <clocale>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -104,6 +105,30 @@ void BM_ContainerQuery(benchmark::State& state) {
     state.counters["reply_bytes"] = static_cast<double>(bytes / state.iterations());
 }
 
+// A reply of n characters of three bytes each (C.UTF-8): converting it to bytes costs time linear
+// in n, so the time per character stays flat from 100,000 to 4,000,000 characters.
+void BM_MultibyteReply(benchmark::State& state) {
+    const char* previous = std::setlocale(LC_ALL, nullptr);
+    const std::string restore = previous ? previous : "C";
+    if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr) {
+        state.SkipWithError("no C.UTF-8 locale");
+        return;
+    }
+    Bench& bench = Shared(100);
+    const int64_t characters = state.range(0);
+    std::string assign = "Var2=";
+    for (int64_t i = 0; i < characters; ++i) assign += "\xe4\xb8\xad";  // U+4E2D
+    bench.Run(assign);
+    std::string query = "Var2?";
+    size_t bytes = 0;
+    for (auto _ : state) bench.Run(query, &bytes);
+    if (bytes / state.iterations() != static_cast<size_t>(characters) * 3 + 5) state.SkipWithError("wrong reply");
+    state.SetItemsProcessed(state.iterations() * characters);
+    std::string reset = "Var2=Hello";
+    bench.Run(reset);
+    std::setlocale(LC_ALL, restore.c_str());
+}
+
 long ResidentPages() {
     long size = 0, resident = 0;
     FILE* statm = std::fopen("/proc/self/statm", "r");
@@ -131,6 +156,7 @@ BENCHMARK(BM_Assignment);
 BENCHMARK(BM_OwnQuery);
 BENCHMARK(BM_PathQuery)->Arg(100)->Arg(10000);
 BENCHMARK(BM_ElevenAssignments);
+BENCHMARK(BM_MultibyteReply)->Arg(100000)->Arg(1000000)->Arg(4000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ContainerQuery)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MillionLinesMemory)->Iterations(1)->Unit(benchmark::kMillisecond);
 
