@@ -2,6 +2,8 @@
 // host's collection, bound to the reference workspace, fed messages through IProtocolManager.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -224,16 +226,39 @@ TEST(WksHost, ScriptedSessionTranscript) {
     EXPECT_EQ(transcript, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n");
 }
 
-TEST(WksHost, BadWorkspaceNamesFileAndLine) {
+// Wrong input of every kind is named, and the host stops with a status that says so.
+TEST(WksHost, RefusesBadInputClearly) {
     {
-        std::ofstream file("e2e-bad.toml");
-        file << "[[object]]\nname = \"A\"\n\n[[object]]\nname = \"B\"\nkind = \"teapot\"\n";
+        std::ofstream bad("e2e-bad.toml");
+        bad << "[[object]]\nname = \"A\"\n\n[[object]]\nname = \"B\"\nkind = \"teapot\"\n";
+        std::ofstream warned("e2e-warned.toml");
+        warned << "[[object]]\nname = \"Breaker\"\nkind = \"step\"\n";
+        std::ofstream lines("e2e-lines.txt");
+        lines << "Var1=5\n" << std::string(70000, 'x') << "\nVar1?\n" << std::string(65, 'y');
     }
-    int status = 0;
-    const std::string output = Output("./wks-host --workspace e2e-bad.toml < /dev/null 2>&1", status);
-    EXPECT_NE(status, 0);
-    std::remove("e2e-bad.toml");
-    EXPECT_EQ(output, "wks-host: e2e-bad.toml:6: unknown kind 'teapot' of object 'B'\n");
+    const struct { const char* arguments; int status; const char* output; } rows[] = {
+        {"--workspace e2e-bad.toml < /dev/null", 1, "wks-host: e2e-bad.toml:6: unknown kind 'teapot' of object 'B'\n"},
+        {"--workspace . < /dev/null", 1, "wks-host: .: is a directory\n"},
+        {"--workspace e2e-none.toml < /dev/null", 1, "wks-host: e2e-none.toml: cannot read: No such file or directory\n"},
+        {"--workspace", 2, "--workspace: 1 required FILE missing\nRun with --help for more information.\n"},
+        {"--max-line 0", 2, nullptr},
+        {"--bogus", 2, nullptr},
+        {"--max-line 64 < e2e-lines.txt", 0,
+         "wks-host: line 2 has 70000 bytes, more than the limit of 64 (--max-line): refused\n?\nVar1=5\n"
+         "wks-host: line 4 has 65 bytes, more than the limit of 64 (--max-line): refused\n?\n"},
+    };
+    for (const auto& row : rows) {
+        int status = -1;
+        const std::string output = Output(std::string("./wks-host --no-prompt ") + row.arguments + " 2>&1", status);
+        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, row.status) << row.arguments;
+        if (row.output) EXPECT_EQ(output, row.output) << row.arguments;
+        else EXPECT_NE(output.find("Run with --help"), std::string::npos) << row.arguments << ": " << output;
+    }
+    int status = -1;
+    EXPECT_EQ(Output("./wks-host --no-prompt --workspace e2e-warned.toml < /dev/null 2>&1", status).substr(0, 28),
+              "wks-host: warning: e2e-warne");
+    EXPECT_EQ(status, 0);
+    for (const char* file : {"e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt"}) std::remove(file);
 }
 
 }  // namespace
