@@ -3,6 +3,7 @@
 #include <toml++/toml.h>
 
 #include <map>
+#include <optional>
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
@@ -22,6 +23,15 @@ std::wstring Wide(const std::string& utf8) {
         i += 1 + extra;
     }
     return out;
+}
+
+// The integer an integer key holds. A whole real counts as well, but toml++ converts a real to an
+// integer without checking its range first, so a real beyond 64 bits never reaches it.
+std::optional<int64_t> IntegerOf(const toml::node* node) {
+    if (node == nullptr) return std::nullopt;
+    if (const auto* real = node->as_floating_point(); real && !(real->get() > -9.2e18 && real->get() < 9.2e18))
+        return std::nullopt;
+    return node->value<int64_t>();
 }
 
 const std::map<std::string, unsigned> kKinds = {
@@ -50,8 +60,8 @@ struct Loader {
             SmartPtr<IVariant> value;
             HOSTCreateVariant(nullptr, &IID_IVariant, value.OutVoid());
             int32_t flags = 0;
-            if (auto i = node.value<int64_t>(); i && node.is_integer()) value->put_Integer(static_cast<int32_t>(*i)), flags = 3;
-            else if (auto d = node.value<double>(); d && node.is_floating_point()) value->put_Double(*d), flags = 5;
+            if (const auto* i = node.as_integer()) value->put_Integer(static_cast<int32_t>(i->get())), flags = 3;
+            else if (const auto* d = node.as_floating_point()) value->put_Double(d->get()), flags = 5;
             else if (auto b = node.value<bool>()) value->put_Integer(*b ? 1 : 0), flags = 3;
             else if (auto s = node.value<std::string>()) {
                 SmartPtr<IString> text(HOSTNewString(Wide(*s).c_str()));
@@ -93,10 +103,10 @@ struct Loader {
         CWorkspaceObject* object = new (std::nothrow) CWorkspaceObject(wideName, facets, &workspace.log);
         if (object == nullptr) return Fail(node, "out of memory");
         SmartPtr<IUnknown> held(static_cast<ITabCollection*>(object));
-        object->m_State = static_cast<int32_t>((*t)["state"].value_or(int64_t{0}));
+        object->m_State = static_cast<int32_t>(IntegerOf(t->get("state")).value_or(0));
         object->m_Value = (*t)["value"].value_or(0.0);
-        object->m_Id = static_cast<int32_t>((*t)["id"].value_or(int64_t{0}));
-        if (auto busy = (*t)["busy_ms"].value<int64_t>()) object->SetBusyFor(static_cast<int>(*busy));
+        object->m_Id = static_cast<int32_t>(IntegerOf(t->get("id")).value_or(0));
+        if (auto busy = IntegerOf(t->get("busy_ms"))) object->SetBusyFor(static_cast<int>(*busy));
         if (const toml::table* parameters = (*t)["parameters"].as_table())
             if (!Parameters(*parameters, object)) return false;
         if (const toml::node* children = t->get("children")) {

@@ -28,4 +28,18 @@ TEST(WorkspaceFile, BadFilesNameTheLineAndTheProblem) {
     EXPECT_EQ(error.rfind("w.toml:1: ", 0), 0u) << error;
 }
 
+// An integer key given a real: a whole real in range is taken, one beyond 64 bits is no integer
+// (converting it would be undefined).
+TEST(WorkspaceFile, RealsWhereIntegersBelong) {
+    Workspace workspace;
+    std::string error;
+    ASSERT_TRUE(WorkspaceLoad("[[object]]\nname = \"A\"\nkind = \"io\"\nstate = 1e300\nid = -1e19\n"
+                              "[[object]]\nname = \"B\"\nkind = \"button\"\nid = 7.0\nparameters = { P = 1e300 }\n",
+                              "w.toml", workspace, error))
+        << error;
+    EXPECT_EQ(workspace.Find(L"A")->m_State, 0);
+    EXPECT_EQ(workspace.Find(L"A")->m_Id, 0);
+    EXPECT_EQ(workspace.Find(L"B")->m_Id, 7);
+}
+
 }  // namespace
