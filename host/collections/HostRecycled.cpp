@@ -5,8 +5,7 @@
 namespace {
 
 constexpr std::size_t kStep = 16;
-constexpr std::size_t kBuckets = 16;  // blocks up to 256 bytes are kept
-constexpr int kKept = 64;             // per size; the rest go back to the allocator at once
+constexpr int kKept = 64;  // per size; the rest go back to the allocator at once
 
 struct Block {
     Block* next;
@@ -15,18 +14,20 @@ struct Bucket {
     Block* free = nullptr;
     int kept = 0;
 };
-Bucket gBuckets[kBuckets];
 
 // The bucket of a size, or null when blocks of that size are not kept. Sanitized builds keep
 // nothing, so that a use after free is still caught by the allocator.
-Bucket* BucketOf(std::size_t size) {
 #if defined(WKS_SANITIZED)
-    return nullptr;
+Bucket* BucketOf(std::size_t) { return nullptr; }
 #else
+constexpr std::size_t kBuckets = 16;  // blocks up to 256 bytes are kept
+Bucket gBuckets[kBuckets];
+
+Bucket* BucketOf(std::size_t size) {
     const std::size_t index = (size + kStep - 1) / kStep;
     return index > 0 && index <= kBuckets ? &gBuckets[index - 1] : nullptr;
-#endif
 }
+#endif
 
 }  // namespace
 
