@@ -79,6 +79,10 @@ private:
     CLocaleCache m_Locale;
 };
 
+// The one component name this module answers to; defined with the entry points.
+template <>
+WKS_EXPORT tagREFString IObjectInfoImpl<CWKSProtocol>::m_ObjectName;
+
 // Cuts `text` at each "|" and adds one item per piece to `collection`: name = the piece, value =
 // its position from 0. A trailing "|" gives no empty last piece; an empty text gives none.
 void WKSAddChoices(ISuperCollection* collection, CREFString text);

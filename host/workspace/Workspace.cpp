@@ -16,6 +16,7 @@
 #include "host/collections/HostString.h"
 #include "host/components/HostParameters.h"
 #include "host/components/Inputs.h"
+#include "module/ValueType.h"
 
 namespace {
 
@@ -184,15 +185,15 @@ struct Loader {
                 if (i->get() < INT32_MIN || i->get() > INT32_MAX)
                     return Fail(value, "parameter '" + Shown(key.str()) + "' of object '" + object + "' is " +
                                            std::to_string(i->get()) + ", beyond a 32-bit integer (write a real)");
-                variant->put_Integer(static_cast<int32_t>(i->get())), flags = 3;
+                variant->put_Integer(static_cast<int32_t>(i->get())), flags = VALUE_INT32;
             } else if (const toml::value<double>* d = value.as_floating_point()) {
-                variant->put_Double(d->get()), flags = 5;
+                variant->put_Double(d->get()), flags = VALUE_DOUBLE;
             } else if (const toml::value<bool>* b = value.as_boolean()) {
-                variant->put_Integer(b->get() ? 1 : 0), flags = 3;
+                variant->put_Integer(b->get() ? 1 : 0), flags = VALUE_INT32;
             } else if (const toml::value<std::string>* s = value.as_string()) {
                 SmartPtr<IString> text(HOSTNewString(Wide(s->get()).c_str()));
                 variant->put_String(text.get());
-                flags = 6;
+                flags = VALUE_STRING;
             } else {
                 return Fail(value, "parameter '" + Shown(key.str()) + "' must be a number, a boolean or a text");
             }
