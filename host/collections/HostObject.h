@@ -25,8 +25,9 @@ extern "C" HOST_API int32_t HOSTLiveObjects();
 // Adds or replaces a component that the global component collection creates by name.
 HOST_API void HOSTRegisterComponent(const wchar_t* name, CREATORFUNCTION creator);
 
-// T derives from its interfaces and from CHostObject<T>, is final, and implements
-// QueryInterface; HOST_FORWARD_REFCOUNT supplies AddRef and Release for every interface base.
+// T derives from its interfaces and from CHostObject<T>, is final, and answers QueryInterface from
+// its interface map (InterfaceMap.h); HOST_FORWARD_REFCOUNT supplies AddRef and Release for every
+// interface base.
 template <class T>
 class CHostObject {
 public:
