@@ -83,7 +83,7 @@ constexpr HOSTInterfaceEntry<CComponentString> kComponentStringInterfaces[] = {
 };
 
 HRESULT CComponentString::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kComponentStringInterfaces, iid, object);
+    return HOSTQueryInterface<kComponentStringInterfaces>(this, iid, object);
 }
 
 HRESULT CComponentString::SetObject(IUnknown* object) {

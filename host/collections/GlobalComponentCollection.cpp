@@ -60,7 +60,7 @@ constexpr HOSTInterfaceEntry<CGlobalComponentCollection> kInterfaces[] = {
 };
 
 HRESULT CGlobalComponentCollection::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kInterfaces, iid, object);
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
 }
 
 // The one instance. Released at unload; every later Release of it by other code that still

@@ -16,7 +16,7 @@ constexpr HOSTInterfaceEntry<CHostString> kInterfaces[] = {
 }  // namespace
 
 HRESULT CHostString::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kInterfaces, iid, object);
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
 }
 
 CHostString::~CHostString() {

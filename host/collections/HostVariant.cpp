@@ -12,7 +12,7 @@ constexpr HOSTInterfaceEntry<CHostVariant> kInterfaces[] = {
 }  // namespace
 
 HRESULT CHostVariant::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kInterfaces, iid, object);
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
 }
 
 void CHostVariant::Clear() {

@@ -13,7 +13,7 @@ constexpr HOSTInterfaceEntry<CSuperCollection> kInterfaces[] = {
 }  // namespace
 
 HRESULT CSuperCollection::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kInterfaces, iid, object);
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
 }
 
 HRESULT CSuperCollection::get_Count(int32_t* count) {

@@ -35,7 +35,7 @@ constexpr HOSTInterfaceEntry<CHostParameters> kInterfaces[] = {
 }  // namespace
 
 HRESULT CHostParameters::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kInterfaces, iid, object);
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
 }
 
 SmartPtr<IVariant> CHostParameters::ValueOf(const Entry& entry) const {

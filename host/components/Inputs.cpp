@@ -22,7 +22,7 @@ constexpr HOSTInterfaceEntry<CCollectionMoniker> kMonikerInterfaces[] = {
 // --- InputParameter ------------------------------------------------------------------------------
 
 HRESULT CInputParameter::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kInputInterfaces, iid, object);
+    return HOSTQueryInterface<kInputInterfaces>(this, iid, object);
 }
 
 HRESULT CInputParameter::get_Value(IUnknown** value) {
@@ -92,7 +92,7 @@ HRESULT CInputParameter::get_BindFlags(int32_t* flags) {
 // --- InputParameters -----------------------------------------------------------------------------
 
 HRESULT CInputParameters::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kInputsInterfaces, iid, object);
+    return HOSTQueryInterface<kInputsInterfaces>(this, iid, object);
 }
 
 CInputParameter* CInputParameters::Input(int32_t index) const {
@@ -209,7 +209,7 @@ HRESULT CInputParameters::Load(IDataStream* stream, int32_t) {
 // --- CollectionMoniker ---------------------------------------------------------------------------
 
 HRESULT CCollectionMoniker::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kMonikerInterfaces, iid, object);
+    return HOSTQueryInterface<kMonikerInterfaces>(this, iid, object);
 }
 
 HRESULT CCollectionMoniker::BindToCollection(INamedCollection* collection, int32_t) {

@@ -47,7 +47,7 @@ constexpr HOSTInterfaceEntry<CStringTable> kInterfaces[] = {
 };
 
 HRESULT CStringTable::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kInterfaces, iid, object);
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
 }
 
 }  // namespace

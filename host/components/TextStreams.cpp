@@ -113,7 +113,7 @@ constexpr HOSTInterfaceEntry<CINIStream> kINIInterfaces[] = {
 }  // namespace
 
 HRESULT CCSVStream::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kCSVInterfaces, iid, object);
+    return HOSTQueryInterface<kCSVInterfaces>(this, iid, object);
 }
 
 HRESULT CCSVStream::WriteObject(IUnknown* object, int32_t) {
@@ -122,7 +122,7 @@ HRESULT CCSVStream::WriteObject(IUnknown* object, int32_t) {
 }
 
 HRESULT CINIStream::QueryInterface(const IID& iid, void** object) {
-    return HOSTQueryInterface(this, kINIInterfaces, iid, object);
+    return HOSTQueryInterface<kINIInterfaces>(this, iid, object);
 }
 
 HRESULT CINIStream::WriteObject(IUnknown* object) {

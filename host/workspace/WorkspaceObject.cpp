@@ -54,7 +54,7 @@ static_assert((WS_SEARCH << 1) < HOST_FACET_ALWAYS, "workspace facets stay clear
 }  // namespace
 
 HRESULT CWorkspaceObject::QueryInterface(const IID& iid, void** object) {
-    const HRESULT hr = HOSTQueryInterface(this, kInterfaces, iid, object, m_Facets);
+    const HRESULT hr = HOSTQueryInterface<kInterfaces>(this, iid, object, m_Facets);
     // The parameter interfaces belong to the object's own parameter collection, when it has one.
     if (hr == E_NOINTERFACE && m_Parameters && (iid == IID_IParameters || iid == IID_IParametersCreatable))
         return m_Parameters->QueryInterface(iid, object);
