@@ -43,24 +43,27 @@ struct Loader {
         return false;
     }
 
-    bool Parameters(const toml::table& values, CWorkspaceObject* object) {
+    bool Parameters(const toml::node& at, const toml::table& values, CWorkspaceObject* object) {
         SmartPtr<IParametersCreatable> parameters(HOSTNewParameters());
+        if (!parameters) return Fail(at, "out of memory");
         for (const auto& [key, node] : values) {
             SmartPtr<IString> name(HOSTNewString(Wide(std::string(key.str())).c_str()));
             SmartPtr<IVariant> value;
             HOSTCreateVariant(nullptr, &IID_IVariant, value.OutVoid());
+            if (!name || !value) return Fail(node, "out of memory");
             int32_t flags = 0;
             if (auto i = node.value<int64_t>(); i && node.is_integer()) value->put_Integer(static_cast<int32_t>(*i)), flags = 3;
             else if (auto d = node.value<double>(); d && node.is_floating_point()) value->put_Double(*d), flags = 5;
             else if (auto b = node.value<bool>()) value->put_Integer(*b ? 1 : 0), flags = 3;
             else if (auto s = node.value<std::string>()) {
                 SmartPtr<IString> text(HOSTNewString(Wide(*s).c_str()));
+                if (!text) return Fail(node, "out of memory");
                 value->put_String(text.get());
                 flags = 6;
             } else {
                 return Fail(node, "parameter '" + std::string(key.str()) + "' must be a number, a boolean or a text");
             }
-            parameters->Add(name.get(), value.get(), nullptr, flags);
+            if (parameters->Add(name.get(), value.get(), nullptr, flags) < 0) return Fail(node, "out of memory");
         }
         object->SetParameters(parameters.get());
         return true;
@@ -98,7 +101,7 @@ struct Loader {
         object->m_Id = static_cast<int32_t>((*t)["id"].value_or(int64_t{0}));
         if (auto busy = (*t)["busy_ms"].value<int64_t>()) object->SetBusyFor(static_cast<int>(*busy));
         if (const toml::table* parameters = (*t)["parameters"].as_table())
-            if (!Parameters(*parameters, object)) return false;
+            if (!Parameters(node, *parameters, object)) return false;
         if (const toml::node* children = t->get("children")) {
             const toml::array* list = children->as_array();
             if (list == nullptr) return Fail(*children, "children must be an array of tables");
@@ -154,6 +157,7 @@ bool WorkspaceLoad(const std::string& text, const std::string& source, Workspace
                 return false;
             }
             SmartPtr<ICollectionMoniker> moniker(HOSTNewCollectionMoniker(target.first.c_str(), static_cast<IObjectInfo*>(bound)));
+            if (!moniker) return error = source + ":" + std::to_string(target.second) + ": out of memory", false;
             root->AddChild(moniker.get(), name);
         }
     } catch (const toml::parse_error& problem) {
