@@ -77,17 +77,21 @@ SmartPtr<IVariant> ValueOf(IResultParameter* result, IStep* step, IDigitalIO* io
     return SmartPtr<IVariant>(value.Detach());
 }
 
-// An item's facets are asked in order of precedence, and only as far as needed.
-SmartPtr<IVariant> ValueOfItem(IUnknown* item) {
+// An item's facets are asked in order of precedence, and only as far as needed. False when the
+// item has none of them; true when it has one, even if its value could not be made (then `value`
+// stays null: the item is listed without a value, not under its name).
+bool ValueOfItem(IUnknown* item, SmartPtr<IVariant>& value) {
     if (SmartPtr<IResultParameter> result = QueryAs<IResultParameter>(item, IID_IResultParameter))
-        return ValueOf(result.get(), nullptr, nullptr, nullptr, nullptr);
-    if (SmartPtr<IStep> step = QueryAs<IStep>(item, IID_IStep)) return ValueOf(nullptr, step.get(), nullptr, nullptr, nullptr);
-    if (SmartPtr<IDigitalIO> io = QueryAs<IDigitalIO>(item, IID_IDigitalIO))
-        return ValueOf(nullptr, nullptr, io.get(), nullptr, nullptr);
-    if (SmartPtr<IString> text = QueryAs<IString>(item, IID_IString))
-        return ValueOf(nullptr, nullptr, nullptr, text.get(), nullptr);
-    SmartPtr<IVariant> own = QueryAs<IVariant>(item, IID_IVariant);
-    return own;
+        value = ValueOf(result.get(), nullptr, nullptr, nullptr, nullptr);
+    else if (SmartPtr<IStep> step = QueryAs<IStep>(item, IID_IStep))
+        value = ValueOf(nullptr, step.get(), nullptr, nullptr, nullptr);
+    else if (SmartPtr<IDigitalIO> io = QueryAs<IDigitalIO>(item, IID_IDigitalIO))
+        value = ValueOf(nullptr, nullptr, io.get(), nullptr, nullptr);
+    else if (SmartPtr<IString> text = QueryAs<IString>(item, IID_IString))
+        value = ValueOf(nullptr, nullptr, nullptr, text.get(), nullptr);
+    else if (!(value = QueryAs<IVariant>(item, IID_IVariant)))
+        return false;
+    return true;
 }
 
 // The text of an assignment as a variant: by the parameter's type where it names one, otherwise
@@ -305,8 +309,8 @@ HRESULT CWKSProtocol::Query(const CPathWalk& walk, const CommandFacets& facets) 
         SmartPtr<IUnknown> item;
         named->get_ItemName(i, itemName.Out());
         named->get_Item(i, item.Out());
-        SmartPtr<IVariant> itemValue = ValueOfItem(item.get());
-        if (!itemValue) {
+        SmartPtr<IVariant> itemValue;
+        if (!ValueOfItem(item.get(), itemValue)) {
             if (SmartPtr<IObjectInfo> itemInfo = QueryAs<IObjectInfo>(item.get(), IID_IObjectInfo)) {
                 SmartPtr<IString> text(ISCreate(ObjectName(itemInfo.get())));
                 itemValue.Attach(IVCreate(text.get()));

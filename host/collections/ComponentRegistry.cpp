@@ -6,6 +6,7 @@
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
+#include "host/collections/InterfaceMap.h"
 
 namespace {
 
@@ -77,15 +78,12 @@ int32_t HOSTComponentIndex(const std::wstring& name) { return Components().Index
 
 uint32_t HOSTComponentVersion() { return Components().m_Version; }
 
+constexpr HOSTInterfaceEntry<CComponentString> kComponentStringInterfaces[] = {
+    HOSTAnswer<CComponentString, IComponentString>(IID_IComponentString),
+};
+
 HRESULT CComponentString::QueryInterface(const IID& iid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    if (iid == IID_IUnknown || iid == IID_IComponentString) {
-        *object = static_cast<IComponentString*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return HOSTQueryInterface<kComponentStringInterfaces>(this, iid, object);
 }
 
 HRESULT CComponentString::SetObject(IUnknown* object) {

@@ -2,6 +2,7 @@
 #include "host/collections/ComponentList.h"
 #include "host/collections/ComponentRegistry.h"
 #include "host/collections/HostString.h"
+#include "host/collections/InterfaceMap.h"
 
 namespace {
 
@@ -9,16 +10,7 @@ class CGlobalComponentCollection final : public IComponentCollection, public CHo
 public:
     HOST_FORWARD_REFCOUNT
 
-    HRESULT QueryInterface(const IID& iid, void** object) override {
-        if (object == nullptr) return E_POINTER;
-        if (iid == IID_IUnknown || iid == IID_IComponentCollection) {
-            *object = static_cast<IComponentCollection*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
+    HRESULT QueryInterface(const IID& iid, void** object) override;
 
     HRESULT get_Count(int32_t* count) override {
         if (count == nullptr) return E_POINTER;
@@ -62,6 +54,14 @@ public:
         return creator(nullptr, iid, object);
     }
 };
+
+constexpr HOSTInterfaceEntry<CGlobalComponentCollection> kInterfaces[] = {
+    HOSTAnswer<CGlobalComponentCollection, IComponentCollection>(IID_IComponentCollection),
+};
+
+HRESULT CGlobalComponentCollection::QueryInterface(const IID& iid, void** object) {
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
+}
 
 // The one instance. Released at unload; every later Release of it by other code that still
 // holds a reference (the module's own slot, for one) finds a live object.

@@ -7,6 +7,7 @@
 // atomic counts; they may be shared with hosts that call from several threads.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <new>
 
@@ -22,14 +23,36 @@ HOST_API void HOSTObjectDestroyed();
 // Host objects alive now, in this process (all made by CollectionsEx.so and by code linked to it).
 extern "C" HOST_API int32_t HOSTLiveObjects();
 
+// Fault injection. Every host object is made through one allocation (CHostObject::operator new and
+// CHostRecycled::operator new), which counts it. HOSTFailCreation(n) makes the n-th creation from
+// now on (1 is the next one) fail exactly as an exhausted memory would: the allocation yields null,
+// so a creator answers E_FAIL and HOSTNewString null; later creations succeed again. 0 turns it off.
+// HOSTCreationCount() is the number of creations tried since the last HOSTFailCreation, the failed
+// one included.
+extern "C" HOST_API void HOSTFailCreation(int64_t n);
+extern "C" HOST_API int64_t HOSTCreationCount();
+// Counts one creation; false when it is the one that must fail.
+HOST_API bool HOSTMayCreate();
+
 // Adds or replaces a component that the global component collection creates by name.
 HOST_API void HOSTRegisterComponent(const wchar_t* name, CREATORFUNCTION creator);
 
-// T derives from its interfaces and from CHostObject<T>, is final, and implements
-// QueryInterface; HOST_FORWARD_REFCOUNT supplies AddRef and Release for every interface base.
+// T derives from its interfaces and from CHostObject<T>, is final, and answers QueryInterface from
+// its interface map (InterfaceMap.h); HOST_FORWARD_REFCOUNT supplies AddRef and Release for every
+// interface base.
 template <class T>
 class CHostObject {
 public:
+    static void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+        return HOSTMayCreate() ? ::operator new(size, std::nothrow) : nullptr;
+    }
+    static void* operator new(std::size_t size) {
+        if (!HOSTMayCreate()) throw std::bad_alloc();
+        return ::operator new(size);
+    }
+    static void operator delete(void* block) noexcept { ::operator delete(block); }
+    static void operator delete(void* block, const std::nothrow_t&) noexcept { ::operator delete(block); }
+
     int32_t HostAddRef() { return ++m_RefCount; }
     int32_t HostRelease() {
         const int32_t count = --m_RefCount;

@@ -14,12 +14,17 @@ HOST_API void* HOSTTakeBlock(std::size_t size) noexcept;
 // Gives back a block taken with the same size.
 HOST_API void HOSTGiveBlock(void* block, std::size_t size) noexcept;
 
-// T is final, so every block allocated through here has T's size.
+// The base of a host object whose memory is recycled, in place of CHostObject<T>: its allocation
+// functions hide CHostObject's and count the creation the same way. T is final, so every block
+// allocated through here has T's size.
 template <class T>
-class CHostRecycled {
+class CHostRecycled : public CHostObject<T> {
 public:
-    static void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return HOSTTakeBlock(size); }
+    static void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+        return HOSTMayCreate() ? HOSTTakeBlock(size) : nullptr;
+    }
     static void* operator new(std::size_t size) {
+        if (!HOSTMayCreate()) throw std::bad_alloc();
         if (void* block = HOSTTakeBlock(size)) return block;
         throw std::bad_alloc();
     }

@@ -6,16 +6,17 @@
 #include <cwchar>
 
 #include "host/collections/ComponentList.h"
+#include "host/collections/InterfaceMap.h"
+
+namespace {
+constexpr HOSTInterfaceEntry<CHostString> kInterfaces[] = {
+    HOSTAnswer<CHostString, ICreatableString>(IID_IString),
+    HOSTAnswer<CHostString, ICreatableString>(IID_ICreatableString),
+};
+}  // namespace
 
 HRESULT CHostString::QueryInterface(const IID& iid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    if (iid == IID_IUnknown || iid == IID_IString || iid == IID_ICreatableString) {
-        *object = static_cast<ICreatableString*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
 }
 
 CHostString::~CHostString() {

@@ -8,7 +8,7 @@
 #include "host/collections/HostObject.h"
 #include "host/collections/HostRecycled.h"
 
-class HOST_API CHostString final : public ICreatableString, public CHostObject<CHostString>, public CHostRecycled<CHostString> {
+class HOST_API CHostString final : public ICreatableString, public CHostRecycled<CHostString> {
 public:
     CHostString() { m_Inline[0] = 0; }
     ~CHostString();

@@ -3,16 +3,16 @@
 #include <cstdint>
 
 #include "host/collections/ComponentList.h"
+#include "host/collections/InterfaceMap.h"
+
+namespace {
+constexpr HOSTInterfaceEntry<CHostVariant> kInterfaces[] = {
+    HOSTAnswer<CHostVariant, IVariant>(IID_IVariant),
+};
+}  // namespace
 
 HRESULT CHostVariant::QueryInterface(const IID& iid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    if (iid == IID_IUnknown || iid == IID_IVariant) {
-        *object = static_cast<IVariant*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
 }
 
 void CHostVariant::Clear() {

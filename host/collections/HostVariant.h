@@ -12,7 +12,7 @@
 #include "host/collections/HostObject.h"
 #include "host/collections/HostRecycled.h"
 
-class HOST_API CHostVariant final : public IVariant, public CHostObject<CHostVariant>, public CHostRecycled<CHostVariant> {
+class HOST_API CHostVariant final : public IVariant, public CHostRecycled<CHostVariant> {
 public:
     ~CHostVariant() { Clear(); }
     HOST_FORWARD_REFCOUNT

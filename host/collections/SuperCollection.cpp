@@ -2,17 +2,18 @@
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
+#include "host/collections/InterfaceMap.h"
+
+namespace {
+constexpr HOSTInterfaceEntry<CSuperCollection> kInterfaces[] = {
+    HOSTAnswer<CSuperCollection, ISuperCollection>(IID_INamedCollection),
+    HOSTAnswer<CSuperCollection, ISuperCollection>(IID_ISuperCollection),
+    HOSTAnswer<CSuperCollection, ISuperCollection>(IID_ISimpleCollection),
+};
+}  // namespace
 
 HRESULT CSuperCollection::QueryInterface(const IID& iid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    if (iid == IID_IUnknown || iid == IID_ISuperCollection || iid == IID_INamedCollection ||
-        iid == IID_ISimpleCollection) {
-        *object = static_cast<ISuperCollection*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
 }
 
 HRESULT CSuperCollection::get_Count(int32_t* count) {

@@ -5,6 +5,7 @@
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
+#include "host/collections/InterfaceMap.h"
 
 namespace {
 
@@ -23,18 +24,18 @@ bool SameIdentity(IUnknown* a, IUnknown* b) {
     return QueryAs<IUnknown>(a, IID_IUnknown).get() == QueryAs<IUnknown>(b, IID_IUnknown).get();
 }
 
+
+constexpr HOSTInterfaceEntry<CHostParameters> kInterfaces[] = {
+    HOSTAnswer<CHostParameters, IParametersCreatable>(IID_IParameters),
+    HOSTAnswer<CHostParameters, IParametersCreatable>(IID_INamedCollection),
+    HOSTAnswer<CHostParameters, IParametersCreatable>(IID_IParametersCreatable),
+    HOSTAnswer<CHostParameters, IParametersCreatable>(IID_ISimpleCollection),
+};
+
 }  // namespace
 
 HRESULT CHostParameters::QueryInterface(const IID& iid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    if (iid == IID_IUnknown || iid == IID_ISimpleCollection || iid == IID_INamedCollection ||
-        iid == IID_IParameters || iid == IID_IParametersCreatable) {
-        *object = static_cast<IParametersCreatable*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
 }
 
 SmartPtr<IVariant> CHostParameters::ValueOf(const Entry& entry) const {

@@ -2,23 +2,27 @@
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
+#include "host/collections/InterfaceMap.h"
 
 namespace {
-template <class I, class Self>
-HRESULT Answer(Self* self, I* itf, void** object) {
-    *object = itf;
-    self->AddRef();
-    return S_OK;
-}
+constexpr HOSTInterfaceEntry<CInputParameter> kInputInterfaces[] = {
+    HOSTAnswer<CInputParameter, IInputParameter>(IID_IInputParameter),
+};
+constexpr HOSTInterfaceEntry<CInputParameters> kInputsInterfaces[] = {
+    HOSTAnswer<CInputParameters, IInputParameters>(IID_IInputParameters),
+    HOSTAnswer<CInputParameters, IInputParameters>(IID_INamedCollection),
+    HOSTAnswer<CInputParameters, IInputParameters>(IID_ISimpleCollection),
+    HOSTAnswer<CInputParameters, IDataPersist>(IID_IDataPersist),
+};
+constexpr HOSTInterfaceEntry<CCollectionMoniker> kMonikerInterfaces[] = {
+    HOSTAnswer<CCollectionMoniker, ICollectionMoniker>(IID_ICollectionMoniker),
+};
 }  // namespace
 
 // --- InputParameter ------------------------------------------------------------------------------
 
 HRESULT CInputParameter::QueryInterface(const IID& iid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    if (iid == IID_IUnknown || iid == IID_IInputParameter) return Answer(this, static_cast<IInputParameter*>(this), object);
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return HOSTQueryInterface<kInputInterfaces>(this, iid, object);
 }
 
 HRESULT CInputParameter::get_Value(IUnknown** value) {
@@ -88,13 +92,7 @@ HRESULT CInputParameter::get_BindFlags(int32_t* flags) {
 // --- InputParameters -----------------------------------------------------------------------------
 
 HRESULT CInputParameters::QueryInterface(const IID& iid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    if (iid == IID_IUnknown || iid == IID_IInputParameters || iid == IID_INamedCollection ||
-        iid == IID_ISimpleCollection)
-        return Answer(this, static_cast<IInputParameters*>(this), object);
-    if (iid == IID_IDataPersist) return Answer(this, static_cast<IDataPersist*>(this), object);
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return HOSTQueryInterface<kInputsInterfaces>(this, iid, object);
 }
 
 CInputParameter* CInputParameters::Input(int32_t index) const {
@@ -211,11 +209,7 @@ HRESULT CInputParameters::Load(IDataStream* stream, int32_t) {
 // --- CollectionMoniker ---------------------------------------------------------------------------
 
 HRESULT CCollectionMoniker::QueryInterface(const IID& iid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    if (iid == IID_IUnknown || iid == IID_ICollectionMoniker)
-        return Answer(this, static_cast<ICollectionMoniker*>(this), object);
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return HOSTQueryInterface<kMonikerInterfaces>(this, iid, object);
 }
 
 HRESULT CCollectionMoniker::BindToCollection(INamedCollection* collection, int32_t) {

@@ -5,6 +5,7 @@
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
+#include "host/collections/InterfaceMap.h"
 #include "host/collections/SuperCollection.h"
 
 namespace {
@@ -21,16 +22,7 @@ std::map<std::wstring, Strings>& Table() {
 class CStringTable final : public IStringTable, public CHostObject<CStringTable> {
 public:
     HOST_FORWARD_REFCOUNT
-    HRESULT QueryInterface(const IID& iid, void** object) override {
-        if (object == nullptr) return E_POINTER;
-        if (iid == IID_IUnknown || iid == IID_IStringTable) {
-            *object = static_cast<IStringTable*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
+    HRESULT QueryInterface(const IID& iid, void** object) override;
 
     // The strings of one component as a collection of strings named by their number.
     HRESULT get_ComponentStrings(IString* name, INamedCollection** strings) override {
@@ -49,6 +41,14 @@ public:
         return S_OK;
     }
 };
+
+constexpr HOSTInterfaceEntry<CStringTable> kInterfaces[] = {
+    HOSTAnswer<CStringTable, IStringTable>(IID_IStringTable),
+};
+
+HRESULT CStringTable::QueryInterface(const IID& iid, void** object) {
+    return HOSTQueryInterface<kInterfaces>(this, iid, object);
+}
 
 }  // namespace
 

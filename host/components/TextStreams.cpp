@@ -5,6 +5,7 @@
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
+#include "host/collections/InterfaceMap.h"
 
 namespace {
 
@@ -104,20 +105,19 @@ void HOSTWriteEntries(IUnknown* collection, wchar_t separator, std::wstring& out
     }
 }
 
-template <class Stream, class I>
-static HRESULT AnswerStream(Stream* self, const IID& iid, void** object, const IID& own) {
-    if (object == nullptr) return E_POINTER;
-    if (iid == IID_IUnknown || iid == IID_IDataStream || iid == own) {
-        *object = static_cast<I*>(self);
-        self->AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
-}
+namespace {
+constexpr HOSTInterfaceEntry<CCSVStream> kCSVInterfaces[] = {
+    HOSTAnswer<CCSVStream, ICSVStream>(IID_ICSVStream),
+    HOSTAnswer<CCSVStream, ICSVStream>(IID_IDataStream),
+};
+constexpr HOSTInterfaceEntry<CINIStream> kINIInterfaces[] = {
+    HOSTAnswer<CINIStream, IINIStream>(IID_IINIStream),
+    HOSTAnswer<CINIStream, IINIStream>(IID_IDataStream),
+};
+}  // namespace
 
 HRESULT CCSVStream::QueryInterface(const IID& iid, void** object) {
-    return AnswerStream<CCSVStream, ICSVStream>(this, iid, object, IID_ICSVStream);
+    return HOSTQueryInterface<kCSVInterfaces>(this, iid, object);
 }
 
 HRESULT CCSVStream::WriteObject(IUnknown* object, int32_t) {
@@ -126,7 +126,7 @@ HRESULT CCSVStream::WriteObject(IUnknown* object, int32_t) {
 }
 
 HRESULT CINIStream::QueryInterface(const IID& iid, void** object) {
-    return AnswerStream<CINIStream, IINIStream>(this, iid, object, IID_IINIStream);
+    return HOSTQueryInterface<kINIInterfaces>(this, iid, object);
 }
 
 HRESULT CINIStream::WriteObject(IUnknown* object) {

@@ -176,10 +176,12 @@ struct Loader {
         const toml::table* values = node.as_table();
         if (values == nullptr) return WrongType(node, "parameters", object, "a table");
         SmartPtr<IParametersCreatable> parameters(HOSTNewParameters());
+        if (!parameters) return Fail(node, "out of memory");
         for (const auto& [key, value] : *values) {
             SmartPtr<IString> name(HOSTNewString(Wide(std::string(key.str())).c_str()));
             SmartPtr<IVariant> variant;
             HOSTCreateVariant(nullptr, &IID_IVariant, variant.OutVoid());
+            if (!name || !variant) return Fail(value, "out of memory");
             int32_t flags = 0;
             if (const toml::value<int64_t>* i = value.as_integer()) {
                 if (i->get() < INT32_MIN || i->get() > INT32_MAX)
@@ -192,12 +194,13 @@ struct Loader {
                 variant->put_Integer(b->get() ? 1 : 0), flags = VALUE_INT32;
             } else if (const toml::value<std::string>* s = value.as_string()) {
                 SmartPtr<IString> text(HOSTNewString(Wide(s->get()).c_str()));
+                if (!text) return Fail(value, "out of memory");
                 variant->put_String(text.get());
                 flags = VALUE_STRING;
             } else {
                 return Fail(value, "parameter '" + Shown(key.str()) + "' must be a number, a boolean or a text");
             }
-            parameters->Add(name.get(), variant.get(), nullptr, flags);
+            if (parameters->Add(name.get(), variant.get(), nullptr, flags) < 0) return Fail(value, "out of memory");
         }
         target->SetParameters(parameters.get());
         return true;
@@ -335,6 +338,10 @@ struct Loader {
                 return false;
             }
             SmartPtr<ICollectionMoniker> moniker(HOSTNewCollectionMoniker(target.first.c_str(), static_cast<IObjectInfo*>(bound)));
+            if (!moniker) {
+                error = At(target.second) + "out of memory";
+                return false;
+            }
             root->AddChild(moniker.get(), name);
         }
         return true;

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "host/collections/HostString.h"
+#include "host/collections/InterfaceMap.h"
 
 std::string WorkspaceNarrow(const std::wstring& text) {
     std::string out;
@@ -25,32 +26,39 @@ void CWorkspaceObject::Record(const std::string& call) {
     if (m_Log) m_Log->Record(WorkspaceNarrow(m_Name) + "." + call);
 }
 
+namespace {
+
+using W = CWorkspaceObject;
+// INamedCollection (the children) and the button collection are the primary interface; the first
+// row is also the object's IUnknown.
+constexpr HOSTInterfaceEntry<W> kInterfaces[] = {
+    HOSTAnswer<W, ITabCollection>(IID_INamedCollection, WS_NAMED | WS_TABLE | WS_TABS | WS_TOOLBAR),
+    HOSTAnswer<W, IObjectInfo>(IID_IObjectInfo),
+    HOSTAnswer<W, IStep>(IID_IStep, WS_STEP),
+    HOSTAnswer<W, IDigitalIO>(IID_IDigitalIO, WS_IO),
+    HOSTAnswer<W, IResultParameter>(IID_IResultParameter, WS_RESULT),
+    HOSTAnswer<W, ITabCollection>(IID_IButtonCollection, WS_TOOLBAR),
+    HOSTAnswer<W, IButton>(IID_IButton, WS_BUTTON),
+    HOSTAnswer<W, IToolbarHost>(IID_IToolbarHost, WS_TOOLBAR),
+    HOSTAnswer<W, IRunningObjectTableEx>(IID_IRunningObjectTableEx, WS_TABLE),
+    HOSTAnswer<W, ITabCollection>(IID_ITabCollection, WS_TABS),
+    HOSTAnswer<W, IUIFolderSelectable>(IID_IUIFolderSelectable, WS_SELECTOR),
+    HOSTAnswer<W, IUIManager>(IID_IUIManager, WS_MANAGER),
+    HOSTAnswer<W, _IUIContainerEvents>(IID__IUIContainerEvents, WS_MANAGER),
+    HOSTAnswer<W, IUIManagerCollection>(IID_IUIManagerCollection, WS_MANAGERS),
+    HOSTAnswer<W, IFileNameCollection>(IID_IFileNameCollection, WS_FILES),
+    HOSTAnswer<W, IKQSearch>(IID_IKQSearch, WS_SEARCH),
+};
+static_assert((WS_SEARCH << 1) < HOST_FACET_ALWAYS, "workspace facets stay clear of the reserved bit");
+
+}  // namespace
+
 HRESULT CWorkspaceObject::QueryInterface(const IID& iid, void** object) {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    const unsigned f = m_Facets;
-    if (iid == IID_IUnknown) *object = Primary();
-    else if (iid == IID_IObjectInfo) *object = static_cast<IObjectInfo*>(this);
-    else if (iid == IID_INamedCollection && (f & (WS_NAMED | WS_TABLE | WS_TABS | WS_TOOLBAR))) *object = Primary();
-    else if (iid == IID_IButtonCollection && (f & WS_TOOLBAR)) *object = Primary();
-    else if (iid == IID_IRunningObjectTableEx && (f & WS_TABLE)) *object = static_cast<IRunningObjectTableEx*>(this);
-    else if (iid == IID_IStep && (f & WS_STEP)) *object = static_cast<IStep*>(this);
-    else if (iid == IID_IDigitalIO && (f & WS_IO)) *object = static_cast<IDigitalIO*>(this);
-    else if (iid == IID_IResultParameter && (f & WS_RESULT)) *object = static_cast<IResultParameter*>(this);
-    else if (iid == IID_IButton && (f & WS_BUTTON)) *object = static_cast<IButton*>(this);
-    else if (iid == IID_IToolbarHost && (f & WS_TOOLBAR)) *object = static_cast<IToolbarHost*>(this);
-    else if (iid == IID_ITabCollection && (f & WS_TABS)) *object = static_cast<ITabCollection*>(this);
-    else if (iid == IID_IUIFolderSelectable && (f & WS_SELECTOR)) *object = static_cast<IUIFolderSelectable*>(this);
-    else if (iid == IID_IUIManager && (f & WS_MANAGER)) *object = static_cast<IUIManager*>(this);
-    else if (iid == IID__IUIContainerEvents && (f & WS_MANAGER)) *object = static_cast<_IUIContainerEvents*>(this);
-    else if (iid == IID_IUIManagerCollection && (f & WS_MANAGERS)) *object = static_cast<IUIManagerCollection*>(this);
-    else if (iid == IID_IFileNameCollection && (f & WS_FILES)) *object = static_cast<IFileNameCollection*>(this);
-    else if (iid == IID_IKQSearch && (f & WS_SEARCH)) *object = static_cast<IKQSearch*>(this);
-    else if ((iid == IID_IParameters || iid == IID_IParametersCreatable) && m_Parameters)
-        return m_Parameters->QueryInterface(iid, object);  // the object's own parameter collection
-    if (*object == nullptr) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
+    const HRESULT hr = HOSTQueryInterface<kInterfaces>(this, iid, object, m_Facets);
+    // The parameter interfaces belong to the object's own parameter collection, when it has one.
+    if (hr == E_NOINTERFACE && m_Parameters && (iid == IID_IParameters || iid == IID_IParametersCreatable))
+        return m_Parameters->QueryInterface(iid, object);
+    return hr;
 }
 
 HRESULT CWorkspaceObject::get_Count(int32_t* count) {

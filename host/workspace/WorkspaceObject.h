@@ -94,7 +94,6 @@ public:
     std::wstring m_Selected;  // a manager collection's last selection
 
 private:
-    IUnknown* Primary() { return static_cast<ITabCollection*>(this); }
     void Record(const std::string& call);
 
     std::wstring m_Name;
