@@ -17,6 +17,9 @@
 namespace {
 
 constexpr size_t kDefaultMaxLine = 1 << 20;
+// A message is held as wide text of at most about 2^30 characters; a line of 256 MiB stays well
+// inside that, and inside memory, whatever it holds.
+constexpr size_t kLargestMaxLine = 256u << 20;
 
 struct Options {
     std::string workspace;
@@ -43,9 +46,9 @@ int ParseOptions(int argc, char** argv, Options& options) {
         "(default: only on a terminal)");
     app.add_flag("--no-prompt", options.noPrompt, "never show the prompt")->excludes(prompt);
     app.add_option("--max-line", options.maxLine,
-                   "the longest line accepted, in bytes; a longer line is refused whole (default 1048576)")
+                   "the longest line accepted, in bytes; a longer line is refused whole (default 1048576, at most 268435456)")
         ->type_name("BYTES")
-        ->check(CLI::Range(static_cast<size_t>(1), static_cast<size_t>(INT32_MAX)));
+        ->check(CLI::Range(static_cast<size_t>(1), kLargestMaxLine));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -28,10 +28,15 @@ bool CHostString::Reserve(int32_t needed) {
     if (needed > INT32_MAX / 2 - 1) return false;
     // Text arrives a character at a time (decoded messages): grow in steps worth having.
     const int32_t capacity = needed < 2 * m_Capacity ? 2 * m_Capacity : needed;
-    auto* chars = static_cast<wchar_t*>(std::malloc((static_cast<size_t>(capacity) + 1) * sizeof(wchar_t)));
+    const size_t bytes = (static_cast<size_t>(capacity) + 1) * sizeof(wchar_t);
+    wchar_t* chars;
+    if (m_Chars == m_Inline) {
+        chars = static_cast<wchar_t*>(std::malloc(bytes));
+        if (chars != nullptr) std::wmemcpy(chars, m_Chars, static_cast<size_t>(m_Length) + 1);
+    } else {
+        chars = static_cast<wchar_t*>(std::realloc(m_Chars, bytes));  // large texts often grow in place
+    }
     if (chars == nullptr) return false;
-    std::wmemcpy(chars, m_Chars, static_cast<size_t>(m_Length) + 1);
-    if (m_Chars != m_Inline) std::free(m_Chars);
     m_Chars = chars;
     m_Capacity = capacity;
     return true;

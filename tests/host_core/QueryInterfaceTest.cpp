@@ -96,10 +96,10 @@ TEST_F(QueryInterface, WorkspaceObjectsAnswerTheInterfacesOfTheirKind) {
     Workspace workspace;
     std::string error;
     std::string toml;
-    const char* kinds[] = {"container", "step", "io", "result", "toolbar", "button", "tabs",
-                           "manager", "managers", "files", "search"};
+    const char* kinds[] = {"container", "step", "io", "result", "toolbar", "button",
+                           "manager", "managers", "files", "search", "tabs"};
     for (const char* kind : kinds) toml += std::string("[[object]]\nname = \"") + kind + "\"\nkind = \"" + kind + "\"\n";
-    toml += "selector = true\n";  // on the last one, "search": a facet that combines with another
+    toml += "selector = true\n";  // on the last one, "tabs": a facet that combines with another
     toml += "[[object]]\nname = \"own\"\nparameters = { P = 1 }\n";
     ASSERT_TRUE(WorkspaceLoad(toml, "t.toml", workspace, error)) << error;
 
@@ -110,11 +110,11 @@ TEST_F(QueryInterface, WorkspaceObjectsAnswerTheInterfacesOfTheirKind) {
         {"result", "IResultParameter"},
         {"toolbar", "INamedCollection IButtonCollection IToolbarHost"},
         {"button", "IButton"},
-        {"tabs", "INamedCollection ITabCollection"},
+        {"tabs", "INamedCollection ITabCollection IUIFolderSelectable"},
         {"manager", "INamedCollection IUIManager _IUIContainerEvents"},
         {"managers", "IUIManagerCollection"},
         {"files", "INamedCollection IFileNameCollection"},
-        {"search", "IKQSearch IUIFolderSelectable"},
+        {"search", "IKQSearch"},
     };
     for (const auto& row : rows) {
         CWorkspaceObject* object = workspace.Find(Wide(row.path));
