@@ -14,6 +14,7 @@ class CTestComponent final : public CObject<CTestComponent>,
                              public InputParametersImpl<CTestComponent, IParametersCreatable> {
 public:
     static int s_Live;
+    static bool s_Register;
     CTestComponent() { ++s_Live; }
     ~CTestComponent() { --s_Live; }
 
@@ -41,7 +42,6 @@ public:
         Add(bound.get(), nullptr, nullptr, 0x40);
         return S_OK;
     }
-    static bool s_Register;
 
     // Recorders for the slots the dispatch calls.
     HRESULT Params_SaveXML(IDataStream*, int32_t mode) override { calls.emplace_back("SaveXML", mode); return S_OK; }
@@ -56,7 +56,7 @@ public:
         return IParametersImpl::getParameter(entry, value);
     }
 
-    void UseSections(int32_t on) { m_UseSections = on; }
+    using InputParametersImpl::m_UseSections;
     std::vector<std::pair<std::string, int32_t>> calls;
     int locks = 0, reads = 0;
 };
@@ -80,40 +80,41 @@ protected:
         SmartPtr<IVariant> v(IVCreate(value));
         ASSERT_EQ(m_P->Add(n.get(), v.get(), descriptor, flags), S_OK);
     }
-    std::wstring NameAt(int i) {
-        SmartPtr<IString> name;
-        m_P->get_ItemName(i, name.Out());
-        return TextOf(name.get());
+    // Every entry as "name=value/flags", blank-separated; an entry without a name shows "<null>".
+    static std::wstring Listing(IParameters* p) {
+        std::wstring listing;
+        int32_t count = 0;
+        p->get_Count(&count);
+        for (int32_t i = 0; i < count; ++i) {
+            SmartPtr<IString> name;
+            SmartPtr<IVariant> value;
+            int32_t flags = 0;
+            p->get_ItemName(i, name.Out());
+            p->get_ItemVariant(i, value.Out());
+            p->get_ItemFlags(i, &flags);
+            listing += (i ? L" " : L"") + TextOf(name.get()) + L"=" + std::to_wstring(value ? value->get_Integer() : -999) +
+                       L"/" + std::to_wstring(flags);
+        }
+        return listing;
     }
-    int IntAt(int i) {
-        SmartPtr<IVariant> v;
-        m_P->get_ItemVariant(i, v.Out());
-        return v ? v->get_Integer() : -999;
-    }
-
     SmartPtr<IParametersCreatable> m_P;
     CTestComponent* m_Self = nullptr;
     int m_Fakes = 0;
 };
 
 TEST_F(Parameters, GrowthKeepsOrderThroughTheSlots) {
-    using AddFn = HRESULT (*)(void*, IString*, IUnknown*, IUnknown*, int32_t);
-    using CountFn = HRESULT (*)(void*, int32_t*);
+    std::wstring expected;
     for (int i = 0; i < 25; ++i) {
         SmartPtr<IString> name(ISCreate(i));
         SmartPtr<IVariant> value(IVCreate(i * 10));
-        ASSERT_EQ(Slot<AddFn>(m_P.get(), 18)(m_P.get(), name.get(), value.get(), nullptr, i), S_OK);
+        auto add = Slot<HRESULT (*)(void*, IString*, IUnknown*, IUnknown*, int32_t)>(m_P.get(), 18);
+        ASSERT_EQ(add(m_P.get(), name.get(), value.get(), nullptr, i), S_OK);
+        expected += (i ? L" " : L"") + std::to_wstring(i) + L"=" + std::to_wstring(i * 10) + L"/" + std::to_wstring(i);
     }
     int32_t count = 0;
-    Slot<CountFn>(m_P.get(), 3)(m_P.get(), &count);
+    Slot<HRESULT (*)(void*, int32_t*)>(m_P.get(), 3)(m_P.get(), &count);
     EXPECT_EQ(count, 25);
-    for (int i = 0; i < 25; ++i) {
-        EXPECT_EQ(NameAt(i), std::to_wstring(i));
-        EXPECT_EQ(IntAt(i), i * 10);
-        int32_t flags = -1;
-        m_P->get_ItemFlags(i, &flags);
-        EXPECT_EQ(flags, i);
-    }
+    EXPECT_EQ(Listing(m_P.get()), expected);
     SmartPtr<IVariant> none;
     EXPECT_EQ(m_P->get_ItemVariant(25, none.Out()), E_INVALIDARG);
     EXPECT_EQ(m_P->Remove(-1), E_INVALIDARG);
@@ -123,30 +124,24 @@ TEST_F(Parameters, IndexByNumberNameAndObject) {
     AddInt(L"Name", 1);
     AddInt(L"Other", 2);
     SmartPtr<ISuperCollection> object(CREFString::CreateCollection());
-    SmartPtr<IString> objectName(ISCreate(L"Obj"));
+    SmartPtr<IString> objectName(ISCreate(L"Obj")), other(ISCreate(L"Other"));
     m_P->Add(objectName.get(), object.get(), nullptr, 0);
     SmartPtr<FakeInput> descriptor(new FakeInput());
     AddInt(L"Bound", 4, 0, descriptor.get());
 
-    struct Row {
-        SmartPtr<IUnknown> key;
-        HRESULT result;
-        int32_t index;
+    const struct { IUnknown* key; HRESULT result; int32_t index; } rows[] = {
+        {IVCreate(7), S_OK, 7},                   // a number is the index, unchecked
+        {ISCreate(L"Other"), S_OK, 1},
+        {ISCreate(L"name"), E_FAIL, -1},          // case matters
+        {ISCreate(L""), E_FAIL, -1},
+        {IVCreate(other.get()), S_OK, 1},         // a variant's string
+        {object.Copy(), S_OK, 2},                 // the value object's identity
+        {descriptor.Copy(), S_OK, 3},             // then the descriptor's
     };
-    std::vector<Row> rows;
-    rows.push_back({SmartPtr<IUnknown>(IVCreate(7)), S_OK, 7});  // a number is the index, unchecked
-    rows.push_back({SmartPtr<IUnknown>(ISCreate(L"Other")), S_OK, 1});
-    rows.push_back({SmartPtr<IUnknown>(ISCreate(L"name")), E_FAIL, -1});  // case matters
-    rows.push_back({SmartPtr<IUnknown>(ISCreate(L"")), E_FAIL, -1});
-    SmartPtr<IString> other(ISCreate(L"Other"));
-    rows.push_back({SmartPtr<IUnknown>(IVCreate(other.get())), S_OK, 1});  // a variant's string
-    object->AddRef();
-    rows.push_back({SmartPtr<IUnknown>(object.get()), S_OK, 2});  // the value object's identity
-    descriptor->AddRef();
-    rows.push_back({SmartPtr<IUnknown>(descriptor.get()), S_OK, 3});  // then the descriptor's
-    for (Row& row : rows) {
+    for (const auto& row : rows) {
+        SmartPtr<IUnknown> key(row.key);
         int32_t index = 12345;
-        EXPECT_EQ(m_P->get_Index(row.key.get(), &index), row.result);
+        EXPECT_EQ(m_P->get_Index(key.get(), &index), row.result);
         EXPECT_EQ(index, row.index);
     }
     int32_t untouched = 12345;
@@ -158,23 +153,17 @@ TEST_F(Parameters, ValuesAreVariantsAndInputsWin) {
     m_P->Add(nullptr, nullptr, nullptr, 0);  // no value: an empty text
     SmartPtr<IUnknown> item;
     ASSERT_EQ(m_P->get_Item(0, item.Out()), S_OK);
-    SmartPtr<IString> text = QueryAs<IString>(item.get(), IID_IString);
-    EXPECT_EQ(TextOf(text.get()), L"");
-    SmartPtr<IString> unnamed;
-    EXPECT_EQ(m_P->get_ItemName(0, unnamed.Out()), E_FAIL);
+    EXPECT_EQ(TextOf(QueryAs<IString>(item.get(), IID_IString).get()), L"");
     EXPECT_EQ(m_P->get_Item(0, nullptr), E_POINTER);
-
     SmartPtr<IVariant> shared(IVCreate(5));
     m_P->put_Item(0, shared.get());
     shared->put_Integer(6);
-    EXPECT_EQ(IntAt(0), 6) << "put_Item keeps the caller's variant itself";
-
     SmartPtr<FakeInput> input(new FakeInput());
     input->value.Attach(IVCreate(42));
     AddInt(L"Bound", 1, 0, input.get());
+    EXPECT_EQ(Listing(m_P.get()), L"<null>=6/0 Bound=42/0") << "put_Item keeps the caller's variant; the input delivers";
     SmartPtr<IVariant> value;
     EXPECT_EQ(m_P->get_ItemVariant(1, value.Out()), S_FALSE) << "delivered through the input";
-    EXPECT_EQ(value->get_Integer(), 42);
     input->value.Reset();
     value.Reset();
     EXPECT_EQ(m_P->get_ItemVariant(1, value.Out()), S_OK) << "the stored value is the fall-back";
@@ -185,27 +174,18 @@ TEST_F(Parameters, ValuesAreVariantsAndInputsWin) {
 
 TEST_F(Parameters, CopyRemoveAndSort) {
     AddInt(L"b", 1);
-    AddInt(L"B", 2);
+    AddInt(L"B", 2, 7);
     AddInt(nullptr, 3);
     AddInt(L"a", 4);
-    SmartPtr<IParameters> self = QueryAs<IParameters>(m_P.get(), IID_IParameters);
-    EXPECT_EQ(m_P->Copy(self.get()), S_OK);
-    int32_t count = 0;
-    m_P->get_Count(&count);
-    EXPECT_EQ(count, 8) << "the source's count is read once";
-    EXPECT_EQ(IntAt(5), 2);
-
+    EXPECT_EQ(m_P->Copy(QueryAs<IParameters>(m_P.get(), IID_IParameters).get()), S_OK);
+    EXPECT_EQ(Listing(m_P.get()), L"b=1/0 B=2/7 <null>=3/0 a=4/0 b=1/0 B=2/7 <null>=3/0 a=4/0") << "the source's count is read once";
     m_P->Remove(0);
-    EXPECT_EQ(NameAt(0), L"B");
     m_P->Sort(0);
-    const wchar_t* sorted[] = {L"<null>", L"<null>", L"B", L"B", L"a", L"a", L"b"};
-    for (int i = 0; i < 7; ++i) EXPECT_EQ(NameAt(i), sorted[i]) << i;
-
+    EXPECT_EQ(Listing(m_P.get()), L"<null>=3/0 <null>=3/0 B=2/7 B=2/7 a=4/0 a=4/0 b=1/0");
     m_P->RemoveAll();
-    m_P->get_Count(&count);
-    EXPECT_EQ(count, 0);
+    EXPECT_EQ(Listing(m_P.get()), L"");
     AddInt(L"again", 9);
-    EXPECT_EQ(IntAt(0), 9);
+    EXPECT_EQ(Listing(m_P.get()), L"again=9/0");
 }
 
 TEST_F(Parameters, SaveAndLoadDispatchOnTheStreamKind) {
@@ -213,7 +193,6 @@ TEST_F(Parameters, SaveAndLoadDispatchOnTheStreamKind) {
     SmartPtr<FakeFolder> folder(new FakeFolder());
     SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(m_P.get(), IID_IDataPersist);
     SmartPtr<FakeInput> neither(new FakeInput());  // answers no stream interface
-
     EXPECT_EQ(persist->Save(xml.get(), 0), S_OK);
     EXPECT_EQ(persist->Save(folder.get(), 0x10), S_OK);
     EXPECT_EQ(persist->Load(xml.get(), 0x10), S_OK);
@@ -221,18 +200,17 @@ TEST_F(Parameters, SaveAndLoadDispatchOnTheStreamKind) {
     EXPECT_EQ(persist->Save(reinterpret_cast<IDataStream*>(neither.get()), 0), S_OK);
     EXPECT_EQ(persist->Load(reinterpret_cast<IDataStream*>(neither.get()), 0), E_NOTIMPL);
     EXPECT_EQ(persist->Load(nullptr, 0), E_NOTIMPL);
-    const std::vector<std::pair<std::string, int32_t>> oneFolder = {
-        {"SaveXML", 0x800000}, {"SaveFolder", 0x800010}, {"LoadXML", 0x10}, {"LoadFolder", 0x800010}};
-    EXPECT_EQ(m_Self->calls, oneFolder);
+    using Calls = std::vector<std::pair<std::string, int32_t>>;
+    EXPECT_EQ(m_Self->calls, (Calls{{"SaveXML", 0x800000}, {"SaveFolder", 0x800010}, {"LoadXML", 0x10}, {"LoadFolder", 0x800010}}));
 
     m_Self->calls.clear();
-    m_Self->UseSections(1);
+    m_Self->m_UseSections = 1;
     EXPECT_EQ(persist->Save(folder.get(), 0x10), S_OK);
     EXPECT_EQ(persist->Load(xml.get(), 0x10), S_OK);
     EXPECT_EQ(persist->Load(folder.get(), 0), S_OK) << "a folder without named entries loads no section";
-    EXPECT_EQ(folder->opened, (std::vector<std::wstring>{L"Parameters", L"Inputs"}));
-    const std::vector<std::pair<std::string, int32_t>> sections = {{"SaveFolder", 0x10}, {"LoadXML", 0x1000010}};
-    EXPECT_EQ(m_Self->calls, sections);
+    ASSERT_EQ(folder->children.size(), 2u);
+    EXPECT_EQ(folder->children[0].first + L"," + folder->children[1].first, L"Parameters,Inputs");
+    EXPECT_EQ(m_Self->calls, (Calls{{"SaveFolder", 0x10}, {"LoadXML", 0x1000010}}));
 }
 
 TEST_F(Parameters, ReplicateGivesTheCopyItsOwnInputs) {
@@ -244,30 +222,22 @@ TEST_F(Parameters, ReplicateGivesTheCopyItsOwnInputs) {
     input->put_InterfaceID(IID_IStep);
     AddInt(L"Bound", 2, 0x40, input.get());
     CTestComponent::s_Register = true;
-
     SmartPtr<IUnknown> copy;
     ASSERT_EQ(static_cast<IReplicableObject*>(m_Self)->Replicate(copy.Out()), S_OK);
+    CTestComponent::s_Register = false;
     SmartPtr<IParameters> target = QueryAs<IParameters>(copy.get(), IID_IParameters);
     ASSERT_TRUE(target);
-    int32_t count = 0;
-    target->get_Count(&count);
-    CTestComponent::s_Register = false;
-    ASSERT_EQ(count, 2);
-    SmartPtr<IVariant> value;
-    target->get_ItemVariant(0, value.Out());
-    EXPECT_EQ(value->get_Integer(), 1) << "values are copied";
+    EXPECT_EQ(Listing(target.get()), L"Plain=1/0 Bound=2/64") << "values are copied";
     SmartPtr<IUnknown> copied;
     ASSERT_EQ(target->get_ItemDescriptor(1, copied.Out()), S_OK);
     EXPECT_NE(copied.get(), made.get()) << "its own input object";
     SmartPtr<IInputParameter> copiedInput = QueryAs<IInputParameter>(copied.get(), IID_IInputParameter);
     int32_t flags = 0;
-    copiedInput->get_InputFlags(&flags);
-    EXPECT_EQ(flags, 5);
     IID iid{};
     copiedInput->get_InterfaceID(&iid);
+    copiedInput->get_InputFlags(&flags);
+    EXPECT_EQ(flags, 5);
     EXPECT_EQ(iid, IID_IStep);
-    target->get_ItemFlags(1, &flags);
-    EXPECT_EQ(flags, 0x40);
 }
 
 TEST_F(Parameters, BindGoesOnPastAMonikerThatNamesNothing) {
@@ -278,10 +248,8 @@ TEST_F(Parameters, BindGoesOnPastAMonikerThatNamesNothing) {
     AddInt(L"A", 1, 0, first.get());
     AddInt(L"B", 2, 0, second.get());
     SmartPtr<ISuperCollection> collection(CREFString::CreateCollection());
-    SmartPtr<IBindableObject> bindable = QueryAs<IBindableObject>(m_P.get(), IID_IBindableObject);
-    EXPECT_EQ(bindable->Bind(collection.get(), nullptr), S_OK);
-    EXPECT_EQ(nothing->binds, 1);
-    EXPECT_EQ(something->binds, 1);
+    EXPECT_EQ(QueryAs<IBindableObject>(m_P.get(), IID_IBindableObject)->Bind(collection.get(), nullptr), S_OK);
+    EXPECT_EQ(std::make_pair(nothing->binds, something->binds), std::make_pair(1, 1));
 }
 
 }  // namespace

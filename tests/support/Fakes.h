@@ -1,7 +1,9 @@
-// Small fakes shared by the suites that link the module's objects: reference-counted objects
-// that count how many of them are alive, and streams that record what they are asked.
+// Small fakes shared by the suites: reference-counted objects that count how many of them are
+// alive, and streams that record what they are asked.
 #pragma once
 
+#include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,13 @@
 template <class Fn>
 Fn Slot(void* itf, int n) {
     return reinterpret_cast<Fn>((*static_cast<void***>(itf))[n]);
+}
+
+inline std::wstring TextOf(IString* string) {
+    wchar_t* text = nullptr;
+    int32_t length = 0;
+    if (string == nullptr || string->GetText(&text, &length) < 0 || text == nullptr) return L"<null>";
+    return std::wstring(text, length);
 }
 
 inline int& FakeLive() {
@@ -83,36 +92,69 @@ public:
     bool m_Names;
 };
 
-// A folder stream that records child names; children are folders too. Answers INamedCollection
-// through `entries` when given.
-class FakeFolder final : public Fake<IFolderStream> {
+// A folder stream in memory: named byte entries (a typed value of type 3 is 4 bytes), named child
+// folders and, when it `lists`, its children as an INamedCollection, as a host's folder stream
+// offers them. ReadObject hands out `readObject`, whatever the name.
+class FakeFolder final : public Fake<IFolderStream>, public INamedCollection {
 public:
+    explicit FakeFolder(bool lists = false) : m_Lists(lists) {}
     bool Answers(const IID& iid) override { return iid == IID_IFolderStream || iid == IID_IDataStream; }
-    HRESULT Seek(int32_t, int32_t, int32_t) override { return S_OK; }
-    HRESULT GetBuffer(void**, int32_t*) override { return E_NOTIMPL; }
-    HRESULT Write(const void*, int32_t, int32_t) override { return E_NOTIMPL; }
-    HRESULT OpenChild(IString* name, int32_t, IFolderStream** child) override {
-        wchar_t* text = nullptr;
-        int32_t length = 0;
-        name->GetText(&text, &length);
-        opened.emplace_back(text, length);
-        *child = new FakeFolder();
+    HRESULT QueryInterface(const IID& iid, void** object) override {
+        if (iid != IID_INamedCollection || !m_Lists) return Fake::QueryInterface(iid, object);
+        *object = static_cast<INamedCollection*>(this);
+        AddRef();
         return S_OK;
     }
-    HRESULT WriteBytes(IString*, const void*, int32_t, int32_t) override { return S_OK; }
-    HRESULT WriteValue(IString*, IUnknown*) override { return S_OK; }
-    HRESULT WriteObject(IString*, IUnknown*, int32_t) override { return S_OK; }
-    HRESULT WriteTyped(IString*, const void*, int32_t) override { return S_OK; }
-    HRESULT ReadBytes(IString*, void*, int32_t, int32_t) override { return E_FAIL; }
-    HRESULT ReadValue(IString*, IUnknown*) override { return E_FAIL; }
-    HRESULT OpenChildAt(IVariant*, int32_t, IFolderStream**) override { return E_FAIL; }
+    int32_t AddRef() override { return Fake::AddRef(); }
+    int32_t Release() override { return Fake::Release(); }
+    HRESULT OpenChild(IString* name, int32_t, IFolderStream** child) override {
+        children.emplace_back(TextOf(name), SmartPtr<FakeFolder>(new FakeFolder(m_Lists)));
+        *child = children.back().second.Copy();
+        return S_OK;
+    }
+    HRESULT WriteBytes(IString* name, const void* data, int32_t n, int32_t) override {
+        entries[TextOf(name)].assign(static_cast<const char*>(data), n);
+        return S_OK;
+    }
+    HRESULT ReadBytes(IString* name, void* data, int32_t n, int32_t) override {
+        auto found = entries.find(TextOf(name));
+        if (found == entries.end() || found->second.size() != static_cast<size_t>(n)) return E_FAIL;
+        std::memcpy(data, found->second.data(), n);
+        return S_OK;
+    }
+    HRESULT WriteTyped(IString* name, const void* value, int32_t type) override { return WriteBytes(name, value, type == 3 ? 4 : 0, 0); }
+    HRESULT ReadTyped(IString* name, void* value, int32_t type) override { return ReadBytes(name, value, type == 3 ? 4 : 0, 0); }
     HRESULT ReadObject(IString*, IUnknown** object, int32_t) override {
         *object = readObject.Copy();
         return readObject ? S_OK : E_FAIL;
     }
-    HRESULT ReadTyped(IString*, void*, int32_t) override { return E_FAIL; }
-    std::vector<std::wstring> opened;
-    SmartPtr<IUnknown> readObject;  // what ReadObject hands out, whatever the name
+    HRESULT get_Count(int32_t* count) override { *count = static_cast<int32_t>(children.size()); return S_OK; }
+    HRESULT get_Item(int32_t index, IUnknown** item) override { *item = static_cast<IFolderStream*>(children.at(index).second.Copy()); return S_OK; }
+    HRESULT get_Index(IUnknown* key, int32_t* index) override {
+        SmartPtr<IString> name = QueryAs<IString>(key, IID_IString);
+        for (*index = 0; *index < static_cast<int32_t>(children.size()); ++*index)
+            if (children[*index].first == TextOf(name.get())) return S_OK;
+        *index = -1;
+        return E_FAIL;
+    }
+    // Not used by the code under test.
+    HRESULT Seek(int32_t, int32_t, int32_t) override { return S_OK; }
+    HRESULT GetBuffer(void**, int32_t*) override { return E_NOTIMPL; }
+    HRESULT Write(const void*, int32_t, int32_t) override { return E_NOTIMPL; }
+    HRESULT WriteValue(IString*, IUnknown*) override { return S_OK; }
+    HRESULT WriteObject(IString*, IUnknown*, int32_t) override { return S_OK; }
+    HRESULT ReadValue(IString*, IUnknown*) override { return E_FAIL; }
+    HRESULT OpenChildAt(IVariant*, int32_t, IFolderStream**) override { return E_FAIL; }
+    HRESULT get_ItemName(int32_t, IString**) override { return E_NOTIMPL; }
+    HRESULT Rename(int32_t, IString*) override { return E_NOTIMPL; }
+    HRESULT CollectionLock() override { return E_NOTIMPL; }
+    HRESULT CollectionUnlock() override { return E_NOTIMPL; }
+    HRESULT IsCollectionLocked() override { return E_NOTIMPL; }
+
+    std::map<std::wstring, std::string> entries;
+    std::vector<std::pair<std::wstring, SmartPtr<FakeFolder>>> children;
+    SmartPtr<IUnknown> readObject;
+    bool m_Lists;
 };
 
 class FakeXML final : public Fake<IXMLStream> {
@@ -131,9 +173,3 @@ public:
     HRESULT ReadObject(int32_t, const wchar_t*, IUnknown**) override { return E_FAIL; }
 };
 
-inline std::wstring TextOf(IString* string) {
-    wchar_t* text = nullptr;
-    int32_t length = 0;
-    if (string == nullptr || string->GetText(&text, &length) < 0 || text == nullptr) return L"<null>";
-    return std::wstring(text, length);
-}
