@@ -28,7 +28,6 @@ public:
         if (object) object->Release();
     }
     using IUIPropInterrogateImpl::m_ItemCapacity;
-    using IUIPropInterrogateImpl::m_Items;
 
     uint8_t byte = 0;
     int16_t word = 0;
@@ -75,6 +74,7 @@ TEST_F(PropTable, EmptyTable) {
         EXPECT_EQ(Slot<HRESULT (*)(void*, IDataStream*, int32_t)>(m_Table.get(), slot)(m_Table.get(), nullptr, 0), E_NOTIMPL);
 }
 
+// One item of each type, eleven in all, so that the table grows past its first ten places.
 TEST_F(PropTable, EveryTypeThroughInquireAndControl) {
     const int32_t untouched = 0x5A5A;
     const struct {
@@ -84,41 +84,32 @@ TEST_F(PropTable, EveryTypeThroughInquireAndControl) {
         HRESULT inquire;  // Inquire's result: the whole flags word, or E_FAIL
         int32_t read;     // what Inquire then writes
     } rows[] = {
-        {0x11, &s->byte, 0x1FF, 0x11, 255},          {0x02, &s->word, 0xFFFF, 0x02, -1},
-        {0x13, &s->integer, -5, 0x13, -5},           {0x04, &s->single, Bits(2.5f), 0x04, Bits(2.5f)},
+        {0x11, &s->byte, 0x1FF, 0x11, 255},             {0x02, &s->word, 0xFFFF, 0x02, -1},
+        {0x13, &s->integer, -5, 0x13, -5},              {0x04, &s->single, Bits(2.5f), 0x04, Bits(2.5f)},
         {0x05, &s->real, Bits(1.5f), 0x05, Bits(1.5f)}, {0x106, &s->text, 7, E_FAIL, untouched},
-        {0x07, &s->object, 7, E_FAIL, untouched},    {0x08, nullptr, 7, 0x08, untouched},
-        {0x48, &s->integer, 7, 0x48, 0},             {0x09, &s->object, 7, E_FAIL, untouched},
-        {0x0F, &s->integer, 7, E_FAIL, untouched},   {0x00, &s->integer, 7, E_FAIL, untouched},
-        {0x03, nullptr, 7, 0x03, untouched},
+        {0x48, &s->integer, 7, 0x48, 0},                {0x0F, &s->integer, 7, E_FAIL, untouched},
+        {0x00, &s->integer, 7, E_FAIL, untouched},      {0x03, nullptr, 7, 0x03, untouched},
+        {0x07, &s->object, 7, E_FAIL, untouched},
     };
-    int32_t id = 100;
-    for (const auto& row : rows) {
-        ASSERT_EQ(s->AddItem(id, row.flags, row.value, 0, 0), S_OK);
-        EXPECT_EQ(m_Table->Control(id, row.control), S_OK) << std::hex << row.flags;
+    const int32_t first = 104;  // ids 104, 103, ... 94: the table's lowest id comes last
+    for (int32_t i = 0; i < 11; ++i) ASSERT_EQ(s->AddItem(first - i, rows[i].flags, rows[i].value, i, i), S_OK);
+    EXPECT_EQ(s->m_ItemCapacity, 20);
+    for (int32_t i = 0; i < 11; ++i) {
+        const auto& row = rows[i];
+        EXPECT_EQ(m_Table->Control(first - i, row.control), S_OK) << std::hex << row.flags;
         int32_t read = untouched;
-        EXPECT_EQ(m_Table->Inquire(id++, &read), row.inquire) << std::hex << row.flags;
+        EXPECT_EQ(m_Table->Inquire(first - i, &read), row.inquire) << std::hex << row.flags;
         EXPECT_EQ(read, row.read) << std::hex << row.flags;
     }
     EXPECT_EQ(s->real, 1.5) << "the single-precision pattern is widened into the double";
     EXPECT_EQ(s->integer, -5) << "types without storage never write the variable they point at";
-}
-
-TEST_F(PropTable, TableIdSpansTheIdsAndGrowthKeepsOrder) {
+    EXPECT_EQ(s->text, nullptr);
     int32_t low = 0, high = 0, count = 0;
-    s->AddItem(7, 0x13, &s->integer, 0, 1);
-    EXPECT_EQ(m_Table->ParameterRange(UIPROP_TABLE_ID, &low, &high), S_OK);
-    EXPECT_EQ(std::make_pair(low, high), std::make_pair(7, 7));
-    EXPECT_EQ(s->m_ItemCapacity, 10);
-    const int32_t ids[] = {3, 12, -4, 9, 5, 6, 8, 1, 2, 11};
-    for (int32_t id : ids) s->AddItem(id, 0x13, &s->integer, 0, 1);
-    EXPECT_EQ(s->m_ItemCapacity, 20);
-    for (int i = 0; i < 10; ++i) EXPECT_EQ(s->m_Items[i + 1]->ID, ids[i]);
     EXPECT_EQ(m_Table->Inquire(UIPROP_TABLE_ID, &count), S_OK);
     EXPECT_EQ(m_Table->ParameterRange(UIPROP_TABLE_ID, &low, nullptr), S_OK);
     EXPECT_EQ(m_Table->ParameterRange(UIPROP_TABLE_ID, nullptr, &high), S_OK);
     EXPECT_EQ(count, 11);
-    EXPECT_EQ(std::make_pair(low, high), std::make_pair(-4, 12));
+    EXPECT_EQ(std::make_pair(low, high), std::make_pair(94, 104));
 }
 
 TEST_F(PropTable, RangesEnumerationsAndTheFirstOfTwoIds) {
@@ -126,18 +117,14 @@ TEST_F(PropTable, RangesEnumerationsAndTheFirstOfTwoIds) {
     s->AddItem(7, 0x13, &s->integer, -3, 9);
     s->AddItem(7, 0x41, &s->byte, 0, 0, choices.get());
     s->AddItem(8, 0x43, &s->integer, 0, 0, choices.get());
-    int32_t low = 1, high = 1, read = 0;
+    int32_t low = 1, high = 1;
     EXPECT_EQ(m_Table->ParameterRange(7, &low, &high), S_OK) << "only the first item with an id is seen";
     EXPECT_EQ(std::make_pair(low, high), std::make_pair(-3, 9));
-    EXPECT_EQ(m_Table->Control(7, 0x1FF), S_OK);
-    EXPECT_EQ(m_Table->Inquire(7, &read), 0x13);
-    EXPECT_EQ(std::make_pair(read, int32_t{s->byte}), std::make_pair(0x1FF, 0));
     EXPECT_EQ(m_Table->ParameterRange(8, &low, &high), E_INVALIDARG);
     EXPECT_EQ(low | high, 0);
 
     IUnknown* out = reinterpret_cast<IUnknown*>(0xCAFE);
     EXPECT_EQ(m_Table->ParameterEnumeration(7, &out), E_INVALIDARG);
-    EXPECT_EQ(m_Table->ParameterEnumeration(99, &out), E_INVALIDARG);
     EXPECT_EQ(out, reinterpret_cast<IUnknown*>(0xCAFE));
     EXPECT_EQ(m_Table->ParameterEnumeration(8, nullptr), E_POINTER);
     EXPECT_EQ(m_Table->ParameterEnumeration(8, &out), S_OK);
@@ -162,16 +149,12 @@ TEST_F(PropTable, StringsObjectsAndRealsThroughTheExtendedSlots) {
     EXPECT_EQ(static_cast<void*>(out.get()), static_cast<void*>(name.get()));
     EXPECT_EQ(m_Table->ControlEx(1, real.get()), S_OK);
     EXPECT_EQ(s->text, nullptr) << "a value without IString leaves the string empty";
-    EXPECT_EQ(m_Table->ControlEx(1, name.get()), S_OK);
-    EXPECT_EQ(m_Table->ControlEx(1, nullptr), S_OK);
-    EXPECT_EQ(s->text, nullptr) << "null clears the string";
     EXPECT_EQ(m_Table->ControlEx(2, thing.get()), S_OK);
     EXPECT_EQ(thing->m_Refs, 2);
     EXPECT_EQ(m_Table->ControlEx(2, nullptr), S_OK);
     EXPECT_EQ(thing->m_Refs, 1) << "null clears the object";
 
     EXPECT_EQ(m_Table->ControlEx(3, real.get()), S_OK);
-    EXPECT_EQ(m_Table->ControlEx(3, nullptr), E_FAIL);
     EXPECT_EQ(m_Table->ControlEx(3, name.get()), E_FAIL);
     EXPECT_EQ(m_Table->InquireEx(3, out.Out()), 0x05);
     SmartPtr<IVariant> back = QueryAs<IVariant>(out.get(), IID_IVariant);
@@ -180,7 +163,7 @@ TEST_F(PropTable, StringsObjectsAndRealsThroughTheExtendedSlots) {
     EXPECT_EQ(m_Table->InquireEx(4, out.Out()), E_FAIL);
     EXPECT_EQ(m_Table->ControlEx(4, real.get()), E_FAIL);
     EXPECT_EQ(m_Table->ControlEx(9, real.get()), E_INVALIDARG);
-    EXPECT_EQ(std::make_pair(s->unlocks, s->locks), std::make_pair(6, 0)) << "each string and object change, locked";
+    EXPECT_EQ(std::make_pair(s->unlocks, s->locks), std::make_pair(4, 0)) << "each string and object change, locked";
 }
 
 }  // namespace
