@@ -3,12 +3,15 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <clocale>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
-#include "support/Fakes.h"
+#include "protocol/LocaleCache.h"
 #include "protocol/WKSProtocol.h"
+#include "support/Fakes.h"
 #include "text/Conversions.h"
 
 namespace {
@@ -71,37 +74,30 @@ protected:
     int m_Fakes = 0;
 };
 
-TEST_F(Protocol, InterfacesAndTheirIdentity) {
-    SmartPtr<IUnknown> a = QueryAs<IUnknown>(m_Manager.get(), IID_IParametersCreatable);
-    SmartPtr<IUnknown> b = QueryAs<IUnknown>(m_Manager.get(), IID_IParameters);
-    SmartPtr<IUnknown> c = QueryAs<IUnknown>(m_Manager.get(), IID_INamedCollection);
-    EXPECT_EQ(a.get(), b.get());
-    EXPECT_EQ(a.get(), c.get());
+// The parameter interfaces are one object, the inputs are forwarded to their own collection, the
+// property table's extended interface and replication are not offered.
+TEST_F(Protocol, InterfacesAndSlots) {
+    SmartPtr<IUnknown> self = QueryAs<IUnknown>(m_Manager.get(), IID_IUnknown);
+    EXPECT_EQ(self->AddRef(), 3) << "one for the test, one from QueryInterface";
+    self->Release();
+    SmartPtr<IUnknown> parameters = QueryAs<IUnknown>(m_Manager.get(), IID_IParametersCreatable);
+    for (const IID* iid : {&IID_IParameters, &IID_INamedCollection})
+        EXPECT_EQ(QueryAs<IUnknown>(m_Manager.get(), *iid).get(), parameters.get());
     EXPECT_FALSE(QueryAs<IUnknown>(m_Manager.get(), IID_IUIPropInterrogateEx));
     EXPECT_FALSE(QueryAs<IUnknown>(m_Manager.get(), IID_IReplicableObject));
     SmartPtr<IUnknown> inputs = QueryAs<IUnknown>(m_Manager.get(), IID_IInputParameters);
-    SmartPtr<IUnknown> self = QueryAs<IUnknown>(m_Manager.get(), IID_IUnknown);
     ASSERT_TRUE(inputs);
     EXPECT_NE(inputs.get(), self.get()) << "forwarded to the inputs collection";
-
-    SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(m_Manager.get(), IID_IObjectInfo);
-    tagREFString name{};
-    EXPECT_EQ(info->GetName(12345, &name), S_OK);
-    EXPECT_EQ(std::wstring(name.text, name.length), L"WKSProtocol");
-
     IID replicable = IID_IReplicableObject;
     void* none = reinterpret_cast<void*>(0xCAFE);
     EXPECT_EQ(CObject<CWKSProtocol>::_CreateInstance(nullptr, &replicable, &none), E_NOINTERFACE);
     EXPECT_EQ(none, nullptr);
-}
 
-TEST_F(Protocol, PrimarySlotsFollowCObject) {
-    SmartPtr<IUnknown> self = QueryAs<IUnknown>(m_Manager.get(), IID_IUnknown);
-    EXPECT_EQ(self->AddRef(), 3) << "one for the test, one from QueryInterface";
-    self->Release();
-    using Pages = HRESULT (*)(void*, int32_t, INamedCollection**, IUnknown**);
+    tagREFString name{};
+    EXPECT_EQ(QueryAs<IObjectInfo>(m_Manager.get(), IID_IObjectInfo)->GetName(12345, &name), S_OK);
+    EXPECT_EQ(std::wstring(name.text, name.length), L"WKSProtocol");
     SmartPtr<INamedCollection> pages;
-    ASSERT_EQ(Slot<Pages>(self.get(), 7)(self.get(), 0, pages.Out(), nullptr), S_OK);
+    ASSERT_EQ(Slot<HRESULT (*)(void*, int32_t, INamedCollection**, IUnknown**)>(self.get(), 7)(self.get(), 0, pages.Out(), nullptr), S_OK);
     int32_t count = 0;
     pages->get_Count(&count);
     ASSERT_EQ(count, 2);
@@ -111,13 +107,10 @@ TEST_F(Protocol, PrimarySlotsFollowCObject) {
     SmartPtr<IString> pageName;
     EXPECT_EQ(pages->get_ItemName(0, pageName.Out()), E_FAIL) << "pages have no names";
 
-    using Initial = HRESULT (*)(void*, unsigned char**, int32_t*);
-    using Sizes = HRESULT (*)(void*, int32_t*, int32_t*);
-    using State = HRESULT (*)(void*, int32_t);
     using Parse = HRESULT (*)(void*, CREFString, IRunningObjectTableEx*);
-    EXPECT_EQ(Slot<Initial>(self.get(), 11)(self.get(), nullptr, nullptr), S_FALSE);
-    EXPECT_EQ(Slot<Sizes>(self.get(), 12)(self.get(), nullptr, nullptr), E_NOTIMPL);
-    EXPECT_EQ(Slot<State>(self.get(), 13)(self.get(), 0), E_NOTIMPL);
+    EXPECT_EQ(Slot<HRESULT (*)(void*, unsigned char**, int32_t*)>(self.get(), 11)(self.get(), nullptr, nullptr), S_FALSE);
+    EXPECT_EQ(Slot<HRESULT (*)(void*, int32_t*, int32_t*)>(self.get(), 12)(self.get(), nullptr, nullptr), E_NOTIMPL);
+    EXPECT_EQ(Slot<HRESULT (*)(void*, int32_t)>(self.get(), 13)(self.get(), 0), E_NOTIMPL);
     EXPECT_EQ(Slot<Parse>(self.get(), 15)(self.get(), CREFString(L"Var1=7"), nullptr), S_OK);
     EXPECT_EQ(One("Var1?"), "Var1=7");
     EXPECT_EQ(Slot<Parse>(self.get(), 15)(self.get(), CREFString(L"Nope=7"), nullptr), E_FAIL);
@@ -145,8 +138,7 @@ TEST_F(Protocol, ConstructionDefaultsAndSettings) {
 
 TEST(ProtocolChoices, CutAtBars) {
     const struct { const wchar_t* text; std::vector<std::wstring> pieces; } rows[] = {
-        {L"Short|Long", {L"Short", L"Long"}}, {L"A||B", {L"A", L"", L"B"}}, {L"A|", {L"A"}},
-        {L"|A", {L"", L"A"}},                 {L"", {}},
+        {L"A||B", {L"A", L"", L"B"}}, {L"A|", {L"A"}}, {L"", {}},
     };
     for (const auto& row : rows) {
         SmartPtr<ISuperCollection> list(CREFString::CreateCollection());
@@ -211,6 +203,37 @@ TEST_F(Protocol, BytesFollowTheLocaleOfTheMoment) {
     Send("Var2=\xc3\xa9");
     std::setlocale(LC_ALL, "C.UTF-8");
     EXPECT_EQ(One("Var2?"), "Var2=\xef\xbf\xbd\xef\xbf\xbd") << "the C locale decoded two undecodable bytes";
+    std::setlocale(LC_ALL, "C");
+}
+
+// The locale cache answers as libc does, in each locale the machine has, one after another.
+TEST(LocaleCache, AnswersAsLibc) {
+    CLocaleCache cache;
+    for (const char* locale : {"C", "C.UTF-8", "POSIX", "C"}) {
+        if (std::setlocale(LC_ALL, locale) == nullptr) continue;
+        cache.Refresh();
+        for (int c = 0; c < 0x200; ++c) {
+            const wchar_t w = static_cast<wchar_t>(c);
+            EXPECT_EQ(cache.Lower(w), static_cast<wchar_t>(std::towlower(c))) << locale << " " << c;
+            EXPECT_EQ(cache.IsSpaceOrControl(w), std::iswspace(c) || std::iswcntrl(c)) << locale << " " << c;
+            char mine[MB_LEN_MAX] = {}, libc[MB_LEN_MAX] = {};
+            std::wctomb(nullptr, 0);
+            const int n = std::wctomb(libc, w);
+            mbstate_t state{};
+            ASSERT_EQ(cache.Encode(mine, w, state), n) << locale << " " << c;
+            EXPECT_EQ(std::string(mine, n > 0 ? n : 0), std::string(libc, n > 0 ? n : 0)) << locale << " " << c;
+        }
+        for (int b = 0; b < 0x100; ++b) {
+            const char byte = static_cast<char>(b);
+            wchar_t mine = 0, libc = 0;
+            std::mbtowc(nullptr, nullptr, 0);
+            const int n = std::mbtowc(&libc, &byte, 1);
+            std::mbtowc(nullptr, nullptr, 0);
+            mbstate_t state{};
+            ASSERT_EQ(cache.Decode(&mine, &byte, 1, state), n) << locale << " " << b;
+            EXPECT_EQ(n >= 0 ? mine : 0, n >= 0 ? libc : 0) << locale << " " << b;
+        }
+    }
     std::setlocale(LC_ALL, "C");
 }
 
