@@ -71,8 +71,6 @@ TEST_F(Session, CommandTableOnTheSampleWorkspace) {
         {"Valve=0", {}, {"Valve.put_State(2)"}},
         {"Valve?", {"0"}, {}},
         {"Station.ResultsView?", {"Length=12.25\nWidth=3.5"}, {}},
-        {"Station::ResultsView?", {"Length=12.25\nWidth=3.5"}, {}},
-        {"\"Station\".ResultsView?", {"Length=12.25\nWidth=3.5"}, {}},
         {"Station.IOQuen?", {"Host=localhost\nPort=4711\nTimeout=2.5"}, {}},
         {"Station.Feeder?", {"0"}, {}},
         {"Oven?", {"Mode=bake\nTemperature=180"}, {}},
@@ -90,8 +88,6 @@ TEST_F(Session, CommandTableOnTheSampleWorkspace) {
         {"KQBible.first second", {}, {"KQBible.Search(first second)"}},
         {"Station:Feeder", {}, {}},
         {"Nobody?", {"?"}, {}},
-        {"Lamp=", {"?"}, {}},
-        {"Lamp=\"\"", {"?"}, {}},
     };
     for (const auto& row : rows) {
         Log().clear();
@@ -107,9 +103,7 @@ TEST_F(Session, Exchange) {
         HRESULT received;
         Replies replies;
     } rows[] = {
-        {"", S_OK, {}},
         {" \r\n\r\n ", S_OK, {}},
-        {"break", E_BREAK, {}},
         {"BREAK\r\n", E_BREAK, {}},
         {"  Break now", E_BREAK, {}},
         {"b", E_BREAK, {}},
@@ -143,27 +137,23 @@ TEST_F(Session, Exchange) {
     Send("Var1=100");  // a number again: a text value holds one more host object
 }
 
-TEST_F(Session, LongRepliesAreDeliveredWhole) {
-    std::string toml = "[[object]]\nname = \"Big\"\n";
+TEST_F(Session, NamesWithBlanksLongRepliesBusyFilesAndCommaSeparatedReplies) {
+    std::string toml = "[[object]]\nname = \"A\"\n[[object.children]]\nname = \"B\"\nkind = \"step\"\nstate = 1\n"
+                       "[[object]]\nname = \"My Obj\"\n[[object.children]]\nname = \"Value\"\nkind = \"io\"\nstate = 1\n"
+                       "[[object]]\nname = \"Files\"\nkind = \"files\"\nbusy_ms = 300\n"
+                       "[[object]]\nname = \"Oven\"\nparameters = { Temperature = 180, Mode = \"bake\" }\n"
+                       "[[object]]\nname = \"Big\"\n";
     for (int i = 0; i < 200; ++i)
-        toml += "[[object.children]]\nname = \"Result" + std::to_string(i) + "\"\nkind = \"result\"\nvalue = " +
-                std::to_string(i) + ".5\n";
+        toml += "[[object.children]]\nname = \"Result" + std::to_string(i) + "\"\nkind = \"result\"\nvalue = " + std::to_string(i) + ".5\n";
     Open(toml);
-    const Replies replies = Send("Big?");
-    ASSERT_EQ(replies.size(), 1u);
-    EXPECT_GT(replies[0].size(), 2000u);
-    EXPECT_EQ(replies[0].substr(replies[0].size() - 15), "Result199=199.5");
-}
-
-TEST_F(Session, NamesWithBlanksBusyFilesAndCommaSeparatedReplies) {
-    Open("[[object]]\nname = \"A\"\n[[object.children]]\nname = \"B\"\nkind = \"step\"\nstate = 1\n"
-         "[[object]]\nname = \"My Obj\"\n[[object.children]]\nname = \"Value\"\nkind = \"io\"\nstate = 1\n"
-         "[[object]]\nname = \"Files\"\nkind = \"files\"\nbusy_ms = 300\n"
-         "[[object]]\nname = \"Oven\"\nparameters = { Temperature = 180, Mode = \"bake\" }\n");
     for (const char* line : {"My Obj.Value?", "\"My Obj\".Value?", "\"My Obj \"::Value ?", "? My Obj.Value"})
         EXPECT_EQ(Send(line), Replies{"1"}) << line;
     EXPECT_EQ(Send("My Obj. Value?"), Replies{"?"}) << "a blank after a separator belongs to the next name";
     EXPECT_EQ(Send("A.B?\nA::B?"), (Replies{"1", "1"})) << "one-character names";
+    const Replies big = Send("Big?");
+    ASSERT_EQ(big.size(), 1u);
+    EXPECT_GT(big[0].size(), 2000u) << "a reply longer than the response buffer is delivered whole";
+    EXPECT_EQ(big[0].substr(big[0].size() - 15), "Result199=199.5");
 
     // The query waits while the collection is busy; a file-name collection has no values to show.
     EXPECT_EQ(Send("Files?"), Replies{});
@@ -179,25 +169,23 @@ TEST_F(Session, BindLooksUpInputsUnlessTheirFlagSaysNever) {
     Open(WorkspaceSample());
     SmartPtr<IInputParameters> inputs = QueryAs<IInputParameters>(m_Manager.get(), IID_IInputParameters);
     ASSERT_TRUE(inputs);
-    SmartPtr<IString> looked(HOSTNewString(L"Looked")), never(HOSTNewString(L"Never"));
-    ASSERT_EQ(inputs->AddInput(looked.get(), IID_IString, 0), S_OK);
-    ASSERT_EQ(inputs->AddInput(never.get(), IID_IString, 0), S_OK);
-    static_cast<CInputParameters*>(inputs.get())->Input(2)->SetBindFlags(1);
+    CInputParameters* declared = static_cast<CInputParameters*>(inputs.get());
+    ASSERT_EQ(inputs->AddInput(SmartPtr<IString>(HOSTNewString(L"Looked")).get(), IID_IString, 0), S_OK);
+    ASSERT_EQ(inputs->AddInput(SmartPtr<IString>(HOSTNewString(L"Never")).get(), IID_IString, 0), S_OK);
+    declared->Input(2)->SetBindFlags(1);
     {
         SmartPtr<ISuperCollection> pool(HOSTNewCollection());
         SmartPtr<IString> text(HOSTNewString(L"found"));
         pool->Add(nullptr, text.get(), 0, 0);
         QueryAs<IBindableObject>(m_Manager.get(), IID_IBindableObject)->Bind(pool.get(), nullptr);
         SmartPtr<IUnknown> moniker;
-        EXPECT_EQ(static_cast<CInputParameters*>(inputs.get())->Input(1)->get_Moniker(moniker.Out()), S_OK);
+        EXPECT_EQ(declared->Input(1)->get_Moniker(moniker.Out()), S_OK);
         EXPECT_EQ(moniker.get(), static_cast<IUnknown*>(text.get()));
-        EXPECT_LT(static_cast<CInputParameters*>(inputs.get())->Input(2)->get_Moniker(moniker.Out()), 0);
+        EXPECT_LT(declared->Input(2)->get_Moniker(moniker.Out()), 0);
     }
     SmartPtr<INamedCollection> names = QueryAs<INamedCollection>(m_Workspace.table.get(), IID_INamedCollection);
     QueryAs<IBindableObject>(m_Manager.get(), IID_IBindableObject)->Bind(names.get(), nullptr);
     inputs.Reset();
-    looked.Reset();
-    never.Reset();
     m_Live = HOSTLiveObjects();  // the two inputs stay with the object
 }
 
@@ -212,32 +200,21 @@ std::string Output(const std::string& command, int& status) {
     return output;
 }
 
-// wks-host on a scripted session: the transcript is the replies, one per line.
-TEST(WksHost, ScriptedSessionTranscript) {
-    const char* script = "Lamp=1\nLamp?\nStation.ResultsView?\nNobody\nVar1=5\nVar1?\nBreak\nLamp?\n";
+// wks-host on a scripted session, whose transcript is the replies, one per line; wrong input of
+// every kind is named, and the host stops with a status that says so.
+TEST(WksHost, SessionsAndRefusals) {
     {
-        std::ofstream file("e2e-session.txt");
-        file << script;
-    }
-    int status = -1;
-    const std::string transcript = Output("./wks-host --no-prompt < e2e-session.txt", status);
-    EXPECT_EQ(status, 0);
-    std::remove("e2e-session.txt");
-    EXPECT_EQ(transcript, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n");
-}
-
-// Wrong input of every kind is named, and the host stops with a status that says so.
-TEST(WksHost, RefusesBadInputClearly) {
-    {
-        std::ofstream bad("e2e-bad.toml");
-        bad << "[[object]]\nname = \"A\"\n\n[[object]]\nname = \"B\"\nkind = \"teapot\"\n";
-        std::ofstream warned("e2e-warned.toml");
-        warned << "[[object]]\nname = \"Breaker\"\nkind = \"step\"\n";
-        std::ofstream lines("e2e-lines.txt");
-        lines << "Var1=5\n" << std::string(70000, 'x') << "\nVar1?\n" << std::string(65, 'y');
+        std::ofstream("e2e-session.txt") << "Lamp=1\nLamp?\nStation.ResultsView?\nNobody\nVar1=5\nVar1?\nBreak\nLamp?\n";
+        std::ofstream("e2e-bad.toml") << "[[object]]\nname = \"A\"\n\n[[object]]\nname = \"B\"\nkind = \"teapot\"\n";
+        std::ofstream("e2e-warned.toml") << "[[object]]\nname = \"Breaker\"\nkind = \"step\"\n";
+        std::ofstream("e2e-lines.txt") << "Var1=5\n" << std::string(70000, 'x') << "\nVar1?\n" << std::string(65, 'y');
     }
     const struct { const char* arguments; int status; const char* output; } rows[] = {
+        {"< e2e-session.txt", 0, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n"},
         {"--workspace e2e-bad.toml < /dev/null", 1, "wks-host: e2e-bad.toml:6: unknown kind 'teapot' of object 'B'\n"},
+        {"--workspace e2e-warned.toml < /dev/null", 0,
+         "wks-host: warning: e2e-warned.toml:2: the name 'Breaker' begins with 'break': a message beginning with it ends "
+         "the session\n"},
         {"--workspace . < /dev/null", 1, "wks-host: .: is a directory\n"},
         {"--workspace e2e-none.toml < /dev/null", 1, "wks-host: e2e-none.toml: cannot read: No such file or directory\n"},
         {"--workspace", 2, "--workspace: 1 required FILE missing\nRun with --help for more information.\n"},
@@ -254,11 +231,7 @@ TEST(WksHost, RefusesBadInputClearly) {
         if (row.output) EXPECT_EQ(output, row.output) << row.arguments;
         else EXPECT_NE(output.find("Run with --help"), std::string::npos) << row.arguments << ": " << output;
     }
-    int status = -1;
-    EXPECT_EQ(Output("./wks-host --no-prompt --workspace e2e-warned.toml < /dev/null 2>&1", status).substr(0, 28),
-              "wks-host: warning: e2e-warne");
-    EXPECT_EQ(status, 0);
-    for (const char* file : {"e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt"}) std::remove(file);
+    for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt"}) std::remove(file);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // Reading workspace descriptions, and the objects they make.
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "host/workspace/Workspace.h"
 
 namespace {
@@ -137,26 +135,6 @@ TEST(WorkspaceFile, GoodFilesBuildTheirObjects) {
     EXPECT_EQ(edges.Find(L"T.b")->m_Value, 7.0);
     EXPECT_EQ(edges.Find(L"F")->IsBusy(), 0);
     EXPECT_EQ(Load("[[object]]\nname = \"F\"\nkind = \"files\"\nbusy_ms = 60000\n"), "");
-}
-
-TEST(WorkspaceFile, FilesThatCannotBeReadAreNamed) {
-    const std::string folder = testing::TempDir();
-    Workspace workspace;
-    std::string error;
-    EXPECT_FALSE(WorkspaceLoadFile(folder, workspace, error));
-    EXPECT_EQ(error, folder + ": is a directory");
-    EXPECT_FALSE(WorkspaceLoadFile(folder + "/none.toml", workspace, error));
-    EXPECT_EQ(error, folder + "/none.toml: cannot read: No such file or directory");
-
-    const std::string path = folder + "/bad.toml";
-    std::ofstream(path) << "[[object]]\nname = \"A\"\nkind = \"teapot\"\n";
-    EXPECT_FALSE(WorkspaceLoadFile(path, workspace, error));
-    EXPECT_EQ(error, path + ":3: unknown kind 'teapot' of object 'A'") << "the path is the source";
-    std::ofstream(path) << "[[object]]\nname = \"Break\"\n";
-    std::vector<std::string> warnings;
-    EXPECT_TRUE(WorkspaceLoadFile(path, workspace, error, &warnings)) << error;
-    EXPECT_EQ(warnings.size(), 1u);
-    std::remove(path.c_str());
 }
 
 }  // namespace
