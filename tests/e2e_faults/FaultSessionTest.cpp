@@ -63,19 +63,12 @@ Exchange Send(IProtocolManager* manager, const std::string& message, Outcome& ru
         unsigned char* reply = reinterpret_cast<unsigned char*>(0x1);  // poisoned: written only with a reply
         int32_t length = -7;
         const HRESULT more = manager->GetResponse(&reply, &length);
-        if (reply == reinterpret_cast<unsigned char*>(0x1)) {
-            done.lines.emplace_back();
-        } else if (reply == nullptr || length <= 0) {
-            run.Problem(message, "GetResponse handed out an empty reply");
-            done.lines.emplace_back();
-        } else {
-            done.lines.emplace_back(std::string(reinterpret_cast<char*>(reply), static_cast<size_t>(length)));
-        }
-        if (more == S_FALSE) break;
-        if (more != S_OK) {
-            run.Problem(message, "GetResponse answered " + std::to_string(more));
-            break;
-        }
+        const bool replied = reply != reinterpret_cast<unsigned char*>(0x1);
+        if (replied && (reply == nullptr || length <= 0)) run.Problem(message, "GetResponse handed out an empty reply");
+        if (replied && reply != nullptr && length > 0) done.lines.emplace_back(std::string(reinterpret_cast<char*>(reply), length));
+        else done.lines.emplace_back();
+        if (more != S_OK && more != S_FALSE) run.Problem(message, "GetResponse answered " + std::to_string(more));
+        if (more != S_OK) break;
     }
     return done;
 }

@@ -4,6 +4,7 @@
 // found it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -86,20 +87,25 @@ TEST_F(HostCore, VariantSemantics) {
 
 TEST_F(HostCore, CollectionOrderLookupAndRenames) {
     SmartPtr<ISuperCollection> c(HOSTNewCollection());
-    SmartPtr<IString> a(HOSTNewString(L"A")), b(HOSTNewString(L"B")), z(HOSTNewString(L"Z"));
+    SmartPtr<IString> a(HOSTNewString(L"A")), b(HOSTNewString(L"B")), z(HOSTNewString(L"Z")), lower(HOSTNewString(L"b"));
     SmartPtr<IVariant> key = NewVariant();
     c->Add(a.get(), key.get(), 0, 0);
     c->Add(nullptr, a.get(), 0, 0);
     c->Add(b.get(), b.get(), 0, 0);
     c->Add(a.get(), b.get(), 0, 0);  // a duplicate name: the first one wins
-    int32_t count = 0, index = 7;
+    // The index found for `key`; -1 when the lookup fails as it should, -2 for any other answer.
+    auto at = [&](IUnknown* key) {
+        int32_t index = 7;
+        const HRESULT hr = c->get_Index(key, &index);
+        return (hr == S_OK && index >= 0) || (hr == E_FAIL && index == -1) ? index : -2;
+    };
+    int32_t count = 0, index = -1;
     c->get_Count(&count);
     EXPECT_EQ(count, 4);
-    EXPECT_EQ(c->get_Index(b.get(), &index), S_OK);
-    EXPECT_EQ(index, 2);
-    SmartPtr<IString> lower(HOSTNewString(L"b")), name;
-    EXPECT_EQ(c->get_Index(lower.get(), &index), E_FAIL);
-    EXPECT_EQ(index, -1);
+    EXPECT_EQ(at(a.get()), 0);
+    EXPECT_EQ(at(b.get()), 2);
+    EXPECT_EQ(at(lower.get()), -1);
+    SmartPtr<IString> name;
     EXPECT_EQ(c->get_ItemName(1, name.Out()), E_FAIL) << "an unnamed item";
     SmartPtr<IUnknown> item;
     EXPECT_EQ(c->get_Item(4, item.Out()), E_INVALIDARG);
@@ -108,20 +114,15 @@ TEST_F(HostCore, CollectionOrderLookupAndRenames) {
     EXPECT_EQ(c->FindByInterface(&IID_IStep, 0, 0, &index), E_FAIL);
 
     c->Rename(0, z.get());
-    EXPECT_EQ(c->get_Index(a.get(), &index), S_OK);
-    EXPECT_EQ(index, 3) << "the next item with the old name takes over";
+    EXPECT_EQ(at(a.get()), 3) << "the next item with the old name takes over";
     c->Rename(3, nullptr);
     c->Rename(2, z.get());
-    EXPECT_EQ(c->get_Index(a.get(), &index), E_FAIL);
-    EXPECT_EQ(c->get_Index(z.get(), &index), S_OK);
-    EXPECT_EQ(index, 0);
-
+    EXPECT_EQ(at(a.get()), -1);
+    EXPECT_EQ(at(z.get()), 0);
     // A number is an index; one past either end finds nothing.
-    const struct { double number; HRESULT result; int32_t index; } rows[] = {{3, S_OK, 3}, {1.9, S_OK, 1}, {4, E_FAIL, -1}, {-1, E_FAIL, -1}};
-    for (const auto& row : rows) {
-        key->put_Double(row.number);
-        EXPECT_EQ(c->get_Index(key.get(), &index), row.result) << row.number;
-        EXPECT_EQ(index, row.index) << row.number;
+    for (const auto& [number, expected] : {std::pair{3.0, 3}, {1.9, 1}, {4.0, -1}, {-1.0, -1}}) {
+        key->put_Double(number);
+        EXPECT_EQ(at(key.get()), expected) << number;
     }
 }
 
@@ -219,29 +220,6 @@ void ExpectAnswers(IUnknown* object, const std::string& answers, const std::stri
     }
 }
 
-TEST_F(HostCore, ComponentsMadeByNameAnswerTheirInterfaces) {
-    const struct { CREATORFUNCTION creator; const char* answers; } rows[] = {
-        {HOSTCreateString, "IString ICreatableString"},
-        {HOSTCreateVariant, "IVariant"},
-        {HOSTCreateSuperCollection, "ISuperCollection INamedCollection ISimpleCollection"},
-        {HOSTCreateComponentString, "IComponentString"},
-        {HOSTCreateGlobalComponentCollection, "IComponentCollection"},
-        {HOSTCreateCSVStream, "ICSVStream IDataStream"},
-        {HOSTCreateINIStream, "IINIStream IDataStream"},
-        {HOSTCreateStringTable, "IStringTable"},
-        {HOSTCreateParameters, "IParametersCreatable IParameters INamedCollection ISimpleCollection"},
-        {HOSTCreateInputParameters, "IInputParameters INamedCollection ISimpleCollection IDataPersist"},
-        {HOSTCreateInputParameter, "IInputParameter"},
-        {HOSTCreateCollectionMoniker, "ICollectionMoniker"},
-    };
-    for (const auto& row : rows) {
-        SmartPtr<IUnknown> object;
-        IID unknown = IID_IUnknown;
-        ASSERT_EQ(row.creator(nullptr, &unknown, object.OutVoid()), S_OK) << row.answers;
-        ExpectAnswers(object.get(), row.answers, row.answers);
-    }
-}
-
 // A workspace object answers the interfaces of its kind; identifiers that agree in their first
 // twelve characters (IFileNameCollection, IFileNameCollectionBase) are still told apart.
 TEST_F(HostCore, WorkspaceObjectsAnswerTheInterfacesOfTheirKind) {
@@ -279,18 +257,23 @@ TEST_F(HostCore, WorkspaceObjectsAnswerTheInterfacesOfTheirKind) {
 }
 
 // Items of every kind the streams know: an integer, a text in a variant, a bare string without a
-// name, a real, an object without a name of its own, an empty variant.
+// name, an object without a name of its own, an empty variant, and reals without names, which print
+// in fixed point with the fewest decimals, or in exponent notation where the fixed text would not
+// fit 255 characters.
 TEST_F(HostCore, CSVAndINIWriteOneEntryPerItem) {
     SmartPtr<ISuperCollection> sample(HOSTNewCollection()), nameless(HOSTNewCollection());
-    SmartPtr<IVariant> integer = NewVariant(), text = NewVariant(), real = NewVariant(), empty = NewVariant();
+    SmartPtr<IVariant> integer = NewVariant(), text = NewVariant(), empty = NewVariant();
     SmartPtr<IString> hello(HOSTNewString(L"Hello")), bare(HOSTNewString(L"bare"));
     integer->put_Integer(100);
     text->put_String(hello.get());
-    real->put_Double(-2.5);
     const std::pair<const wchar_t*, IUnknown*> items[] = {{L"Var1", integer.get()}, {L"Var2", text.get()}, {nullptr, bare.get()},
-                                                          {L"R", real.get()}, {L"Obj", nameless.get()}, {L"E", empty.get()}};
+                                                          {L"Obj", nameless.get()}, {L"E", empty.get()}};
     for (const auto& [name, value] : items) sample->Add(SmartPtr<IString>(name ? HOSTNewString(name) : nullptr).get(), value, 0, 0);
-
+    for (double value : {-0.125, 1.0 / 3, 7766279631452241920.0, 1e300, -2.5e300, 1.234567891e290, 1e20, -HUGE_VAL}) {
+        SmartPtr<IVariant> number = NewVariant();
+        number->put_Double(value);
+        sample->Add(nullptr, number.get(), 0, 0);
+    }
     SmartPtr<ICSVStream> csv;
     SmartPtr<IINIStream> ini;
     ASSERT_EQ(HOSTCreateCSVStream(nullptr, &IID_ICSVStream, csv.OutVoid()), S_OK);
@@ -301,50 +284,34 @@ TEST_F(HostCore, CSVAndINIWriteOneEntryPerItem) {
         ini->Open(0);
         ini->WriteObject(sample.get());
     }
-    EXPECT_EQ(Content(csv.get()), L"Var1=100,Var2=Hello,bare,R=-2.5,Obj=,E=");
-    EXPECT_EQ(Content(ini.get()), L"Var1=100\nVar2=Hello\nbare\nR=-2.5\nObj=\nE=");
-    const wchar_t tail[] = L"|x";
-    EXPECT_EQ(ini->Write(tail, 2 * sizeof(wchar_t), 0), S_OK);
-    EXPECT_EQ(Content(ini.get()), L"Var1=100\nVar2=Hello\nbare\nR=-2.5\nObj=\nE=|x") << "raw bytes are appended";
-}
-
-// Reals print in fixed point with the fewest decimals, or in exponent notation where the fixed
-// text would not fit 255 characters.
-TEST_F(HostCore, NumbersAsText) {
-    SmartPtr<ISuperCollection> numbers(HOSTNewCollection());
-    for (double value : {3.0, -0.125, 1.0 / 3, 7766279631452241920.0, 1e300, -2.5e300, 1.234567891e290, 1e20, -HUGE_VAL}) {
-        SmartPtr<IVariant> number = NewVariant();
-        number->put_Double(value);
-        numbers->Add(nullptr, number.get(), 0, 0);
+    std::wstring csvText, iniText;
+    for (const wchar_t* entry : {L"Var1=100", L"Var2=Hello", L"bare", L"Obj=", L"E=", L"-0.125", L"0.333333333", L"7766279631452241920",
+                                 L"1e+300", L"-2.5e+300", L"1.234567891e+290", L"100000000000000000000", L"-inf"}) {
+        csvText += (csvText.empty() ? L"" : L",") + std::wstring(entry);
+        iniText += (iniText.empty() ? L"" : L"\n") + std::wstring(entry);
     }
-    SmartPtr<IINIStream> ini;
-    HOSTCreateINIStream(nullptr, &IID_IINIStream, ini.OutVoid());
-    ini->WriteObject(numbers.get());
-    EXPECT_EQ(Content(ini.get()), L"3\n-0.125\n0.333333333\n7766279631452241920\n1e+300\n-2.5e+300\n1.234567891e+290\n"
-                                  L"100000000000000000000\n-inf");
+    EXPECT_EQ(Content(csv.get()), csvText);
+    EXPECT_EQ(Content(ini.get()), iniText);
+    EXPECT_EQ(ini->Write(L"|x", 2 * sizeof(wchar_t), 0), S_OK);
+    EXPECT_EQ(Content(ini.get()), iniText + L"|x") << "raw bytes are appended";
 }
 
+// The string table lists a component's strings by number; removing an entry never makes a
+// component known.
 TEST_F(HostCore, StringTableKeepsEntriesByComponentAndNumber) {
     SmartPtr<IStringTable> table;
     ASSERT_EQ(HOSTCreateStringTable(nullptr, &IID_IStringTable, table.OutVoid()), S_OK);
-    auto entry = [&](const wchar_t* component) {
-        SmartPtr<IString> name(HOSTNewString(component)), key(HOSTNewString(L"102"));
+    auto entries = [&](const wchar_t* component) {
         SmartPtr<INamedCollection> strings;
-        int32_t index = -1;
-        if (table->get_ComponentStrings(name.get(), strings.Out()) < 0) return std::wstring(L"<no component>");
-        if (strings->get_Index(key.get(), &index) < 0) return std::wstring(L"<no entry>");
-        SmartPtr<IUnknown> item;
-        strings->get_Item(index, item.Out());
-        return HOSTText(QueryAs<IString>(item.get(), IID_IString).get());
+        int32_t count = -1;
+        if (table->get_ComponentStrings(SmartPtr<IString>(HOSTNewString(component)).get(), strings.Out()) >= 0) strings->get_Count(&count);
+        return count;
     };
-    EXPECT_EQ(entry(L"WKSProtocol"), L"Comma separated|INI lines");
-    HOSTSetComponentString(L"WKSProtocol", 102, L"A|B|C");
-    EXPECT_EQ(entry(L"WKSProtocol"), L"A|B|C");
-    HOSTSetComponentString(L"WKSProtocol", 102, nullptr);
-    EXPECT_EQ(entry(L"WKSProtocol"), L"<no entry>");
-    HOSTSetComponentString(L"WKSProtocol", 102, L"Comma separated|INI lines");
+    HOSTSetComponentString(L"WKSProtocol", 7, L"seven");
+    EXPECT_EQ(entries(L"WKSProtocol"), 2);
+    HOSTSetComponentString(L"WKSProtocol", 7, nullptr);
     HOSTSetComponentString(L"NoSuchComponent", 1, nullptr);
-    EXPECT_EQ(entry(L"NoSuchComponent"), L"<no component>") << "removing an entry does not make a component known";
+    EXPECT_EQ(std::make_pair(entries(L"WKSProtocol"), entries(L"NoSuchComponent")), std::make_pair(1, -1));
 }
 
 using Route = std::function<HRESULT(void** made)>;
@@ -364,37 +331,41 @@ Route New(Make make) {
     };
 }
 
-// Every way the host makes an object fails as an exhausted memory would, once, with a failure code
-// and no object, and leaves nothing behind; the creation after it succeeds.
-TEST_F(HostCore, EveryCreationRouteFailsOnceAsOutOfMemory) {
+// Every way the host makes an object: what it makes answers exactly its interfaces (where the row
+// names them); when its creation fails as an exhausted memory would, it reports `failure` with no
+// object and leaves nothing behind, and the creation after it succeeds.
+TEST_F(HostCore, EveryCreationRouteAnswersItsInterfacesAndFailsOnceAsOutOfMemory) {
+    ExpectAnswers(m_Global.get(), "IComponentCollection", "GlobalComponentCollection");
     SmartPtr<IComponentString> described;
     HOSTCreateComponentString(nullptr, &IID_IComponentString, described.OutVoid());
     described->put_Field(1, tagREFString{7, L"Variant"});
     SmartPtr<IInputParameters> inputs;
     HOSTCreateInputParameters(nullptr, &IID_IInputParameters, inputs.OutVoid());
     const int32_t live = HOSTLiveObjects();
+    const char* const parameters = "IParametersCreatable IParameters INamedCollection ISimpleCollection";
     const struct {
         const char* route;
         Route make;
-        HRESULT failure;  // what the route reports when its creation fails
+        HRESULT failure;      // what the route reports when its creation fails
+        const char* answers;  // the interfaces of what it makes, blank-separated
     } rows[] = {
-        {"HOSTNewString", New([] { return HOSTNewString(L"text"); }), S_OK},
-        {"HOSTNewCollection", New(HOSTNewCollection), S_OK},
-        {"HOSTNewParameters", New(HOSTNewParameters), S_OK},
-        {"HOSTNewCollectionMoniker", New([] { return HOSTNewCollectionMoniker(L"m"); }), S_OK},
-        {"CreatableString", Creator(HOSTCreateString), E_FAIL},
-        {"Variant", Creator(HOSTCreateVariant), E_FAIL},
-        {"SuperCollection", Creator(HOSTCreateSuperCollection), E_FAIL},
-        {"ComponentString", Creator(HOSTCreateComponentString), E_FAIL},
-        {"CSVStream", Creator(HOSTCreateCSVStream), E_FAIL},
-        {"INIStream", Creator(HOSTCreateINIStream), E_FAIL},
-        {"StringTable", Creator(HOSTCreateStringTable), E_FAIL},
-        {"ParametersCreatable", Creator(HOSTCreateParameters), E_FAIL},
-        {"InputParameters", Creator(HOSTCreateInputParameters), E_FAIL},
-        {"InputParameter", Creator(HOSTCreateInputParameter), E_FAIL},
-        {"CollectionMoniker", Creator(HOSTCreateCollectionMoniker), E_FAIL},
-        {"CreateComponent", [&](void** made) { return m_Global->CreateComponent(tagREFString{7, L"Variant"}, &IID_IVariant, made); }, E_FAIL},
-        {"CreateInstance", [&](void** made) { return described->CreateInstance(&IID_IVariant, made); }, E_FAIL},
+        {"HOSTNewString", New([] { return HOSTNewString(L"text"); }), S_OK, "IString ICreatableString"},
+        {"HOSTNewCollection", New(HOSTNewCollection), S_OK, "ISuperCollection INamedCollection ISimpleCollection"},
+        {"HOSTNewParameters", New(HOSTNewParameters), S_OK, parameters},
+        {"HOSTNewCollectionMoniker", New([] { return HOSTNewCollectionMoniker(L"m"); }), S_OK, "ICollectionMoniker"},
+        {"CreatableString", Creator(HOSTCreateString), E_FAIL, "IString ICreatableString"},
+        {"Variant", Creator(HOSTCreateVariant), E_FAIL, "IVariant"},
+        {"SuperCollection", Creator(HOSTCreateSuperCollection), E_FAIL, "ISuperCollection INamedCollection ISimpleCollection"},
+        {"ComponentString", Creator(HOSTCreateComponentString), E_FAIL, "IComponentString"},
+        {"CSVStream", Creator(HOSTCreateCSVStream), E_FAIL, "ICSVStream IDataStream"},
+        {"INIStream", Creator(HOSTCreateINIStream), E_FAIL, "IINIStream IDataStream"},
+        {"StringTable", Creator(HOSTCreateStringTable), E_FAIL, "IStringTable"},
+        {"ParametersCreatable", Creator(HOSTCreateParameters), E_FAIL, parameters},
+        {"InputParameters", Creator(HOSTCreateInputParameters), E_FAIL, "IInputParameters INamedCollection ISimpleCollection IDataPersist"},
+        {"InputParameter", Creator(HOSTCreateInputParameter), E_FAIL, "IInputParameter"},
+        {"CollectionMoniker", Creator(HOSTCreateCollectionMoniker), E_FAIL, "ICollectionMoniker"},
+        {"CreateComponent", [&](void** made) { return m_Global->CreateComponent(tagREFString{7, L"Variant"}, &IID_IVariant, made); }, E_FAIL, nullptr},
+        {"CreateInstance", [&](void** made) { return described->CreateInstance(&IID_IVariant, made); }, E_FAIL, nullptr},
         // An input belongs to its collection: the one added, if any, is what came out.
         {"AddInput", [&](void** made) {
              int32_t before = 0, after = 0;
@@ -403,7 +374,7 @@ TEST_F(HostCore, EveryCreationRouteFailsOnceAsOutOfMemory) {
              inputs->get_Count(&after);
              if (after > before) inputs->get_Item(before, reinterpret_cast<IUnknown**>(made));
              return hr;
-         }, E_FAIL},
+         }, E_FAIL, nullptr},
     };
     for (const auto& row : rows) {
         HOSTFailCreation(1);
@@ -416,11 +387,12 @@ TEST_F(HostCore, EveryCreationRouteFailsOnceAsOutOfMemory) {
             EXPECT_EQ(HOSTCreationCount(), attempt) << row.route;
             if (attempt == 1) {
                 EXPECT_EQ(HOSTLiveObjects(), live) << row.route << " left something behind";
+            } else if (made && row.answers) {
+                ExpectAnswers(made.get(), row.answers, row.route);
             }
         }
     }
 }
-
 
 TEST_F(HostCore, FailCreationCountsFromTheCallAndFailsOnlyTheChosenCreation) {
     HOSTFailCreation(3);

@@ -112,6 +112,8 @@ TEST_F(PropTable, EveryTypeThroughInquireAndControl) {
     EXPECT_EQ(std::make_pair(low, high), std::make_pair(94, 104));
 }
 
+// The items keep their own reference to a choice list; the fixture's count of fakes shows that
+// destruction releases it.
 TEST_F(PropTable, RangesEnumerationsAndTheFirstOfTwoIds) {
     SmartPtr<FakeInput> choices(new FakeInput());  // any object stands for the choice list
     s->AddItem(7, 0x13, &s->integer, -3, 9);
@@ -122,7 +124,6 @@ TEST_F(PropTable, RangesEnumerationsAndTheFirstOfTwoIds) {
     EXPECT_EQ(std::make_pair(low, high), std::make_pair(-3, 9));
     EXPECT_EQ(m_Table->ParameterRange(8, &low, &high), E_INVALIDARG);
     EXPECT_EQ(low | high, 0);
-
     IUnknown* out = reinterpret_cast<IUnknown*>(0xCAFE);
     EXPECT_EQ(m_Table->ParameterEnumeration(7, &out), E_INVALIDARG);
     EXPECT_EQ(out, reinterpret_cast<IUnknown*>(0xCAFE));
@@ -130,8 +131,6 @@ TEST_F(PropTable, RangesEnumerationsAndTheFirstOfTwoIds) {
     EXPECT_EQ(m_Table->ParameterEnumeration(8, &out), S_OK);
     EXPECT_EQ(static_cast<void*>(out), static_cast<void*>(choices.get()));
     EXPECT_EQ(out->Release(), 3) << "ours and the two items'";
-    m_Table.Reset();
-    EXPECT_EQ(choices->m_Refs, 1) << "destruction releases each item's enumeration";
 }
 
 TEST_F(PropTable, StringsObjectsAndRealsThroughTheExtendedSlots) {

@@ -1,6 +1,5 @@
 // The module's boundary: CreateFunction's name check, the global component collection, the
 // lazy factories, the loading of component modules by name.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -9,6 +8,7 @@
 #include "module/Module.h"
 #include "module/Object.h"
 #include "protocol/WKSProtocol.h"
+#include "support/Fakes.h"
 #include "text/RefString.h"
 
 namespace {
@@ -26,12 +26,9 @@ TEST(CreateFunction, AnswersOnlyItsOwnNameExactly) {
 }
 
 // A collection that only counts its references.
-class CountedCollection final : public IComponentCollection {
+class CountedCollection final : public Fake<IComponentCollection> {
 public:
-    int32_t refs = 1;
-    HRESULT QueryInterface(const IID&, void** object) override { *object = nullptr; return E_NOINTERFACE; }
-    int32_t AddRef() override { return ++refs; }
-    int32_t Release() override { return --refs; }
+    bool Answers(const IID&) override { return false; }
     HRESULT get_Count(int32_t* count) override { *count = 0; return S_OK; }
     HRESULT get_Item(int32_t, IUnknown**) override { return E_INVALIDARG; }
     HRESULT get_Index(IString*, int32_t*) override { return E_FAIL; }
@@ -42,31 +39,23 @@ public:
 // The host's collection is kept with one reference and handed out with one more per call;
 // without one, one is made through CollectionsEx.so, once.
 TEST(GlobalComponents, InitializeModuleKeepsAndReplacesTheCollection) {
-    CountedCollection first, second;
-    EXPECT_EQ(InitializeModule(nullptr, &first), S_OK);
-    EXPECT_EQ(first.refs, 2);
-    IComponentCollection* a = GLOBALComponents();
-    EXPECT_EQ(a, &first);
-    EXPECT_EQ(first.refs, 3);
-    a->Release();
-    EXPECT_EQ(InitializeModule(nullptr, &second), S_OK);
-    EXPECT_EQ(first.refs, 1) << "the first collection is released once";
-    EXPECT_EQ(second.refs, 2);
+    SmartPtr<CountedCollection> first(new CountedCollection()), second(new CountedCollection());
+    EXPECT_EQ(InitializeModule(nullptr, first.get()), S_OK);
+    EXPECT_EQ(first->m_Refs, 2);
+    SmartPtr<IComponentCollection> a(GLOBALComponents());
+    EXPECT_EQ(a.get(), first.get());
+    EXPECT_EQ(first->m_Refs, 3);
+    a.Reset();
+    EXPECT_EQ(InitializeModule(nullptr, second.get()), S_OK);
+    EXPECT_EQ(first->m_Refs, 1) << "the first collection is released once";
+    EXPECT_EQ(second->m_Refs, 2);
     EXPECT_EQ(InitializeModule(nullptr, nullptr), S_OK);
-    EXPECT_EQ(second.refs, 1);
+    EXPECT_EQ(second->m_Refs, 1);
 
     SmartPtr<IComponentCollection> made(GLOBALComponents()), again(GLOBALComponents());
     ASSERT_TRUE(made);
     EXPECT_EQ(made.get(), again.get());
     InitializeModule(nullptr, nullptr);
-}
-
-int32_t LiveHostObjects() {
-    void* host = dlopen("./CollectionsEx.so", RTLD_NOW | RTLD_NOLOAD);
-    if (host == nullptr) return -1;
-    auto live = reinterpret_cast<int32_t (*)()>(dlsym(host, "HOSTLiveObjects"));
-    dlclose(host);  // drops only the reference NOLOAD took
-    return live ? live() : -1;
 }
 
 TEST(Factories, MakeTheirComponentObjectOnceAndANewObjectEachCall) {

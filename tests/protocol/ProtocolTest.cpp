@@ -1,6 +1,5 @@
 // The protocol object driven as a host drives it: created through its creator and fed messages
 // through IProtocolManager's slots. Paths through a workspace are the end-to-end suite's.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -16,11 +15,19 @@
 
 namespace {
 
-int32_t LiveHostObjects() {
-    void* host = dlopen("./CollectionsEx.so", RTLD_NOW | RTLD_NOLOAD);
-    auto live = host ? reinterpret_cast<int32_t (*)()>(dlsym(host, "HOSTLiveObjects")) : nullptr;
-    if (host) dlclose(host);
-    return live ? live() : -1;
+// A list of choices as "name=value " entries.
+std::wstring Choices(ISuperCollection* list) {
+    std::wstring listed;
+    int32_t count = 0;
+    list->get_Count(&count);
+    for (int32_t k = 0; k < count; ++k) {
+        SmartPtr<IString> name;
+        SmartPtr<IUnknown> item;
+        list->get_ItemName(k, name.Out());
+        list->get_Item(k, item.Out());
+        listed += TextOf(name.get()) + L"=" + std::to_wstring(QueryAs<IVariant>(item.get(), IID_IVariant)->get_Integer()) + L" ";
+    }
+    return listed;
 }
 
 using Received = HRESULT (*)(void*, unsigned char*, int32_t);
@@ -108,52 +115,27 @@ TEST_F(Protocol, InterfacesAndSlots) {
     EXPECT_EQ(pages->get_ItemName(0, pageName.Out()), E_FAIL) << "pages have no names";
 
     using Parse = HRESULT (*)(void*, CREFString, IRunningObjectTableEx*);
-    EXPECT_EQ(Slot<HRESULT (*)(void*, unsigned char**, int32_t*)>(self.get(), 11)(self.get(), nullptr, nullptr), S_FALSE);
-    EXPECT_EQ(Slot<HRESULT (*)(void*, int32_t*, int32_t*)>(self.get(), 12)(self.get(), nullptr, nullptr), E_NOTIMPL);
-    EXPECT_EQ(Slot<HRESULT (*)(void*, int32_t)>(self.get(), 13)(self.get(), 0), E_NOTIMPL);
     EXPECT_EQ(Slot<Parse>(self.get(), 15)(self.get(), CREFString(L"Var1=7"), nullptr), S_OK);
     EXPECT_EQ(One("Var1?"), "Var1=7");
     EXPECT_EQ(Slot<Parse>(self.get(), 15)(self.get(), CREFString(L"Nope=7"), nullptr), E_FAIL);
 }
 
-TEST_F(Protocol, ConstructionDefaultsAndSettings) {
-    EXPECT_EQ(One("?"), "Var1=100\nVar2=Hello");
+// Item 1 is the prompt switch, on; item 2 the reply style, INI lines, with its choices from the
+// host's string table, cut at bars and numbered from 0.
+TEST_F(Protocol, SettingsAndTheirChoices) {
     SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(m_Manager.get(), IID_IUIPropInterrogate);
-    int32_t value = 0, low = -1, high = -1;
-    EXPECT_EQ(settings->Inquire(1, &value), 0x13);
-    EXPECT_EQ(value, 1);
-    EXPECT_EQ(settings->Inquire(2, &value), 0x43);
-    EXPECT_EQ(value, 1);
+    int32_t prompt = 0, style = 0, low = -1, high = -1;
+    EXPECT_EQ(settings->Inquire(1, &prompt), 0x13);
+    EXPECT_EQ(settings->Inquire(2, &style), 0x43);
     EXPECT_EQ(settings->ParameterRange(1, &low, &high), S_OK);
-    EXPECT_EQ(high, 1);
+    EXPECT_EQ((std::vector<int32_t>{prompt, style, low, high}), (std::vector<int32_t>{1, 1, 0, 1}));
     SmartPtr<IUnknown> choices;
     ASSERT_EQ(settings->ParameterEnumeration(2, choices.Out()), S_OK);
-    SmartPtr<INamedCollection> list = QueryAs<INamedCollection>(choices.get(), IID_INamedCollection);
-    int32_t count = 0;
-    list->get_Count(&count);
-    EXPECT_EQ(count, 2);
-    settings->Control(2, 0);
-    EXPECT_EQ(One("?"), "Var1=100,Var2=Hello") << "return style 0: one comma-separated record";
-}
-
-TEST(ProtocolChoices, CutAtBars) {
-    const struct { const wchar_t* text; std::vector<std::wstring> pieces; } rows[] = {
-        {L"A||B", {L"A", L"", L"B"}}, {L"A|", {L"A"}}, {L"", {}},
-    };
-    for (const auto& row : rows) {
+    EXPECT_EQ(Choices(QueryAs<ISuperCollection>(choices.get(), IID_ISuperCollection).get()), L"Comma separated=0 INI lines=1 ");
+    for (const auto& [text, listed] : {std::pair{L"A||B", L"A=0 =1 B=2 "}, {L"A|", L"A=0 "}, {L"", L""}}) {
         SmartPtr<ISuperCollection> list(CREFString::CreateCollection());
-        WKSAddChoices(list.get(), CREFString(row.text));
-        int32_t count = 0;
-        list->get_Count(&count);
-        ASSERT_EQ(count, static_cast<int32_t>(row.pieces.size())) << row.text;
-        for (int32_t k = 0; k < count; ++k) {
-            SmartPtr<IString> name;
-            SmartPtr<IUnknown> item;
-            list->get_ItemName(k, name.Out());
-            list->get_Item(k, item.Out());
-            EXPECT_EQ(TextOf(name.get()), row.pieces[k]);
-            EXPECT_EQ(QueryAs<IVariant>(item.get(), IID_IVariant)->get_Integer(), k);
-        }
+        WKSAddChoices(list.get(), CREFString(text));
+        EXPECT_EQ(Choices(list.get()), listed) << text;
     }
 }
 
