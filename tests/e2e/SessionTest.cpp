@@ -58,59 +58,46 @@ protected:
 
 using Replies = std::vector<std::string>;
 
-TEST_F(Session, CommandTableOnTheSampleWorkspace) {
+// Each message: RecievedMessage's result, the replies, and the calls the workspace received.
+TEST_F(Session, MessagesOnTheSampleWorkspace) {
     Open(WorkspaceSample());
-    const struct { const char* line; Replies replies; std::vector<std::string> calls; } rows[] = {
-        {"?", {"Var1=100\nVar2=Hello"}, {}},
-        {"Var1=7", {}, {}},                         {"? Var1", {"Var1=7"}, {}},
-        {"Lamp=1", {}, {"Lamp.SwitchOn"}},          {"Lamp?", {"1"}, {}},
-        {"Lamp=0", {}, {"Lamp.SwitchOff"}},
-        {"Valve=0", {}, {"Valve.put_State(2)"}},    {"Valve?", {"0"}, {}},
-        {"Station.ResultsView?", {"Length=12.25\nWidth=3.5"}, {}},
-        {"Station.IOQuen?", {"Host=localhost\nPort=4711\nTimeout=2.5"}, {}},
-        {"Station.Feeder?", {"0"}, {}},             {"Oven?", {"Mode=bake\nTemperature=180"}, {}},
-        {"Toolbar.Start=0", {}, {"Toolbar.put_ButtonState(101,0)"}},
-        {"Panel.Stop=1", {}, {"Stop.put_Attribute(15,1)"}},
-        {"Tabs.Second.Value?", {"1"}, {"Tabs.put_ActiveIndex(1,1)"}},
-        {"Tabs.Second.Value?", {"1"}, {}},  // already active: no call
-        {"UI.Field=x", {}, {"UI.get_ActiveObject", "UI.Notify(1,-1,-1,Field)"}},
-        {"UI+", {}, {"UI.Increment"}},              {"UI-", {}, {"UI.Decrement"}},
-        {"Valve+", {"?"}, {}},
-        {"Managers:pick", {}, {"Managers.Select(:pick)"}},
-        {"Managers", {}, {"Managers.SelectDefault"}},
-        {"Links:via moniker", {}, {"Managers.Select(:via moniker)"}},
-        {"KQBible.first second", {}, {"KQBible.Search(first second)"}},
-        {"Station:Feeder", {}, {}},                 {"Nobody?", {"?"}, {}},
+    const struct { std::string message; HRESULT received; Replies replies; std::vector<std::string> calls; } rows[] = {
+        {"?", S_OK, {"Var1=100\nVar2=Hello"}, {}},
+        {"Var1=7", S_OK, {}, {}},                       {"? Var1", S_OK, {"Var1=7"}, {}},
+        {"Lamp=1", S_OK, {}, {"Lamp.SwitchOn"}},        {"Lamp?", S_OK, {"1"}, {}},
+        {"Lamp=0", S_OK, {}, {"Lamp.SwitchOff"}},
+        {"Valve=0", S_OK, {}, {"Valve.put_State(2)"}},  {"Valve?", S_OK, {"0"}, {}},
+        {"Station.ResultsView?", S_OK, {"Length=12.25\nWidth=3.5"}, {}},
+        {"Station.IOQuen?", S_OK, {"Host=localhost\nPort=4711\nTimeout=2.5"}, {}},
+        {"Station.Feeder?", S_OK, {"0"}, {}},           {"Oven?", S_OK, {"Mode=bake\nTemperature=180"}, {}},
+        {"Toolbar.Start=0", S_OK, {}, {"Toolbar.put_ButtonState(101,0)"}},
+        {"Panel.Stop=1", S_OK, {}, {"Stop.put_Attribute(15,1)"}},
+        {"Tabs.Second.Value?", S_OK, {"1"}, {"Tabs.put_ActiveIndex(1,1)"}},
+        {"Tabs.Second.Value?", S_OK, {"1"}, {}},  // already active: no call
+        {"UI.Field=x", S_OK, {}, {"UI.get_ActiveObject", "UI.Notify(1,-1,-1,Field)"}},
+        {"UI+", S_OK, {}, {"UI.Increment"}},            {"UI-", S_OK, {}, {"UI.Decrement"}},
+        {"Valve+", S_OK, {"?"}, {}},
+        {"Managers:pick", S_OK, {}, {"Managers.Select(:pick)"}},
+        {"Managers", S_OK, {}, {"Managers.SelectDefault"}},
+        {"Links:via moniker", S_OK, {}, {"Managers.Select(:via moniker)"}},
+        {"KQBible.first second", S_OK, {}, {"KQBible.Search(first second)"}},
+        {"Station:Feeder", S_OK, {}, {}},               {"Nobody?", S_OK, {"?"}, {}},
+        {" \r\n\r\n ", S_OK, {}, {}},
+        {"BREAK\r\n", E_BREAK, {}, {}}, {"  Break now", E_BREAK, {}, {}}, {"b", E_BREAK, {}, {}},
+        {"Brake", S_OK, {"?"}, {}}, {"xbreak", S_OK, {"?"}, {}},
+        {"Breath", S_OK, {"?"}, {}},  // the whole word decides, not its first four characters
+        {"Var1?\r\nVar2?\r\nNope?", S_OK, {"Var1=7", "Var2=Hello", "?"}, {}},
+        {"Var1=5\n\n\r\n   Var1?", S_OK, {"Var1=5"}, {}},
+        {"Var1=1\nVar1=2\nVar1=3\nVar1=4\nVar1=5\nVar1=6\nVar1=7\nVar1=8\nVar1=9\nVar1=10\nVar1?\nVar1?", S_OK,
+         {"Var1=10"}, {}},  // eleven lines; the twelfth is dropped
+        {std::string("Var2\0junk?", 10), S_OK, {"Var2=Hello"}, {}},  // a zero byte ends a name like a separator
     };
     for (const auto& row : rows) {
         Log().clear();
-        EXPECT_EQ(Send(row.line), row.replies) << row.line;
-        EXPECT_EQ(Log(), row.calls) << row.line;
-    }
-}
-
-TEST_F(Session, Exchange) {
-    Open(WorkspaceSample());
-    const struct {
-        std::string message;
-        HRESULT received;
-        Replies replies;
-    } rows[] = {
-        {" \r\n\r\n ", S_OK, {}},
-        {"BREAK\r\n", E_BREAK, {}}, {"  Break now", E_BREAK, {}}, {"b", E_BREAK, {}},
-        {"Brake", S_OK, {"?"}}, {"xbreak", S_OK, {"?"}},
-        {"Breath", S_OK, {"?"}},  // the whole word decides, not its first four characters
-        {"Var1?\r\nVar2?\r\nNope?", S_OK, {"Var1=100", "Var2=Hello", "?"}},
-        {"Var1=5\n\n\r\n   Var1?", S_OK, {"Var1=5"}},
-        {"Var1=1\nVar1=2\nVar1=3\nVar1=4\nVar1=5\nVar1=6\nVar1=7\nVar1=8\nVar1=9\nVar1=10\nVar1?\nVar1?", S_OK,
-         {"Var1=10"}},  // eleven lines; the twelfth is dropped
-        {"Var1=\xff\xfe", S_OK, {}},
-        {std::string("Var2\0junk?", 10), S_OK, {"Var2=Hello"}},  // a zero byte ends a name like a separator
-    };
-    for (const auto& row : rows) {
         HRESULT received = 0;
         EXPECT_EQ(Send(row.message, &received), row.replies) << row.message;
         EXPECT_EQ(received, row.received) << row.message;
+        EXPECT_EQ(Log(), row.calls) << row.message;
     }
     unsigned char* untouched = reinterpret_cast<unsigned char*>(0x1);
     int32_t length = 77;
@@ -121,10 +108,6 @@ TEST_F(Session, Exchange) {
     unsigned char* reply = nullptr;
     EXPECT_EQ(m_Manager->GetResponse(&reply, &length), S_FALSE);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(reply), length), "Var2=Hello");
-    // Undecodable bytes arrive as U+FFFD, which the "C" locale of this test cannot write back:
-    // a character that has no multibyte form is left out of the reply.
-    EXPECT_EQ(Send("Var1?"), Replies{"Var1="});
-    Send("Var1=100");  // a number again: a text value holds one more host object
 }
 
 TEST_F(Session, NamesWithBlanksLongRepliesBusyFilesAndCommaSeparatedReplies) {
@@ -209,7 +192,6 @@ TEST(WksHost, SessionsAndRefusals) {
         {"--workspace e2e-none.toml < /dev/null", 1, "wks-host: e2e-none.toml: cannot read: No such file or directory\n"},
         {"--workspace", 2, "--workspace: 1 required FILE missing\nRun with --help for more information.\n"},
         {"--max-line 0", 2, nullptr},
-        {"--bogus", 2, nullptr},
         {"--max-line 64 < e2e-lines.txt", 0,
          "wks-host: line 2 has 70000 bytes, more than the limit of 64 (--max-line): refused\n?\nVar1=5\n"
          "wks-host: line 4 has 65 bytes, more than the limit of 64 (--max-line): refused\n?\n"},
