@@ -1,9 +1,12 @@
-// The parameter collection and input-parameter templates, exercised through the interface slots
-// of a component built from them, as any other module would reach it.
+// The component templates (parameter collection, input parameters, property interrogation table)
+// exercised through the interface slots of one component built from all three, as the protocol
+// object is, and as any other module would reach it.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <utility>
 
+#include "interrogate/PropInterrogateImpl.h"
 #include "parameters/InputParametersImpl.h"
 #include "support/Fakes.h"
 #include "text/Conversions.h"
@@ -11,12 +14,17 @@
 namespace {
 
 class CTestComponent final : public CObject<CTestComponent>,
-                             public InputParametersImpl<CTestComponent, IParametersCreatable> {
+                             public InputParametersImpl<CTestComponent, IParametersCreatable>,
+                             public IUIPropInterrogateImpl<CTestComponent, IUIPropInterrogateEx, 10> {
 public:
     static int s_Live;
     static bool s_Register;
     CTestComponent() { ++s_Live; }
-    ~CTestComponent() { --s_Live; }
+    ~CTestComponent() {
+        --s_Live;
+        if (text) text->Release();
+        if (object) object->Release();
+    }
 
     HRESULT QueryInterface(const IID& iid, void** object) override {
         *object = nullptr;
@@ -25,6 +33,7 @@ public:
             *object = static_cast<IParametersCreatable*>(this);
         else if (iid == IID_IBindableObject) *object = static_cast<IBindableObject*>(this);
         else if (iid == IID_IDataPersist) *object = static_cast<IDataPersist*>(this);
+        else if (iid == IID_IUIPropInterrogateEx) *object = static_cast<IUIPropInterrogateEx*>(this);
         else if (iid == IID_IInputParameters && m_InputParameters)
             return m_InputParameters->QueryInterface(iid, object);
         if (*object == nullptr) return E_NOINTERFACE;
@@ -34,6 +43,7 @@ public:
     int32_t AddRef() override { return CObject::AddRef(); }
     int32_t Release() override { return CObject::Release(); }
     HRESULT Lock() override { ++locks; return S_OK; }
+    HRESULT Unlock() override { ++unlocks; return S_OK; }
     // Like a real component, a replica registers its parameters at construction.
     HRESULT FinalConstruct() override {
         if (!s_Register) return S_OK;
@@ -57,20 +67,37 @@ public:
     }
 
     using InputParametersImpl::m_UseSections;
+    using IUIPropInterrogateImpl::m_ItemCapacity;
     std::vector<std::pair<std::string, int32_t>> calls;
-    int locks = 0, reads = 0;
+    int locks = 0, unlocks = 0, reads = 0;
+    // The variables of the property table's items.
+    uint8_t byte = 0;
+    int16_t word = 0;
+    int32_t integer = 0;
+    float single = 0;
+    double real = 0;
+    IString* text = nullptr;
+    IUnknown* object = nullptr;
 };
 int CTestComponent::s_Live = 0;
 bool CTestComponent::s_Register = false;
 
-class Parameters : public ::testing::Test {
+int32_t Bits(float f) {
+    int32_t bits;
+    std::memcpy(&bits, &f, 4);
+    return bits;
+}
+
+class Templates : public ::testing::Test {
 protected:
     void SetUp() override {
         m_Fakes = FakeLive();
         ASSERT_EQ(CObject<CTestComponent>::_CreateInstance(nullptr, &IID_IParametersCreatable, m_P.OutVoid()), S_OK);
-        m_Self = static_cast<CTestComponent*>(m_P.get());
+        m_Self = s = static_cast<CTestComponent*>(m_P.get());
+        m_Table = QueryAs<IUIPropInterrogateEx>(m_P.get(), IID_IUIPropInterrogateEx);
     }
     void TearDown() override {
+        m_Table.Reset();
         m_P.Reset();
         EXPECT_EQ(CTestComponent::s_Live, 0);
         EXPECT_EQ(FakeLive(), m_Fakes);
@@ -98,11 +125,13 @@ protected:
         return listing;
     }
     SmartPtr<IParametersCreatable> m_P;
+    SmartPtr<IUIPropInterrogateEx> m_Table;
     CTestComponent* m_Self = nullptr;
+    CTestComponent* s = nullptr;  // the same, for the property table's variables
     int m_Fakes = 0;
 };
 
-TEST_F(Parameters, GrowthKeepsOrderThroughTheSlots) {
+TEST_F(Templates, GrowthKeepsOrderThroughTheSlots) {
     std::wstring expected;
     for (int i = 0; i < 25; ++i) {
         SmartPtr<IString> name(ISCreate(i));
@@ -120,7 +149,7 @@ TEST_F(Parameters, GrowthKeepsOrderThroughTheSlots) {
     EXPECT_EQ(m_P->Remove(-1), E_INVALIDARG);
 }
 
-TEST_F(Parameters, IndexByNumberNameAndObject) {
+TEST_F(Templates, IndexByNumberNameAndObject) {
     AddInt(L"Name", 1);
     AddInt(L"Other", 2);
     SmartPtr<ISuperCollection> object(CREFString::CreateCollection());
@@ -149,7 +178,7 @@ TEST_F(Parameters, IndexByNumberNameAndObject) {
     EXPECT_EQ(untouched, 12345);
 }
 
-TEST_F(Parameters, ValuesAreVariantsAndInputsWin) {
+TEST_F(Templates, ValuesAreVariantsAndInputsWin) {
     m_P->Add(nullptr, nullptr, nullptr, 0);  // no value: an empty text
     SmartPtr<IUnknown> item;
     ASSERT_EQ(m_P->get_Item(0, item.Out()), S_OK);
@@ -172,7 +201,7 @@ TEST_F(Parameters, ValuesAreVariantsAndInputsWin) {
     EXPECT_GT(m_Self->locks, 0) << "and lock through the owner";
 }
 
-TEST_F(Parameters, CopyRemoveAndSort) {
+TEST_F(Templates, CopyRemoveAndSort) {
     AddInt(L"b", 1);
     AddInt(L"B", 2, 7);
     AddInt(nullptr, 3);
@@ -188,7 +217,7 @@ TEST_F(Parameters, CopyRemoveAndSort) {
     EXPECT_EQ(Listing(m_P.get()), L"again=9/0");
 }
 
-TEST_F(Parameters, SaveAndLoadDispatchOnTheStreamKind) {
+TEST_F(Templates, SaveAndLoadDispatchOnTheStreamKind) {
     SmartPtr<FakeXML> xml(new FakeXML());
     SmartPtr<FakeFolder> folder(new FakeFolder());
     SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(m_P.get(), IID_IDataPersist);
@@ -213,7 +242,7 @@ TEST_F(Parameters, SaveAndLoadDispatchOnTheStreamKind) {
     EXPECT_EQ(m_Self->calls, (Calls{{"SaveFolder", 0x10}, {"LoadXML", 0x1000010}}));
 }
 
-TEST_F(Parameters, ReplicateGivesTheCopyItsOwnInputs) {
+TEST_F(Templates, ReplicateGivesTheCopyItsOwnInputs) {
     AddInt(L"Plain", 1);
     SmartPtr<IUnknown> made(CreateObject(tagREFString{14, L"InputParameter"}, &IID_IInputParameter));
     SmartPtr<IInputParameter> input = QueryAs<IInputParameter>(made.get(), IID_IInputParameter);
@@ -240,7 +269,7 @@ TEST_F(Parameters, ReplicateGivesTheCopyItsOwnInputs) {
     EXPECT_EQ(iid, IID_IStep);
 }
 
-TEST_F(Parameters, BindGoesOnPastAMonikerThatNamesNothing) {
+TEST_F(Templates, BindGoesOnPastAMonikerThatNamesNothing) {
     SmartPtr<FakeMoniker> nothing(new FakeMoniker(false)), something(new FakeMoniker(true));
     SmartPtr<FakeInput> first(new FakeInput()), second(new FakeInput());
     first->moniker.Assign(nothing.get());
@@ -250,6 +279,109 @@ TEST_F(Parameters, BindGoesOnPastAMonikerThatNamesNothing) {
     SmartPtr<ISuperCollection> collection(CREFString::CreateCollection());
     EXPECT_EQ(QueryAs<IBindableObject>(m_P.get(), IID_IBindableObject)->Bind(collection.get(), nullptr), S_OK);
     EXPECT_EQ(std::make_pair(nothing->binds, something->binds), std::make_pair(1, 1));
+}
+
+TEST_F(Templates, EmptyPropertyTable) {
+    int32_t count = -1, low = -1, high = -1;
+    EXPECT_EQ(m_Table->Inquire(UIPROP_TABLE_ID, &count), S_OK);
+    EXPECT_EQ(m_Table->ParameterRange(UIPROP_TABLE_ID, &low, &high), E_FAIL);
+    EXPECT_EQ(count | low | high, 0);
+    EXPECT_EQ(m_Table->Inquire(UIPROP_TABLE_ID, nullptr), E_POINTER);
+    EXPECT_EQ(m_Table->Control(0, 0), E_INVALIDARG);
+    // The persistence slots follow ControlEx and refuse until their formats exist.
+    for (int slot = 9; slot <= 12; ++slot)
+        EXPECT_EQ(Slot<HRESULT (*)(void*, IDataStream*, int32_t)>(m_Table.get(), slot)(m_Table.get(), nullptr, 0), E_NOTIMPL);
+}
+
+// One item of each type, eleven in all, so that the table grows past its first ten places.
+TEST_F(Templates, EveryTypeThroughInquireAndControl) {
+    const int32_t untouched = 0x5A5A;
+    const struct {
+        uint32_t flags;
+        void* value;
+        int32_t control;  // given to Control
+        HRESULT inquire;  // Inquire's result: the whole flags word, or E_FAIL
+        int32_t read;     // what Inquire then writes
+    } rows[] = {
+        {0x11, &s->byte, 0x1FF, 0x11, 255},             {0x02, &s->word, 0xFFFF, 0x02, -1},
+        {0x13, &s->integer, -5, 0x13, -5},              {0x04, &s->single, Bits(2.5f), 0x04, Bits(2.5f)},
+        {0x05, &s->real, Bits(1.5f), 0x05, Bits(1.5f)}, {0x106, &s->text, 7, E_FAIL, untouched},
+        {0x48, &s->integer, 7, 0x48, 0},                {0x0F, &s->integer, 7, E_FAIL, untouched},
+        {0x00, &s->integer, 7, E_FAIL, untouched},      {0x03, nullptr, 7, 0x03, untouched},
+        {0x07, &s->object, 7, E_FAIL, untouched},
+    };
+    const int32_t first = 104;  // ids 104, 103, ... 94: the table's lowest id comes last
+    for (int32_t i = 0; i < 11; ++i) ASSERT_EQ(s->AddItem(first - i, rows[i].flags, rows[i].value, i, i), S_OK);
+    EXPECT_EQ(s->m_ItemCapacity, 20);
+    for (int32_t i = 0; i < 11; ++i) {
+        const auto& row = rows[i];
+        EXPECT_EQ(m_Table->Control(first - i, row.control), S_OK) << std::hex << row.flags;
+        int32_t read = untouched;
+        EXPECT_EQ(m_Table->Inquire(first - i, &read), row.inquire) << std::hex << row.flags;
+        EXPECT_EQ(read, row.read) << std::hex << row.flags;
+    }
+    EXPECT_EQ(s->real, 1.5) << "the single-precision pattern is widened into the double";
+    EXPECT_EQ(s->integer, -5) << "types without storage never write the variable they point at";
+    EXPECT_EQ(s->text, nullptr);
+    int32_t low = 0, high = 0, count = 0;
+    EXPECT_EQ(m_Table->Inquire(UIPROP_TABLE_ID, &count), S_OK);
+    EXPECT_EQ(m_Table->ParameterRange(UIPROP_TABLE_ID, &low, nullptr), S_OK);
+    EXPECT_EQ(m_Table->ParameterRange(UIPROP_TABLE_ID, nullptr, &high), S_OK);
+    EXPECT_EQ(count, 11);
+    EXPECT_EQ(std::make_pair(low, high), std::make_pair(94, 104));
+}
+
+// The items keep their own reference to a choice list; the fixture's count of fakes shows that
+// destruction releases it.
+TEST_F(Templates, RangesEnumerationsAndTheFirstOfTwoIds) {
+    SmartPtr<FakeInput> choices(new FakeInput());  // any object stands for the choice list
+    s->AddItem(7, 0x13, &s->integer, -3, 9);
+    s->AddItem(7, 0x41, &s->byte, 0, 0, choices.get());
+    s->AddItem(8, 0x43, &s->integer, 0, 0, choices.get());
+    int32_t low = 1, high = 1;
+    EXPECT_EQ(m_Table->ParameterRange(7, &low, &high), S_OK) << "only the first item with an id is seen";
+    EXPECT_EQ(std::make_pair(low, high), std::make_pair(-3, 9));
+    EXPECT_EQ(m_Table->ParameterRange(8, &low, &high), E_INVALIDARG);
+    EXPECT_EQ(low | high, 0);
+    IUnknown* out = reinterpret_cast<IUnknown*>(0xCAFE);
+    EXPECT_EQ(m_Table->ParameterEnumeration(7, &out), E_INVALIDARG);
+    EXPECT_EQ(out, reinterpret_cast<IUnknown*>(0xCAFE));
+    EXPECT_EQ(m_Table->ParameterEnumeration(8, nullptr), E_POINTER);
+    EXPECT_EQ(m_Table->ParameterEnumeration(8, &out), S_OK);
+    EXPECT_EQ(static_cast<void*>(out), static_cast<void*>(choices.get()));
+    EXPECT_EQ(out->Release(), 3) << "ours and the two items'";
+}
+
+TEST_F(Templates, StringsObjectsAndRealsThroughTheExtendedSlots) {
+    s->AddItem(1, 0x106, &s->text, 0, 0);
+    s->AddItem(2, 0x07, &s->object, 0, 0);
+    s->AddItem(3, 0x05, &s->real, 0, 0);
+    s->AddItem(4, 0x03, &s->integer, 0, 0);
+    SmartPtr<IString> name(ISCreate(L"file.txt"));
+    SmartPtr<IVariant> real(IVCreate(2.25));
+    SmartPtr<FakeInput> thing(new FakeInput());
+    SmartPtr<IUnknown> out;
+
+    EXPECT_EQ(m_Table->ControlEx(1, name.get()), S_OK);
+    EXPECT_EQ(m_Table->InquireEx(1, out.Out()), 0x106);
+    EXPECT_EQ(static_cast<void*>(out.get()), static_cast<void*>(name.get()));
+    EXPECT_EQ(m_Table->ControlEx(1, real.get()), S_OK);
+    EXPECT_EQ(s->text, nullptr) << "a value without IString leaves the string empty";
+    EXPECT_EQ(m_Table->ControlEx(2, thing.get()), S_OK);
+    EXPECT_EQ(thing->m_Refs, 2);
+    EXPECT_EQ(m_Table->ControlEx(2, nullptr), S_OK);
+    EXPECT_EQ(thing->m_Refs, 1) << "null clears the object";
+
+    EXPECT_EQ(m_Table->ControlEx(3, real.get()), S_OK);
+    EXPECT_EQ(m_Table->ControlEx(3, name.get()), E_FAIL);
+    EXPECT_EQ(m_Table->InquireEx(3, out.Out()), 0x05);
+    SmartPtr<IVariant> back = QueryAs<IVariant>(out.get(), IID_IVariant);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->get_Double(), 2.25);
+    EXPECT_EQ(m_Table->InquireEx(4, out.Out()), E_FAIL);
+    EXPECT_EQ(m_Table->ControlEx(4, real.get()), E_FAIL);
+    EXPECT_EQ(m_Table->ControlEx(9, real.get()), E_INVALIDARG);
+    EXPECT_EQ(std::make_pair(s->locks, s->unlocks), std::make_pair(4, 4)) << "each string and object change, locked";
 }
 
 }  // namespace
