@@ -93,7 +93,7 @@ protected:
     void SetUp() override {
         m_Fakes = FakeLive();
         ASSERT_EQ(CObject<CTestComponent>::_CreateInstance(nullptr, &IID_IParametersCreatable, m_P.OutVoid()), S_OK);
-        m_Self = s = static_cast<CTestComponent*>(m_P.get());
+        s = static_cast<CTestComponent*>(m_P.get());
         m_Table = QueryAs<IUIPropInterrogateEx>(m_P.get(), IID_IUIPropInterrogateEx);
     }
     void TearDown() override {
@@ -126,8 +126,7 @@ protected:
     }
     SmartPtr<IParametersCreatable> m_P;
     SmartPtr<IUIPropInterrogateEx> m_Table;
-    CTestComponent* m_Self = nullptr;
-    CTestComponent* s = nullptr;  // the same, for the property table's variables
+    CTestComponent* s = nullptr;
     int m_Fakes = 0;
 };
 
@@ -197,8 +196,8 @@ TEST_F(Templates, ValuesAreVariantsAndInputsWin) {
     value.Reset();
     EXPECT_EQ(m_P->get_ItemVariant(1, value.Out()), S_OK) << "the stored value is the fall-back";
     EXPECT_EQ(value->get_Integer(), 1);
-    EXPECT_GT(m_Self->reads, 0) << "reads go through the getParameter slot";
-    EXPECT_GT(m_Self->locks, 0) << "and lock through the owner";
+    EXPECT_GT(s->reads, 0) << "reads go through the getParameter slot";
+    EXPECT_GT(s->locks, 0) << "and lock through the owner";
 }
 
 TEST_F(Templates, CopyRemoveAndSort) {
@@ -230,16 +229,16 @@ TEST_F(Templates, SaveAndLoadDispatchOnTheStreamKind) {
     EXPECT_EQ(persist->Load(reinterpret_cast<IDataStream*>(neither.get()), 0), E_NOTIMPL);
     EXPECT_EQ(persist->Load(nullptr, 0), E_NOTIMPL);
     using Calls = std::vector<std::pair<std::string, int32_t>>;
-    EXPECT_EQ(m_Self->calls, (Calls{{"SaveXML", 0x800000}, {"SaveFolder", 0x800010}, {"LoadXML", 0x10}, {"LoadFolder", 0x800010}}));
+    EXPECT_EQ(s->calls, (Calls{{"SaveXML", 0x800000}, {"SaveFolder", 0x800010}, {"LoadXML", 0x10}, {"LoadFolder", 0x800010}}));
 
-    m_Self->calls.clear();
-    m_Self->m_UseSections = 1;
+    s->calls.clear();
+    s->m_UseSections = 1;
     EXPECT_EQ(persist->Save(folder.get(), 0x10), S_OK);
     EXPECT_EQ(persist->Load(xml.get(), 0x10), S_OK);
     EXPECT_EQ(persist->Load(folder.get(), 0), S_OK) << "a folder without named entries loads no section";
     ASSERT_EQ(folder->children.size(), 2u);
     EXPECT_EQ(folder->children[0].first + L"," + folder->children[1].first, L"Parameters,Inputs");
-    EXPECT_EQ(m_Self->calls, (Calls{{"SaveFolder", 0x10}, {"LoadXML", 0x1000010}}));
+    EXPECT_EQ(s->calls, (Calls{{"SaveFolder", 0x10}, {"LoadXML", 0x1000010}}));
 }
 
 TEST_F(Templates, ReplicateGivesTheCopyItsOwnInputs) {
@@ -252,7 +251,7 @@ TEST_F(Templates, ReplicateGivesTheCopyItsOwnInputs) {
     AddInt(L"Bound", 2, 0x40, input.get());
     CTestComponent::s_Register = true;
     SmartPtr<IUnknown> copy;
-    ASSERT_EQ(static_cast<IReplicableObject*>(m_Self)->Replicate(copy.Out()), S_OK);
+    ASSERT_EQ(static_cast<IReplicableObject*>(s)->Replicate(copy.Out()), S_OK);
     CTestComponent::s_Register = false;
     SmartPtr<IParameters> target = QueryAs<IParameters>(copy.get(), IID_IParameters);
     ASSERT_TRUE(target);
