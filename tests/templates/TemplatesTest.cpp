@@ -148,23 +148,21 @@ TEST_F(Templates, GrowthKeepsOrderThroughTheSlots) {
     EXPECT_EQ(m_P->Remove(-1), E_INVALIDARG);
 }
 
-TEST_F(Templates, IndexByNumberNameAndObject) {
-    AddInt(L"Name", 1);
+// Entries are found by index, exact name, a variant's name, the identity of their value object and
+// then of their descriptor; every value is a variant, and an input's delivered value wins.
+TEST_F(Templates, KeysValuesAndInputs) {
+    m_P->Add(nullptr, nullptr, nullptr, 0);  // no value: an empty text
     AddInt(L"Other", 2);
     SmartPtr<ISuperCollection> object(CREFString::CreateCollection());
-    SmartPtr<IString> objectName(ISCreate(L"Obj")), other(ISCreate(L"Other"));
-    m_P->Add(objectName.get(), object.get(), nullptr, 0);
-    SmartPtr<FakeInput> descriptor(new FakeInput());
-    AddInt(L"Bound", 4, 0, descriptor.get());
-
+    m_P->Add(SmartPtr<IString>(ISCreate(L"Obj")).get(), object.get(), nullptr, 0);
+    SmartPtr<FakeInput> input(new FakeInput());
+    input->value.Attach(IVCreate(42));
+    AddInt(L"Bound", 1, 0, input.get());
+    SmartPtr<IString> other(ISCreate(L"Other"));
     const struct { IUnknown* key; HRESULT result; int32_t index; } rows[] = {
-        {IVCreate(7), S_OK, 7},                   // a number is the index, unchecked
-        {ISCreate(L"Other"), S_OK, 1},
-        {ISCreate(L"name"), E_FAIL, -1},          // case matters
-        {ISCreate(L""), E_FAIL, -1},
-        {IVCreate(other.get()), S_OK, 1},         // a variant's string
-        {object.Copy(), S_OK, 2},                 // the value object's identity
-        {descriptor.Copy(), S_OK, 3},             // then the descriptor's
+        {IVCreate(7), S_OK, 7},  // a number is the index, unchecked
+        {ISCreate(L"Other"), S_OK, 1},     {ISCreate(L"other"), E_FAIL, -1},  {ISCreate(L""), E_FAIL, -1},
+        {IVCreate(other.get()), S_OK, 1},  {object.Copy(), S_OK, 2},          {input.Copy(), S_OK, 3},
     };
     for (const auto& row : rows) {
         SmartPtr<IUnknown> key(row.key);
@@ -175,10 +173,7 @@ TEST_F(Templates, IndexByNumberNameAndObject) {
     int32_t untouched = 12345;
     EXPECT_EQ(m_P->get_Index(nullptr, &untouched), E_FAIL);
     EXPECT_EQ(untouched, 12345);
-}
 
-TEST_F(Templates, ValuesAreVariantsAndInputsWin) {
-    m_P->Add(nullptr, nullptr, nullptr, 0);  // no value: an empty text
     SmartPtr<IUnknown> item;
     ASSERT_EQ(m_P->get_Item(0, item.Out()), S_OK);
     EXPECT_EQ(TextOf(QueryAs<IString>(item.get(), IID_IString).get()), L"");
@@ -186,15 +181,12 @@ TEST_F(Templates, ValuesAreVariantsAndInputsWin) {
     SmartPtr<IVariant> shared(IVCreate(5));
     m_P->put_Item(0, shared.get());
     shared->put_Integer(6);
-    SmartPtr<FakeInput> input(new FakeInput());
-    input->value.Attach(IVCreate(42));
-    AddInt(L"Bound", 1, 0, input.get());
-    EXPECT_EQ(Listing(m_P.get()), L"<null>=6/0 Bound=42/0") << "put_Item keeps the caller's variant; the input delivers";
+    EXPECT_EQ(Listing(m_P.get()), L"<null>=6/0 Other=2/0 Obj=0/0 Bound=42/0") << "put_Item keeps the caller's variant";
     SmartPtr<IVariant> value;
-    EXPECT_EQ(m_P->get_ItemVariant(1, value.Out()), S_FALSE) << "delivered through the input";
+    EXPECT_EQ(m_P->get_ItemVariant(3, value.Out()), S_FALSE) << "delivered through the input";
     input->value.Reset();
     value.Reset();
-    EXPECT_EQ(m_P->get_ItemVariant(1, value.Out()), S_OK) << "the stored value is the fall-back";
+    EXPECT_EQ(m_P->get_ItemVariant(3, value.Out()), S_OK) << "the stored value is the fall-back";
     EXPECT_EQ(value->get_Integer(), 1);
     EXPECT_GT(s->reads, 0) << "reads go through the getParameter slot";
     EXPECT_GT(s->locks, 0) << "and lock through the owner";
