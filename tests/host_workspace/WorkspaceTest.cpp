@@ -35,7 +35,6 @@ TEST(WorkspaceFile, BadFilesNameTheLineAndTheProblem) {
         {"[[object]]\nname = \"A\"\nkind = \"button\"\nid = 1e300\n", "w.toml:4: 'id' of object 'A' must be an integer, not a real"},
         {"[[object]]\nname = \"A\"\nkind = \"result\"\nvalue = \"x\"\n", "w.toml:4: 'value' of object 'A' must be a number, not a text"},
         {"[[object]]\nname = \"A\"\nkind = \"tabs\"\nselector = 1\n", "w.toml:4: 'selector' of object 'A' must be a boolean, not an integer"},
-        {"[[object]]\nname = \"A\"\nkind = \"files\"\nbusy_ms = \"x\"\n", "w.toml:4: 'busy_ms' of object 'A' must be an integer, not a text"},
         {"[[object]]\nname = \"A\"\nparameters = 5\n", "w.toml:3: 'parameters' of object 'A' must be a table, not an integer"},
         {"[[object]]\nname = \"A\"\nchildren = 5\n", "w.toml:3: 'children' of object 'A' must be an array of tables, not an integer"},
         {"[[object]]\nname = \"A\"\nparameters = { P = [1, 2] }\n", "w.toml:3: parameter 'P' must be a number, a boolean or a text"},
