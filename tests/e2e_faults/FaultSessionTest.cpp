@@ -115,24 +115,17 @@ std::vector<std::string> Entries(const std::string& reply) {
 // its value alone.
 bool OneEntryDegraded(const std::string& want, const std::string& got) {
     const std::vector<std::string> wanted = Entries(want), gotten = Entries(got);
-    if (gotten.size() != wanted.size() && gotten.size() + 1 != wanted.size()) return false;
-    size_t w = 0, g = 0, degraded = 0;
-    while (w < wanted.size()) {
-        if (g < gotten.size() && gotten[g] == wanted[w]) {
-            ++w, ++g;
-            continue;
-        }
-        if (++degraded > 1) return false;
-        const size_t equals = wanted[w].find('=');
-        const std::string name = equals == std::string::npos ? "" : wanted[w].substr(0, equals);
-        const std::string value = equals == std::string::npos ? wanted[w] : wanted[w].substr(equals + 1);
-        const bool replaced = g < gotten.size() && !name.empty() &&
-                              (gotten[g] == name + "=" || gotten[g] == value);
-        if (replaced) ++g;
-        else if (gotten.size() == wanted.size()) return false;  // nothing was dropped: the entry must be there
-        ++w;
-    }
-    return g == gotten.size();
+    // The entries that differ lie between the longest common beginning and end.
+    size_t front = 0, back = 0;
+    while (front < wanted.size() && front < gotten.size() && wanted[front] == gotten[front]) ++front;
+    while (front + back < wanted.size() && front + back < gotten.size() &&
+           wanted[wanted.size() - 1 - back] == gotten[gotten.size() - 1 - back])
+        ++back;
+    if (front + back + 1 != wanted.size()) return false;  // exactly one wanted entry differs
+    if (gotten.size() + 1 == wanted.size()) return true;   // and it was dropped
+    const size_t equals = wanted[front].find('=');
+    return gotten.size() == wanted.size() && equals != std::string::npos && equals > 0 &&
+           (gotten[front] == wanted[front].substr(0, equals + 1) || gotten[front] == wanted[front].substr(equals + 1));
 }
 
 // A run under a failing creation against the run without one, line by line: the same reply, "?"
