@@ -180,7 +180,7 @@ TEST(WksHost, SessionsAndRefusals) {
         std::ofstream("e2e-session.txt") << "Lamp=1\nLamp?\nStation.ResultsView?\nNobody\nVar1=5\nVar1?\nBreak\nLamp?\n";
         std::ofstream("e2e-bad.toml") << "[[object]]\nname = \"A\"\n\n[[object]]\nname = \"B\"\nkind = \"teapot\"\n";
         std::ofstream("e2e-warned.toml") << "[[object]]\nname = \"Breaker\"\nkind = \"step\"\n";
-        std::ofstream("e2e-lines.txt") << "Var1=5\n" << std::string(70000, 'x') << "\nVar1?\n" << std::string(65, 'y');
+        std::ofstream("e2e-lines.txt") << "Var1=5\n" << std::string(70000, 'x') << "\nVar1?\nVar2=" << std::string(59, 'z') << "\n" << std::string(65, 'y');
     }
     const struct { const char* arguments; int status; const char* output; } rows[] = {
         {"< e2e-session.txt", 0, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n"},
@@ -193,8 +193,8 @@ TEST(WksHost, SessionsAndRefusals) {
         {"--workspace", 2, "--workspace: 1 required FILE missing\nRun with --help for more information.\n"},
         {"--max-line 0", 2, nullptr},
         {"--max-line 64 < e2e-lines.txt", 0,
-         "wks-host: line 2 has 70000 bytes, more than the limit of 64 (--max-line): refused\n?\nVar1=5\n"
-         "wks-host: line 4 has 65 bytes, more than the limit of 64 (--max-line): refused\n?\n"},
+         "wks-host: line 2 has 70000 bytes, more than the limit of 64 (--max-line): refused\n?\nVar1=5\n"  // line 4: 64 bytes, taken
+         "wks-host: line 5 has 65 bytes, more than the limit of 64 (--max-line): refused\n?\n"},
     };
     for (const auto& row : rows) {
         int status = -1;
