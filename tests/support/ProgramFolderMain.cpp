@@ -18,6 +18,10 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "cannot move into the test program's folder\n");
         return 1;
     }
+    if (access("./CollectionsEx.so", R_OK) != 0) {
+        std::fprintf(stderr, "CollectionsEx.so is not beside the test program in %s: run the suite from its build\n", path);
+        return 1;
+    }
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }
