@@ -1,4 +1,4 @@
-// What libc says of single characters in the process's locale: mbtowc and wctomb conversions,
+// What libc says of single characters in the process's locale: multibyte conversions,
 // towlower, and the blank tests of the command language. Characters below 0x80 answer the same way
 // every time in a given locale, so their answers are asked of libc once per locale and then looked
 // up; everything else goes to libc each time.

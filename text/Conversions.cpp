@@ -107,18 +107,24 @@ IString* ISCreate(const wchar_t* text) {
 
 IString* ISCreate(const tagREFString& view) { return StringFromBuffer(view.text, view.length); }
 
-// A byte at which mbtowc fails is appended as U+FFFD; decoding goes on at the next byte.
+// A byte at which decoding fails (also an incomplete character) is appended as U+FFFD; decoding
+// goes on at the next byte. The shift state is this call's own, never libc's hidden one, so
+// conversions on several threads cannot disturb each other.
 IString* ISCreate(const char* bytes, int count) {
     IString* made = CREFString::CreateString();
     if (made == nullptr || bytes == nullptr) return made;
-    std::mbtowc(nullptr, nullptr, 0);  // reset the shift state
+    std::mbstate_t state{};
     int p = 0;
     while (p < count) {
         wchar_t c = 0;
-        const int used = std::mbtowc(&c, bytes + p, static_cast<size_t>(count - p));
-        if (used < 0) c = kReplacement;
+        const size_t used = std::mbrtowc(&c, bytes + p, static_cast<size_t>(count - p), &state);
+        const bool failed = used == static_cast<size_t>(-1) || used == static_cast<size_t>(-2);
+        if (failed) {
+            c = kReplacement;
+            state = std::mbstate_t{};  // undefined after an error: start over at the next byte
+        }
         made->AppendText(1, &c);
-        p += used > 0 ? used : 1;
+        p += failed || used == 0 ? 1 : static_cast<int>(used);
     }
     return made;
 }

@@ -15,7 +15,7 @@ int _swprintf(wchar_t* buffer, size_t capacity, const wchar_t* format, ...);
 // the host's factory is unavailable.
 IString* ISCreate(const wchar_t* text);            // the terminated text; empty for null
 IString* ISCreate(const tagREFString& view);       // the view's characters
-IString* ISCreate(const char* bytes, int count);   // multibyte bytes decoded with mbtowc
+IString* ISCreate(const char* bytes, int count);   // multibyte bytes decoded in the locale
 IString* ISCreate(int value);                      // "%i"
 IString* ISCreate(double value);                   // "%f", or "%e" when that would not fit
 // The variant's string, or its number: "%d" for integers (or any number with precision 0),
