@@ -190,11 +190,12 @@ HRESULT CWKSProtocol::Load(IDataStream* stream, int32_t) {
                 Params_LoadFolderStream(child.get(), PERSIST_REBUILD);
         }
     }
-    // The inputs are replaced only by an object that really is an inputs collection.
-    SmartPtr<IUnknown> inputs;
-    folder->ReadObject(WideName(L"Inputs").get(), inputs.Out(), 0);
-    if (SmartPtr<IInputParameters> loaded = QueryAs<IInputParameters>(inputs.get(), IID_IInputParameters)) {
-        m_InputParameters = std::move(loaded);
-    }
+    // The stream is handed the inputs as they stand, so that a stream that loads an object in
+    // place loads this one; a stream that makes a new object releases the one it was handed and
+    // puts its own there, which is then held as an inputs collection (none if it is not one).
+    IUnknown* place = static_cast<IUnknown*>(m_InputParameters.Detach());
+    folder->ReadObject(WideName(L"Inputs").get(), &place, 0);
+    SmartPtr<IUnknown> read(place);
+    m_InputParameters = QueryAs<IInputParameters>(read.get(), IID_IInputParameters);
     return S_OK;
 }

@@ -153,12 +153,18 @@ TEST_F(Protocol, AssignmentsConvertByTheParameterType) {
 // Loading takes over the inputs object it reads, with exactly one reference: it is the object's
 // inputs from then on and is released with the object.
 TEST_F(Protocol, LoadKeepsTheInputsItReads) {
+    SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(m_Manager.get(), IID_IDataPersist);
+    SmartPtr<IUnknown> inputs;
+    ASSERT_EQ(m_Manager->QueryInterface(IID_IInputParameters, inputs.OutVoid()), S_OK);
+    {  // the stream is handed the inputs as they stand, so that it can load them in place
+        SmartPtr<FakeFolder> inPlace(new FakeFolder());
+        EXPECT_EQ(persist->Load(inPlace.get(), 0), S_OK);
+        EXPECT_EQ(inPlace->handed.get(), inputs.get());
+    }
     SmartPtr<FakeFolder> folder(new FakeFolder());
     folder->readObject.Attach(CreateObject(tagREFString{15, L"InputParameters"}, &IID_IInputParameters));
     ASSERT_TRUE(folder->readObject);
-    SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(m_Manager.get(), IID_IDataPersist);
     EXPECT_EQ(persist->Load(folder.get(), 0), S_OK);
-    SmartPtr<IUnknown> inputs;
     ASSERT_EQ(m_Manager->QueryInterface(IID_IInputParameters, inputs.OutVoid()), S_OK);
     EXPECT_EQ(QueryAs<IUnknown>(inputs.get(), IID_IUnknown).get(),
               QueryAs<IUnknown>(folder->readObject.get(), IID_IUnknown).get());

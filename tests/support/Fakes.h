@@ -103,7 +103,8 @@ public:
 
 // A folder stream in memory: named byte entries (a typed value of type 3 is 4 bytes), named child
 // folders and, when it `lists`, its children as an INamedCollection, as a host's folder stream
-// offers them. ReadObject hands out `readObject`, whatever the name.
+// offers them. ReadObject hands out `readObject`, whatever the name, and keeps in `handed` what
+// the place held when it was called.
 class FakeFolder final : public Fake<IFolderStream>, public INamedCollection {
 public:
     explicit FakeFolder(bool lists = false) : m_Lists(lists) {}
@@ -133,9 +134,13 @@ public:
     }
     HRESULT WriteTyped(IString* name, const void* value, int32_t type) override { return WriteBytes(name, value, type == 3 ? 4 : 0, 0); }
     HRESULT ReadTyped(IString* name, void* value, int32_t type) override { return ReadBytes(name, value, type == 3 ? 4 : 0, 0); }
+    // Records the object the place held; with `readObject`, releases it and puts that one there.
     HRESULT ReadObject(IString*, IUnknown** object, int32_t) override {
+        handed.Assign(*object);
+        if (!readObject) return E_FAIL;
+        if (*object) (*object)->Release();
         *object = readObject.Copy();
-        return readObject ? S_OK : E_FAIL;
+        return S_OK;
     }
     HRESULT get_Count(int32_t* count) override { *count = static_cast<int32_t>(children.size()); return S_OK; }
     HRESULT get_Item(int32_t index, IUnknown** item) override { *item = static_cast<IFolderStream*>(children.at(index).second.Copy()); return S_OK; }
@@ -162,7 +167,7 @@ public:
 
     std::map<std::wstring, std::string> entries;
     std::vector<std::pair<std::wstring, SmartPtr<FakeFolder>>> children;
-    SmartPtr<IUnknown> readObject;
+    SmartPtr<IUnknown> readObject, handed;
     bool m_Lists;
 };
 
