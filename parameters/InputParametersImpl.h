@@ -12,8 +12,6 @@ namespace wksdetail {
 void BindInputMoniker(IUnknown* input, INamedCollection* collection);
 }  // namespace wksdetail
 
-constexpr int32_t PERSIST_COMPACT = 0x800000;
-constexpr int32_t PERSIST_REBUILD = 0x1000000;
 
 template <class T, class I>
 class InputParametersImpl : public IParametersImpl<T, I>,

@@ -7,11 +7,21 @@
 #include <new>
 
 #include "module/SmartPtr.h"
+#include "module/interfaces/Component.h"
 #include "module/interfaces/Inputs.h"
 #include "module/interfaces/Parameters.h"
 #include "module/interfaces/Streams.h"
 #include "parameters/ParameterObject.h"
+#include "text/Conversions.h"
 #include "text/RefString.h"
+
+// Mode bits of every save and load of a parameter collection.
+constexpr int32_t PERSIST_CSV_NAMES = 0x10000;   // CSV: "name=" before each value
+constexpr int32_t PERSIST_COMPACT = 0x800000;    // compact form
+constexpr int32_t PERSIST_REBUILD = 0x1000000;   // loading rebuilds the collection
+constexpr int32_t PERSIST_IN_PLACE = 0x2000000;  // object-form loading into existing objects
+// A parameter flag: the compact form leaves the parameter out.
+constexpr int32_t PARAMETER_NOT_COMPACT = 0x40000;
 
 // Orders entries by name, code point by code point; entries without a name come first.
 int PARAMETERSCompareByName(const void* a, const void* b);
@@ -228,8 +238,50 @@ public:
         return S_OK;
     }
 
-    // The persistence formats are built on these slots later; until then they refuse and write nothing.
-    virtual HRESULT Params_SaveCSV(IDataStream*, int32_t) { return E_NOTIMPL; }             // slot 23
+    // slot 23: the values as one comma-separated record without a line end: each field the value's
+    // text (a text as it is, a number as ISCreate(value, -1) writes it, an object as its name),
+    // with PERSIST_CSV_NAMES preceded by the name and "="; no quoting. The compact form leaves out
+    // parameters flagged PARAMETER_NOT_COMPACT, separator included. Left to us, the byte form: each
+    // text goes to Write whole, as the module's 32-bit wide characters (4 bytes a character), so a
+    // stream never receives half of one. Always 0; a stream that is no CSV stream gets nothing.
+    virtual HRESULT Params_SaveCSV(IDataStream* stream, int32_t mode) {
+        SmartPtr<ICSVStream> csv = QueryAs<ICSVStream>(stream, IID_ICSVStream);
+        if (!csv) return S_OK;
+        auto write = [&](const tagREFString& text) {
+            if (text.length > 0) csv->Write(text.text, text.length * static_cast<int32_t>(sizeof(wchar_t)), 0);
+        };
+        bool first = true;
+        for (int32_t i = 0; i < m_Count; ++i) {
+            int32_t flags = 0;
+            this->get_ItemFlags(i, &flags);
+            if ((mode & PERSIST_COMPACT) && (flags & PARAMETER_NOT_COMPACT)) continue;
+            if (!first) write({1, L","});
+            first = false;
+            if (mode & PERSIST_CSV_NAMES) {
+                SmartPtr<IString> name;
+                this->get_ItemName(i, name.Out());
+                write(TextOf(name.get()));
+                write({1, L"="});
+            }
+            SmartPtr<IVariant> value;
+            this->get_ItemVariant(i, value.Out());
+            SmartPtr<IString> text;
+            if (value && (value->IsString() || value->get_NumberType() != 0)) {
+                text.Attach(ISCreate(value.get(), -1));
+            } else if (value && value->IsObject()) {
+                SmartPtr<IUnknown> object;
+                value->get_Object(object.Out());
+                tagREFString objectName{0, nullptr};
+                SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(object.get(), IID_IObjectInfo);
+                if (info && info->GetName(0, &objectName) >= 0 && objectName.length > 0) write(objectName);
+            }
+            write(TextOf(text.get()));
+        }
+        return S_OK;
+    }
+
+    // The persistence formats below are built on these slots later; until then they refuse and
+    // write nothing.
     virtual HRESULT Params_SaveXML(IDataStream*, int32_t) { return E_NOTIMPL; }             // slot 24
     virtual HRESULT Params_LoadXML(IDataStream*, int32_t, int32_t) { return E_NOTIMPL; }    // slot 25
     virtual HRESULT Params_SaveFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }    // slot 26
@@ -280,7 +332,14 @@ private:
         return wrapped;
     }
 
-    static void Free(PARAMETEROBJECT* entry) { delete entry; }  // the holders release its references
+    static void Free(PARAMETEROBJECT* entry) { delete entry; }
+
+    static tagREFString TextOf(IString* string) {
+        wchar_t* text = nullptr;
+        int32_t length = 0;
+        if (string == nullptr || string->GetText(&text, &length) < 0 || text == nullptr) return {0, nullptr};
+        return {length, text};
+    }  // the holders release its references
 
     HRESULT IndexOfName(IString* key, int32_t* index) {
         wchar_t* text = nullptr;

@@ -233,6 +233,36 @@ TEST_F(Templates, SaveAndLoadDispatchOnTheStreamKind) {
     EXPECT_EQ(s->calls, (Calls{{"SaveFolder", 0x10}, {"LoadXML", 0x1000010}}));
 }
 
+// One record of the values, written to the host's CSV stream as whole wide texts.
+TEST_F(Templates, CsvRecordOfTheValues) {
+    auto saveCsv = Slot<HRESULT (*)(void*, IDataStream*, int32_t)>(m_P.get(), 23);
+    auto record = [&](int32_t mode) {
+        SmartPtr<ICSVStream> csv(static_cast<ICSVStream*>(CreateObject(tagREFString{9, L"CSVStream"}, &IID_ICSVStream)));
+        csv->Open(0, 0x30000);
+        EXPECT_EQ(saveCsv(m_P.get(), csv.get(), mode), S_OK);
+        void* data = nullptr;
+        int32_t bytes = 0;
+        csv->GetBuffer(&data, &bytes);
+        return std::wstring(static_cast<const wchar_t*>(data), static_cast<size_t>(bytes) / sizeof(wchar_t));
+    };
+    EXPECT_EQ(record(PERSIST_CSV_NAMES), L"") << "an empty collection writes nothing";
+    AddInt(L"A", 1, PARAMETER_NOT_COMPACT);
+    SmartPtr<IString> b(ISCreate(L"B")), c(ISCreate(L"C")), abc(ISCreate(L"abc"));
+    SmartPtr<IVariant> real(IVCreate(2.5));
+    m_P->Add(b.get(), real.get(), nullptr, 0);
+    m_P->Add(c.get(), abc.get(), nullptr, 0);
+    EXPECT_EQ(record(0), L"1,2.5,abc");
+    EXPECT_EQ(record(PERSIST_CSV_NAMES), L"A=1,B=2.5,C=abc");
+    EXPECT_EQ(record(PERSIST_CSV_NAMES | PERSIST_COMPACT), L"B=2.5,C=abc") << "no comma before the first field written";
+    SmartPtr<IINIStream> ini(static_cast<IINIStream*>(CreateObject(tagREFString{9, L"INIStream"}, &IID_IINIStream)));
+    ini->Open(0);
+    EXPECT_EQ(saveCsv(m_P.get(), ini.get(), PERSIST_CSV_NAMES), S_OK);
+    void* data = nullptr;
+    int32_t bytes = -1;
+    ini->GetBuffer(&data, &bytes);
+    EXPECT_EQ(bytes, 0) << "a stream that is no CSV stream gets nothing";
+}
+
 TEST_F(Templates, ReplicateGivesTheCopyItsOwnInputs) {
     AddInt(L"Plain", 1);
     SmartPtr<IUnknown> made(CreateObject(tagREFString{14, L"InputParameter"}, &IID_IInputParameter));
