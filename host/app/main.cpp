@@ -7,6 +7,7 @@
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,12 @@ struct Options {
     bool prompt = false;
     bool noPrompt = false;
     size_t maxLine = kDefaultMaxLine;
+    int returnStyle = -1;  // -1: the object's own; 0 comma-separated, 1 INI
 };
+
+// The object's settings, as its property page sets them: item ids of its property table.
+constexpr int32_t kUsePromptItem = 1;
+constexpr int32_t kReturnStyleItem = 2;
 
 // Parses the command line; returns the exit status to stop with, or -1 to go on.
 int ParseOptions(int argc, char** argv, Options& options) {
@@ -49,6 +55,11 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "the longest line accepted, in bytes; a longer line is refused whole (default 1048576, at most 268435456)")
         ->type_name("BYTES")
         ->check(CLI::Range(static_cast<size_t>(1), kLargestMaxLine));
+    app.add_option("--return-style", options.returnStyle,
+                   "the form of replies: csv (one record, fields separated by \",\") or ini (one line per "
+                   "entry, the object's default); set through the object's property table")
+        ->type_name("STYLE")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, int>{{"csv", 0}, {"ini", 1}}, CLI::ignore_case));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -98,11 +109,15 @@ int main(int argc, char** argv) {
         return 1;
     }
     SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(session.Manager(), IID_IUIPropInterrogate);
+    if (options.returnStyle >= 0 && (!settings || settings->Control(kReturnStyleItem, options.returnStyle) < 0)) {
+        std::fprintf(stderr, "wks-host: the object's ReturnStyle setting could not be set\n");
+        return 1;
+    }
 
     const bool showPrompts = options.prompt || (!options.noPrompt && isatty(STDIN_FILENO) != 0);
     auto showPrompt = [&]() {
         int32_t usePrompt = 0;
-        if (showPrompts && settings) settings->Inquire(1, &usePrompt);
+        if (showPrompts && settings) settings->Inquire(kUsePromptItem, &usePrompt);
         if (usePrompt) {
             std::fputs("> ", stdout);
             std::fflush(stdout);

@@ -184,6 +184,8 @@ TEST(WksHost, SessionsAndRefusals) {
     }
     const struct { const char* arguments; int status; const char* output; } rows[] = {
         {"< e2e-session.txt", 0, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n"},
+        {"--return-style csv < e2e-session.txt", 0, "1\nLength=12.25,Width=3.5\n?\nVar1=5\n"},
+        {"--return-style xml", 2, nullptr},
         {"--workspace e2e-bad.toml < /dev/null", 1, "wks-host: e2e-bad.toml:6: unknown kind 'teapot' of object 'B'\n"},
         {"--workspace e2e-warned.toml < /dev/null", 0,
          "wks-host: warning: e2e-warned.toml:2: the name 'Breaker' begins with 'break': a message beginning with it ends "
