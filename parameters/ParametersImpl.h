@@ -12,7 +12,9 @@
 #include "module/interfaces/Parameters.h"
 #include "module/interfaces/Streams.h"
 #include "parameters/ParameterObject.h"
+#include "module/ValueType.h"
 #include "text/Conversions.h"
+#include "text/FileName.h"
 #include "text/RefString.h"
 
 // Mode bits of every save and load of a parameter collection.
@@ -20,8 +22,12 @@ constexpr int32_t PERSIST_CSV_NAMES = 0x10000;   // CSV: "name=" before each val
 constexpr int32_t PERSIST_COMPACT = 0x800000;    // compact form
 constexpr int32_t PERSIST_REBUILD = 0x1000000;   // loading rebuilds the collection
 constexpr int32_t PERSIST_IN_PLACE = 0x2000000;  // object-form loading into existing objects
-// A parameter flag: the compact form leaves the parameter out.
-constexpr int32_t PARAMETER_NOT_COMPACT = 0x40000;
+// Parameter flags that the persistence formats read.
+constexpr int32_t PARAMETER_FILE_NAME = 0x06;        // the text value may be a file name
+constexpr int32_t PARAMETER_SLASHES = 0x30;          // an unresolved file name gets slashes
+constexpr int32_t PARAMETER_RELATIVE_NAME = 0x100;   // a file name relative to the installation
+constexpr int32_t PARAMETER_NOT_COMPACT = 0x40000;   // the compact form leaves it out
+constexpr int32_t PARAMETER_NOT_SAVED = 0x04000000;  // never saved (compact: unless its flags are cleared)
 
 // Orders entries by name, code point by code point; entries without a name come first.
 int PARAMETERSCompareByName(const void* a, const void* b);
@@ -284,8 +290,73 @@ public:
     // write nothing.
     virtual HRESULT Params_SaveXML(IDataStream*, int32_t) { return E_NOTIMPL; }             // slot 24
     virtual HRESULT Params_LoadXML(IDataStream*, int32_t, int32_t) { return E_NOTIMPL; }    // slot 25
-    virtual HRESULT Params_SaveFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }    // slot 26
-    virtual HRESULT Params_LoadFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }    // slot 27
+    // slot 26: each written parameter is one entry of `stream` named after it ("Item<n>" when it
+    // has no name): a plain value when there are no flags or descriptor to write and the value
+    // holds no object, else a child folder with "Flags" (4 bytes), "Value" or "Unknown", and
+    // "Descriptor". File names are written in portable form. Always 0.
+    virtual HRESULT Params_SaveFolderStream(IDataStream* stream, int32_t mode) {
+        SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
+        if (!folder) return S_OK;
+        for (int32_t i = 0; i < m_Count; ++i) SaveToFolder(folder.get(), i, mode);
+        return S_OK;
+    }
+    // slot 27: updates the parameters the folder names, or, with PERSIST_REBUILD, rebuilds the
+    // collection from the folder's entries in their order. File names come back concrete. Always 0.
+    virtual HRESULT Params_LoadFolderStream(IDataStream* stream, int32_t mode) {
+        SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
+        if (!folder) return S_OK;
+        // Left to us: a folder without a named view lists nothing, so nothing is found; rebuilding
+        // then leaves the collection empty.
+        SmartPtr<INamedCollection> entries = QueryAs<INamedCollection>(folder.get(), IID_INamedCollection);
+        if (mode & PERSIST_REBUILD) {
+            this->RemoveAll();
+            int32_t count = 0;
+            if (entries) entries->get_Count(&count);
+            for (int32_t j = 0; j < count; ++j) {
+                SmartPtr<IString> name;
+                SmartPtr<IUnknown> entry;
+                entries->get_ItemName(j, name.Out());
+                entries->get_Item(j, entry.Out());
+                SmartPtr<IVariant> value(CREFString::CreateVariant());
+                SmartPtr<IUnknown> descriptor;
+                int32_t flags = 0;
+                if (SmartPtr<IFolderStream> child = QueryAs<IFolderStream>(entry.get(), IID_IFolderStream)) {
+                    if (child->ReadBytes(FolderName(L"Flags").get(), &flags, 4, 0) < 0) flags = 0;
+                    ReadFolderValue(child.get(), value.get(), flags);
+                    child->ReadObject(FolderName(L"Descriptor").get(), descriptor.Out(), 0);
+                } else if (value) {
+                    folder->ReadValue(name.get(), value.get());
+                }
+                this->Add(name.get(), value.get(), descriptor.get(), flags);
+            }
+            return S_OK;
+        }
+        const int32_t count = m_Count;
+        for (int32_t i = 0; i < count && entries; ++i) {
+            SmartPtr<IString> name;
+            this->get_ItemName(i, name.Out());
+            int32_t index = -1;
+            if (!name || entries->get_Index(name.get(), &index) < 0) continue;
+            SmartPtr<IUnknown> entry;
+            entries->get_Item(index, entry.Out());
+            SmartPtr<IVariant> value(CREFString::CreateVariant());
+            SmartPtr<IFolderStream> child = QueryAs<IFolderStream>(entry.get(), IID_IFolderStream);
+            if (!child) {
+                if (value) folder->ReadValue(name.get(), value.get());
+                this->put_Item(i, value.get());
+                continue;
+            }
+            int32_t flags = 0;
+            if (child->ReadBytes(FolderName(L"Flags").get(), &flags, 4, 0) >= 0) this->put_ItemFlags(i, flags);
+            else flags = 0;
+            ReadFolderValue(child.get(), value.get(), flags);
+            this->put_Item(i, value.get());
+            SmartPtr<IUnknown> descriptor;
+            if (child->ReadObject(FolderName(L"Descriptor").get(), descriptor.Out(), 0) >= 0)
+                this->put_ItemDescriptor(i, descriptor.get());
+        }
+        return S_OK;
+    }
     virtual HRESULT Params_SaveXMLUnk(IDataStream*, int32_t) { return E_NOTIMPL; }          // slot 28
     virtual HRESULT Params_LoadXMLUnk(IDataStream*, int32_t) { return E_NOTIMPL; }          // slot 29
 
@@ -333,6 +404,101 @@ private:
     }
 
     static void Free(PARAMETEROBJECT* entry) { delete entry; }
+
+    static SmartPtr<IString> FolderName(const wchar_t* name) { return SmartPtr<IString>(ISCreate(name)); }
+    static SmartPtr<IVariant> Shared(IVariant* value) {
+        SmartPtr<IVariant> held;
+        held.Assign(value);
+        return held;
+    }
+
+    // One parameter into the folder: the compact decisions, then a plain value or a child folder.
+    void SaveToFolder(IFolderStream* folder, int32_t i, int32_t mode) {
+        int32_t flags = 0;
+        this->get_ItemFlags(i, &flags);
+        SmartPtr<IUnknown> descriptor;
+        this->get_ItemDescriptor(i, descriptor.Out());
+        const bool binding = static_cast<bool>(QueryAs<IInputParameter>(descriptor.get(), IID_IInputParameter));
+        int32_t written = flags;
+        if (!(mode & PERSIST_COMPACT)) {
+            if (flags & PARAMETER_NOT_SAVED) return;
+        } else if ((flags & 0xF0) == 0x40 && !binding) {
+            descriptor.Reset();  // a descriptor that is no input binding is dropped in the compact form
+            written = 0;
+        } else if (ValueTypeOf(flags) == VALUE_INT32 || ValueTypeOf(flags) == VALUE_DOUBLE || flags == 9) {
+            written = 0;
+        } else if (descriptor ? (flags & PARAMETER_NOT_SAVED) != 0 : (flags & (PARAMETER_NOT_COMPACT | PARAMETER_NOT_SAVED)) != 0) {
+            return;
+        }
+        SmartPtr<IString> name;
+        this->get_ItemName(i, name.Out());
+        if (TextOf(name.get()).length == 0) {
+            wchar_t numbered[256];
+            _swprintf(numbered, 256, L"Item%d", i + 1);
+            name.Attach(ISCreate(numbered));
+        }
+        SmartPtr<IVariant> value;
+        this->get_ItemVariant(i, value.Out());
+        const bool holdsObject = value && value->IsObject();
+        if (written == 0 && !descriptor && !holdsObject) {
+            folder->WriteValue(name.get(), value.get());
+            return;
+        }
+        SmartPtr<IFolderStream> child;
+        folder->OpenChild(name.get(), 0, child.Out());
+        if (!child) return;
+        SmartPtr<IVariant> toWrite = value;
+        if (written != 0) {
+            child->WriteBytes(FolderName(L"Flags").get(), &written, 4, 0);
+            if ((written & PARAMETER_FILE_NAME) && value) toWrite = PortableFileName(value.get(), written);
+        }
+        if (value && (value->IsString() || !value->IsObject())) {
+            child->WriteValue(FolderName(L"Value").get(), toWrite.get());
+        } else if (!binding && value) {
+            SmartPtr<IUnknown> object;
+            value->get_Object(object.Out());
+            child->WriteObject(FolderName(L"Unknown").get(), object.get(), 0);
+        }
+        if (descriptor) child->WriteObject(FolderName(L"Descriptor").get(), descriptor.get(), 0);
+    }
+
+    // The value to write for a file name: mapped, else (with PARAMETER_RELATIVE_NAME) relative to
+    // the installation; the parameter's own value is left as it is.
+    static SmartPtr<IVariant> PortableFileName(IVariant* value, int32_t flags) {
+        SmartPtr<IString> text;
+        if (value->get_String(text.Out()) < 0 || !text) return Shared(value);
+        SmartPtr<IString> portable;
+        if (FILENAMEMap(text.get(), portable.Out()) < 0) {
+            if (!(flags & PARAMETER_RELATIVE_NAME)) return Shared(value);
+            FILENAMECreateRelative(text.get(), portable.Out());
+        }
+        return SmartPtr<IVariant>(IVCreate(portable.get()));
+    }
+
+    // "Value", or else the object of "Unknown", into `value`; then a file name made concrete.
+    static void ReadFolderValue(IFolderStream* child, IVariant* value, int32_t flags) {
+        if (value == nullptr) return;
+        if (child->ReadValue(FolderName(L"Value").get(), value) < 0) {
+            SmartPtr<IUnknown> object;
+            if (child->ReadObject(FolderName(L"Unknown").get(), object.Out(), 0) >= 0) value->put_Object(object.get());
+        }
+        if (!(flags & PARAMETER_FILE_NAME)) return;
+        SmartPtr<IString> text;
+        if (value->get_String(text.Out()) < 0 || !text) return;
+        SmartPtr<IString> concrete;
+        if (FILENAMEUnmap(text.get(), concrete.Out()) >= 0) {
+            value->put_String(concrete.get());
+        } else if (flags & PARAMETER_RELATIVE_NAME) {
+            FILENAMECreateAbsolute(text.get(), concrete.Out());
+            value->put_String(concrete.get());
+        } else if (flags & PARAMETER_SLASHES) {
+            wchar_t* chars = nullptr;
+            int32_t length = 0;
+            if (text->GetText(&chars, &length) >= 0 && chars != nullptr)
+                for (int32_t k = 0; k < length; ++k)
+                    if (chars[k] == L'\\') chars[k] = L'/';
+        }
+    }
 
     static tagREFString TextOf(IString* string) {
         wchar_t* text = nullptr;

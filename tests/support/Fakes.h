@@ -101,10 +101,11 @@ public:
     bool m_Names;
 };
 
-// A folder stream in memory: named byte entries (a typed value of type 3 is 4 bytes), named child
-// folders and, when it `lists`, its children as an INamedCollection, as a host's folder stream
-// offers them. ReadObject hands out `readObject`, whatever the name, and keeps in `handed` what
-// the place held when it was called.
+// A folder stream in memory: named byte entries (a typed value of type 3 is 4 bytes), values,
+// objects and child folders and, when it `lists`, all of them in the order written as an
+// INamedCollection (a child as its folder, a value as its variant), as a host's folder stream
+// offers them. ReadObject hands out the object written under the name, else `readObject`, and
+// keeps in `handed` what the place held when it was called.
 class FakeFolder final : public Fake<IFolderStream>, public INamedCollection {
 public:
     explicit FakeFolder(bool lists = false) : m_Lists(lists) {}
@@ -119,11 +120,13 @@ public:
     int32_t Release() override { return Fake::Release(); }
     HRESULT OpenChild(IString* name, int32_t, IFolderStream** child) override {
         children.emplace_back(TextOf(name), SmartPtr<FakeFolder>(new FakeFolder(m_Lists)));
+        Record(name, 'c');
         *child = children.back().second.Copy();
         return S_OK;
     }
     HRESULT WriteBytes(IString* name, const void* data, int32_t n, int32_t) override {
         entries[TextOf(name)].assign(static_cast<const char*>(data), n);
+        Record(name, 'b');
         return S_OK;
     }
     HRESULT ReadBytes(IString* name, void* data, int32_t n, int32_t) override {
@@ -135,31 +138,61 @@ public:
     HRESULT WriteTyped(IString* name, const void* value, int32_t type) override { return WriteBytes(name, value, type == 3 ? 4 : 0, 0); }
     HRESULT ReadTyped(IString* name, void* value, int32_t type) override { return ReadBytes(name, value, type == 3 ? 4 : 0, 0); }
     // Records the object the place held; with `readObject`, releases it and puts that one there.
-    HRESULT ReadObject(IString*, IUnknown** object, int32_t) override {
+    HRESULT ReadObject(IString* name, IUnknown** object, int32_t) override {
         handed.Assign(*object);
-        if (!readObject) return E_FAIL;
+        auto found = objects.find(TextOf(name));
+        IUnknown* given = found != objects.end() ? found->second.get() : readObject.get();
+        if (given == nullptr) return E_FAIL;
         if (*object) (*object)->Release();
-        *object = readObject.Copy();
+        given->AddRef();
+        *object = given;
         return S_OK;
     }
-    HRESULT get_Count(int32_t* count) override { *count = static_cast<int32_t>(children.size()); return S_OK; }
-    HRESULT get_Item(int32_t index, IUnknown** item) override { *item = static_cast<IFolderStream*>(children.at(index).second.Copy()); return S_OK; }
+    HRESULT WriteValue(IString* name, IUnknown* value) override {
+        values[TextOf(name)] = QueryAs<IVariant>(value, IID_IVariant);
+        Record(name, 'v');
+        return S_OK;
+    }
+    HRESULT ReadValue(IString* name, IUnknown* into) override {
+        auto found = values.find(TextOf(name));
+        SmartPtr<IVariant> target = QueryAs<IVariant>(into, IID_IVariant);
+        if (found == values.end() || !target) return E_FAIL;
+        return target->put_Object(found->second.get());
+    }
+    HRESULT WriteObject(IString* name, IUnknown* object, int32_t) override {
+        objects[TextOf(name)].Assign(object);
+        Record(name, 'o');
+        return S_OK;
+    }
+    HRESULT get_Count(int32_t* count) override { *count = static_cast<int32_t>(order.size()); return S_OK; }
+    HRESULT get_Item(int32_t index, IUnknown** item) override {
+        const auto& [name, kind] = order.at(index);
+        *item = nullptr;
+        if (kind == 'v') *item = values[name].Copy();
+        for (const auto& [childName, child] : children)
+            if (kind == 'c' && childName == name) *item = static_cast<IFolderStream*>(child.Copy());
+        return S_OK;
+    }
     HRESULT get_Index(IUnknown* key, int32_t* index) override {
         SmartPtr<IString> name = QueryAs<IString>(key, IID_IString);
-        for (*index = 0; *index < static_cast<int32_t>(children.size()); ++*index)
-            if (children[*index].first == TextOf(name.get())) return S_OK;
+        for (*index = 0; *index < static_cast<int32_t>(order.size()); ++*index)
+            if (order[*index].first == TextOf(name.get())) return S_OK;
         *index = -1;
         return E_FAIL;
+    }
+    HRESULT get_ItemName(int32_t index, IString** name) override {
+        *name = names.at(index).Copy();
+        return S_OK;
+    }
+    void Record(IString* name, char kind) {
+        order.emplace_back(TextOf(name), kind);
+        names.emplace_back().Assign(name);
     }
     // Not used by the code under test.
     HRESULT Seek(int32_t, int32_t, int32_t) override { return S_OK; }
     HRESULT GetBuffer(void**, int32_t*) override { return E_NOTIMPL; }
     HRESULT Write(const void*, int32_t, int32_t) override { return E_NOTIMPL; }
-    HRESULT WriteValue(IString*, IUnknown*) override { return S_OK; }
-    HRESULT WriteObject(IString*, IUnknown*, int32_t) override { return S_OK; }
-    HRESULT ReadValue(IString*, IUnknown*) override { return E_FAIL; }
     HRESULT OpenChildAt(IVariant*, int32_t, IFolderStream**) override { return E_FAIL; }
-    HRESULT get_ItemName(int32_t, IString**) override { return E_NOTIMPL; }
     HRESULT Rename(int32_t, IString*) override { return E_NOTIMPL; }
     HRESULT CollectionLock() override { return E_NOTIMPL; }
     HRESULT CollectionUnlock() override { return E_NOTIMPL; }
@@ -167,6 +200,10 @@ public:
 
     std::map<std::wstring, std::string> entries;
     std::vector<std::pair<std::wstring, SmartPtr<FakeFolder>>> children;
+    std::map<std::wstring, SmartPtr<IVariant>> values;
+    std::map<std::wstring, SmartPtr<IUnknown>> objects;
+    std::vector<std::pair<std::wstring, char>> order;  // every entry written: b(ytes), v(alue), o(bject), c(hild)
+    std::vector<SmartPtr<IString>> names;              // the name strings of `order`
     SmartPtr<IUnknown> readObject, handed;
     bool m_Lists;
 };

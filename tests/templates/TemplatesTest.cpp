@@ -57,10 +57,16 @@ public:
     HRESULT Params_SaveXML(IDataStream*, int32_t mode) override { calls.emplace_back("SaveXML", mode); return S_OK; }
     HRESULT Params_LoadXML(IDataStream*, int32_t mode, int32_t) override { calls.emplace_back("LoadXML", mode); return S_OK; }
     HRESULT Params_SaveFolderStream(IDataStream* s, int32_t mode) override {
+        if (!record) return IParametersImpl::Params_SaveFolderStream(s, mode);
         calls.emplace_back(s ? "SaveFolder" : "SaveFolder(null)", mode);
         return S_OK;
     }
-    HRESULT Params_LoadFolderStream(IDataStream*, int32_t mode) override { calls.emplace_back("LoadFolder", mode); return S_OK; }
+    HRESULT Params_LoadFolderStream(IDataStream* s, int32_t mode) override {
+        if (!record) return IParametersImpl::Params_LoadFolderStream(s, mode);
+        calls.emplace_back("LoadFolder", mode);
+        return S_OK;
+    }
+    bool record = true;  // the folder format's slots record their calls instead of working
     HRESULT getParameter(PARAMETEROBJECT* entry, IUnknown** value) override {
         ++reads;
         return IParametersImpl::getParameter(entry, value);
@@ -261,6 +267,66 @@ TEST_F(Templates, CsvRecordOfTheValues) {
     int32_t bytes = -1;
     ini->GetBuffer(&data, &bytes);
     EXPECT_EQ(bytes, 0) << "a stream that is no CSV stream gets nothing";
+}
+
+// The folder entries in order: a value as name=text, a child as name(entries), bytes as name#hex.
+std::wstring Layout(FakeFolder* folder) {
+    std::wstring out;
+    for (const auto& [name, kind] : folder->order) {
+        out += (out.empty() ? L"" : L" ") + name;
+        if (kind == 'v') {
+            SmartPtr<IString> text(ISCreate(folder->values[name].get(), -1));
+            out += L"=" + TextOf(text.get());
+        } else if (kind == 'b') {
+            out += L"#";
+            for (unsigned char byte : folder->entries[name]) out += L"0123456789ABCDEF"[byte >> 4], out += L"0123456789ABCDEF"[byte & 15];
+        } else if (kind == 'c') {
+            for (const auto& [childName, child] : folder->children)
+                if (childName == name) out += L"(" + Layout(child.get()) + L")";
+        }
+    }
+    return out;
+}
+
+// Each parameter one entry: a plain value, or a folder with its flags and value; the compact form
+// drops the flags of simple numbers and saves what it would otherwise hide; loading updates by
+// name or rebuilds in the folder's order.
+TEST_F(Templates, FolderLayoutAndBothLoadingForms) {
+    s->record = false;
+    SmartPtr<IString> title(ISCreate(L"Title")), abc(ISCreate(L"abc")), source(ISCreate(L"Source")),
+        file(ISCreate(L"/srv/data/x.csv"));
+    AddInt(L"Gain", 5, 3);
+    m_P->Add(title.get(), abc.get(), nullptr, 0);
+    m_P->Add(source.get(), file.get(), nullptr, 0x106);
+    AddInt(nullptr, 7);
+    AddInt(L"Hidden", 1, 0x04000003);
+    auto save = Slot<HRESULT (*)(void*, IDataStream*, int32_t)>(m_P.get(), 26);
+    auto load = Slot<HRESULT (*)(void*, IDataStream*, int32_t)>(m_P.get(), 27);
+
+    SmartPtr<FakeFolder> full(new FakeFolder(true)), compact(new FakeFolder(true));
+    EXPECT_EQ(save(m_P.get(), full.get(), 0), S_OK);
+    EXPECT_EQ(Layout(full.get()), L"Gain(Flags#03000000 Value=5) Title=abc Source(Flags#06010000 Value=/srv/data/x.csv) Item4=7");
+    EXPECT_EQ(save(m_P.get(), compact.get(), PERSIST_COMPACT), S_OK);
+    EXPECT_EQ(Layout(compact.get()), L"Gain=5 Title=abc Source(Flags#06010000 Value=/srv/data/x.csv) Item4=7 Hidden=1");
+
+    // Update form: the parameters the folder names take its values and flags; the rest stay.
+    for (int32_t i = 0; i < 5; ++i) m_P->put_ItemFlags(i, 0x20);
+    SmartPtr<IVariant> zero(IVCreate(0));
+    m_P->put_Item(0, zero.get());
+    EXPECT_EQ(load(m_P.get(), full.get(), 0), S_OK);
+    EXPECT_EQ(Listing(m_P.get()), L"Gain=5/3 Title=0/32 Source=0/262 <null>=7/32 Hidden=1/32");
+    SmartPtr<IVariant> sourceValue;
+    m_P->get_ItemVariant(2, sourceValue.Out());
+    SmartPtr<IString> sourceText;
+    sourceValue->get_String(sourceText.Out());
+    EXPECT_EQ(TextOf(sourceText.get()), L"/srv/data/x.csv");
+
+    // Rebuild form: the collection becomes the folder's entries, in its order.
+    EXPECT_EQ(load(m_P.get(), full.get(), PERSIST_REBUILD), S_OK);
+    EXPECT_EQ(Listing(m_P.get()), L"Gain=5/3 Title=0/0 Source=0/262 Item4=7/0");
+    SmartPtr<FakeFolder> plain(new FakeFolder(false));  // no named view: nothing to find
+    EXPECT_EQ(load(m_P.get(), plain.get(), PERSIST_REBUILD), S_OK);
+    EXPECT_EQ(Listing(m_P.get()), L"");
 }
 
 TEST_F(Templates, ReplicateGivesTheCopyItsOwnInputs) {
