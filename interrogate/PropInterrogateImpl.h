@@ -5,9 +5,14 @@
 #include <cstring>
 #include <new>
 
+#include <utility>
+
+#include "module/Module.h"
 #include "module/SmartPtr.h"
-#include "module/interfaces/Component.h"
 #include "module/ValueType.h"
+#include "module/interfaces/Component.h"
+#include "text/Conversions.h"
+#include "text/FileName.h"
 #include "text/RefString.h"
 
 constexpr int32_t UIPROP_TABLE_ID = 0x2000000;  // addresses the table as a whole
@@ -174,11 +179,107 @@ public:
         }
     }
 
-    // Saving and loading the items' values: their stream formats come later; until then they refuse.
-    virtual HRESULT UIPropInterrogate_SaveFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }  // slot 9
-    virtual HRESULT UIPropInterrogate_LoadFolderStream(IDataStream*, int32_t) { return E_NOTIMPL; }  // slot 10
-    virtual HRESULT UIPropInterrogate_SaveXML(IDataStream*, int32_t) { return E_NOTIMPL; }           // slot 11
-    virtual HRESULT UIPropInterrogate_LoadXML(IDataStream*, int32_t) { return E_NOTIMPL; }           // slot 12
+    // slot 9: one child folder per saved item (not transient, types 0-7), named by its caption
+    // (the captions given, else the owner's string table, else the id), holding "ID" and "Flags"
+    // (4 bytes each) and "Value": 4 bytes for types 0-3 (0 for type 0, which has no value), an
+    // 8-byte double of the single-precision value for types 4 and 5, the string (installation-
+    // relative for file names) for 6, the object for 7. `captions` is consumed. Always 0.
+    virtual HRESULT UIPropInterrogate_SaveFolderStream(INamedCollection* captions, IFolderStream* folder, int32_t) {
+        SmartPtr<INamedCollection> table = CaptionTable(captions);
+        if (folder == nullptr) return S_OK;
+        for (int32_t i = 0; i < m_ItemCount; ++i) {
+            PROPERTYITEM* item = m_Items[i];
+            const int32_t type = ValueTypeOf(static_cast<int32_t>(item->Flags));
+            if ((item->Flags & UIPROP_TRANSIENT) || type > VALUE_OBJECT) continue;
+            SmartPtr<IString> caption = Caption(table.get(), item->ID);
+            SmartPtr<IFolderStream> child;
+            folder->OpenChild(caption.get(), 0, child.Out());
+            if (!child) continue;
+            child->WriteBytes(Name(L"ID").get(), &item->ID, 4, 0);
+            child->WriteBytes(Name(L"Flags").get(), &item->Flags, 4, 0);
+            SmartPtr<IString> value = Name(L"Value");
+            if (type <= VALUE_INT32) {
+                int32_t number = 0;
+                this->Inquire(item->ID, &number);
+                child->WriteBytes(value.get(), &number, 4, 0);
+            } else if (type <= VALUE_DOUBLE) {
+                int32_t bits = 0;
+                this->Inquire(item->ID, &bits);
+                float single = 0;
+                std::memcpy(&single, &bits, 4);
+                const double widened = single;
+                child->WriteBytes(value.get(), &widened, 8, 0);
+            } else {
+                SmartPtr<IUnknown> held;
+                this->InquireEx(item->ID, held.Out());
+                if (type == VALUE_OBJECT) {
+                    child->WriteObject(value.get(), held.get(), 0);
+                    continue;
+                }
+                SmartPtr<IString> text = QueryAs<IString>(held.get(), IID_IString);
+                if (text && (item->Flags & UIPROP_FILENAME)) {
+                    SmartPtr<IString> relative;
+                    FILENAMECreateRelative(text.get(), relative.Out());
+                    text = std::move(relative);
+                }
+                child->WriteValue(value.get(), text.get());
+            }
+        }
+        return S_OK;
+    }
+    // slot 10: reads the children at keys 0, 1, ... up to the first that fails; a child applies to
+    // the first item of its "ID" when its "Flags" name the item's type and the item is not
+    // transient. A missing number leaves the item as it is. Child names play no part. Always 0.
+    virtual HRESULT UIPropInterrogate_LoadFolderStream(IFolderStream* folder, int32_t) {
+        if (folder == nullptr) return S_OK;
+        for (int32_t j = 0;; ++j) {
+            SmartPtr<IVariant> key(IVCreate(j));
+            SmartPtr<IFolderStream> child;
+            if (!key || folder->OpenChildAt(key.get(), 0, child.Out()) < 0 || !child) break;
+            int32_t id = 0;
+            uint32_t flags = 0;
+            if (child->ReadBytes(Name(L"ID").get(), &id, 4, 0) < 0 || child->ReadBytes(Name(L"Flags").get(), &flags, 4, 0) < 0)
+                continue;
+            PROPERTYITEM* item = Find(id);
+            if (item == nullptr || ((flags ^ item->Flags) & 0x0F) != 0 || (item->Flags & UIPROP_TRANSIENT)) continue;
+            const int32_t type = ValueTypeOf(static_cast<int32_t>(item->Flags));
+            SmartPtr<IString> value = Name(L"Value");
+            if (type <= VALUE_INT32) {
+                int32_t number = 0;
+                if (child->ReadBytes(value.get(), &number, 4, 0) >= 0) this->Control(id, number);
+            } else if (type <= VALUE_DOUBLE) {
+                double real = 0;
+                if (child->ReadBytes(value.get(), &real, 8, 0) < 0) continue;
+                const float single = static_cast<float>(real);
+                int32_t bits = 0;
+                std::memcpy(&bits, &single, 4);
+                this->Control(id, bits);
+            } else if (type == VALUE_STRING) {
+                SmartPtr<IString> text(CREFString::CreateString());
+                child->ReadValue(value.get(), text.get());
+                if (text && (flags & UIPROP_FILENAME)) {
+                    SmartPtr<IString> absolute;
+                    FILENAMECreateAbsolute(text.get(), absolute.Out());
+                    text = std::move(absolute);
+                }
+                this->ControlEx(id, text.get());
+            } else if (type == VALUE_OBJECT) {
+                SmartPtr<IUnknown> object;
+                child->ReadObject(value.get(), object.Out(), 0);  // none clears the item
+                this->ControlEx(id, object.get());
+            }
+        }
+        return S_OK;
+    }
+    // slots 11, 12: the XML form of the same values; not written yet.
+    virtual HRESULT UIPropInterrogate_SaveXML(INamedCollection* captions, IDataStream*, int32_t) {
+        if (captions) captions->Release();  // the table given is consumed
+        return E_NOTIMPL;
+    }
+    virtual HRESULT UIPropInterrogate_LoadXML(INamedCollection* captions, IDataStream*, int32_t) {
+        if (captions) captions->Release();
+        return E_NOTIMPL;
+    }
 
     // Adds an item during the owner's construction: a range, or, when `enumeration` is given, a
     // choice list (the item keeps its own reference to it).
@@ -231,6 +332,38 @@ protected:
         for (int32_t i = 0; i < m_ItemCount; ++i)
             if (m_Items[i]->ID == id) return m_Items[i];
         return nullptr;
+    }
+
+    static SmartPtr<IString> Name(const wchar_t* text) { return SmartPtr<IString>(ISCreate(text)); }
+
+    // The caption table: `given` (whose reference is taken over), else the owner's strings from
+    // the host's string table; null when there is none.
+    SmartPtr<INamedCollection> CaptionTable(INamedCollection* given) {
+        SmartPtr<INamedCollection> table(given);
+        if (table) return table;
+        SmartPtr<IComponentString> described(
+            static_cast<IComponentString*>(CreateObject(tagREFString{15, L"ComponentString"}, &IID_IComponentString)));
+        SmartPtr<IString> component;
+        if (described) {
+            described->SetObject(static_cast<I*>(this));
+            described->get_Field(1, component.Out());
+        }
+        SmartPtr<IStringTable> strings(
+            static_cast<IStringTable*>(CreateObject(tagREFString{11, L"StringTable"}, &IID_IStringTable)));
+        if (strings) strings->get_ComponentStrings(component.get(), table.Out());
+        return table;
+    }
+
+    // The caption-table text under the id's decimal text, else that text itself.
+    static SmartPtr<IString> Caption(INamedCollection* table, int32_t id) {
+        SmartPtr<IString> key(ISCreate(id));
+        int32_t index = -1;
+        if (table && key && table->get_Index(key.get(), &index) >= 0) {
+            SmartPtr<IUnknown> entry;
+            table->get_Item(index, entry.Out());
+            if (SmartPtr<IString> text = QueryAs<IString>(entry.get(), IID_IString)) return text;
+        }
+        return key;
     }
 
     PROPERTYITEM** m_Items = nullptr;

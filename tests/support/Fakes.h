@@ -149,15 +149,27 @@ public:
         return S_OK;
     }
     HRESULT WriteValue(IString* name, IUnknown* value) override {
-        values[TextOf(name)] = QueryAs<IVariant>(value, IID_IVariant);
+        values[TextOf(name)].Assign(value);  // a variant or a string, kept as given
         Record(name, 'v');
         return S_OK;
     }
+    // Into a variant, or, for a text value, into a string.
     HRESULT ReadValue(IString* name, IUnknown* into) override {
         auto found = values.find(TextOf(name));
-        SmartPtr<IVariant> target = QueryAs<IVariant>(into, IID_IVariant);
-        if (found == values.end() || !target) return E_FAIL;
-        return target->put_Object(found->second.get());
+        if (found == values.end() || !found->second) return E_FAIL;
+        if (SmartPtr<IVariant> target = QueryAs<IVariant>(into, IID_IVariant)) return target->put_Object(found->second.get());
+        SmartPtr<IString> target = QueryAs<IString>(into, IID_IString), text = QueryAs<IString>(found->second.get(), IID_IString);
+        if (SmartPtr<IVariant> stored = QueryAs<IVariant>(found->second.get(), IID_IVariant)) stored->get_String(text.Out());
+        if (!target || !text) return E_FAIL;
+        const std::wstring copy = TextOf(text.get());
+        return target->SetText(static_cast<int32_t>(copy.size()), copy.c_str());
+    }
+    // The child folder at a number, in the order written.
+    HRESULT OpenChildAt(IVariant* key, int32_t, IFolderStream** child) override {
+        const int32_t index = key ? key->get_Integer() : -1;
+        if (index < 0 || index >= static_cast<int32_t>(children.size())) return E_FAIL;
+        *child = children[index].second.Copy();
+        return S_OK;
     }
     HRESULT WriteObject(IString* name, IUnknown* object, int32_t) override {
         objects[TextOf(name)].Assign(object);
@@ -168,7 +180,7 @@ public:
     HRESULT get_Item(int32_t index, IUnknown** item) override {
         const auto& [name, kind] = order.at(index);
         *item = nullptr;
-        if (kind == 'v') *item = values[name].Copy();
+        if (kind == 'v') *item = values[name].Copy();  // a value entry is no folder
         for (const auto& [childName, child] : children)
             if (kind == 'c' && childName == name) *item = static_cast<IFolderStream*>(child.Copy());
         return S_OK;
@@ -192,7 +204,6 @@ public:
     HRESULT Seek(int32_t, int32_t, int32_t) override { return S_OK; }
     HRESULT GetBuffer(void**, int32_t*) override { return E_NOTIMPL; }
     HRESULT Write(const void*, int32_t, int32_t) override { return E_NOTIMPL; }
-    HRESULT OpenChildAt(IVariant*, int32_t, IFolderStream**) override { return E_FAIL; }
     HRESULT Rename(int32_t, IString*) override { return E_NOTIMPL; }
     HRESULT CollectionLock() override { return E_NOTIMPL; }
     HRESULT CollectionUnlock() override { return E_NOTIMPL; }
@@ -200,7 +211,7 @@ public:
 
     std::map<std::wstring, std::string> entries;
     std::vector<std::pair<std::wstring, SmartPtr<FakeFolder>>> children;
-    std::map<std::wstring, SmartPtr<IVariant>> values;
+    std::map<std::wstring, SmartPtr<IUnknown>> values;
     std::map<std::wstring, SmartPtr<IUnknown>> objects;
     std::vector<std::pair<std::wstring, char>> order;  // every entry written: b(ytes), v(alue), o(bject), c(hild)
     std::vector<SmartPtr<IString>> names;              // the name strings of `order`

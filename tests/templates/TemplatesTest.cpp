@@ -275,7 +275,9 @@ std::wstring Layout(FakeFolder* folder) {
     for (const auto& [name, kind] : folder->order) {
         out += (out.empty() ? L"" : L" ") + name;
         if (kind == 'v') {
-            SmartPtr<IString> text(ISCreate(folder->values[name].get(), -1));
+            IUnknown* value = folder->values[name].get();
+            SmartPtr<IString> text(QueryAs<IString>(value, IID_IString).Detach());
+            if (!text) text.Attach(ISCreate(QueryAs<IVariant>(value, IID_IVariant).get(), -1));
             out += L"=" + TextOf(text.get());
         } else if (kind == 'b') {
             out += L"#";
@@ -327,6 +329,45 @@ TEST_F(Templates, FolderLayoutAndBothLoadingForms) {
     SmartPtr<FakeFolder> plain(new FakeFolder(false));  // no named view: nothing to find
     EXPECT_EQ(load(m_P.get(), plain.get(), PERSIST_REBUILD), S_OK);
     EXPECT_EQ(Listing(m_P.get()), L"");
+}
+
+// Each item's value in a child folder named by its caption; loading goes by the stored id and type,
+// in any order of the children, and passes transient items over.
+TEST_F(Templates, PropertyValuesThroughAFolder) {
+    s->integer = 1;
+    s->real = 2.5;
+    s->text = ISCreate(L"hello");
+    s->word = 7;
+    s->AddItem(1, 0x13, &s->integer, 0, 1);
+    s->AddItem(2, 0x05, &s->real, 0, 0);
+    s->AddItem(3, 0x06, &s->text, 0, 0);
+    s->AddItem(4, 0x04000002, &s->word, 0, 9);
+    SmartPtr<ISuperCollection> captions(CREFString::CreateCollection());
+    SmartPtr<IString> one(ISCreate(L"1")), usePrompt(ISCreate(L"Use Prompt"));
+    captions->Add(one.get(), usePrompt.get(), 0, 0);
+    auto save = Slot<HRESULT (*)(void*, INamedCollection*, IFolderStream*, int32_t)>(m_Table.get(), 9);
+    auto load = Slot<HRESULT (*)(void*, IFolderStream*, int32_t)>(m_Table.get(), 10);
+
+    SmartPtr<FakeFolder> folder(new FakeFolder(true));
+    EXPECT_EQ(save(m_Table.get(), QueryAs<INamedCollection>(captions.get(), IID_INamedCollection).Detach(), folder.get(), 0), S_OK);
+    EXPECT_EQ(Layout(folder.get()), L"Use Prompt(ID#01000000 Flags#13000000 Value#01000000) "
+                                    L"2(ID#02000000 Flags#05000000 Value#0000000000000440) 3(ID#03000000 Flags#06000000 Value=hello)");
+
+    s->integer = 0;
+    s->real = 0;
+    SmartPtr<IString> other(ISCreate(L"other"));
+    m_Table->ControlEx(3, other.get());
+    std::swap(folder->children[0], folder->children[2]);  // the order of the children does not matter
+    EXPECT_EQ(load(m_Table.get(), folder.get(), 0), S_OK);
+    EXPECT_EQ(s->integer, 1);
+    EXPECT_EQ(s->real, 2.5);
+    EXPECT_EQ(TextOf(s->text), L"hello");
+
+    int32_t real = 5;  // a child whose type is not the item's is passed over
+    folder->children[2].second->entries[L"Flags"].assign(reinterpret_cast<const char*>(&real), 4);
+    s->integer = 0;
+    EXPECT_EQ(load(m_Table.get(), folder.get(), 0), S_OK);
+    EXPECT_EQ(s->integer, 0);
 }
 
 TEST_F(Templates, ReplicateGivesTheCopyItsOwnInputs) {
