@@ -266,7 +266,7 @@ public:
             if (mode & PERSIST_CSV_NAMES) {
                 SmartPtr<IString> name;
                 this->get_ItemName(i, name.Out());
-                write(TextOf(name.get()));
+                write(CREFString(name.get()));
                 write({1, L"="});
             }
             SmartPtr<IVariant> value;
@@ -281,7 +281,7 @@ public:
                 SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(object.get(), IID_IObjectInfo);
                 if (info && info->GetName(0, &objectName) >= 0 && objectName.length > 0) write(objectName);
             }
-            write(TextOf(text.get()));
+            write(CREFString(text.get()));
         }
         return S_OK;
     }
@@ -432,7 +432,7 @@ private:
         }
         SmartPtr<IString> name;
         this->get_ItemName(i, name.Out());
-        if (TextOf(name.get()).length == 0) {
+        if (CREFString(name.get()).length == 0) {
             wchar_t numbered[256];
             _swprintf(numbered, 256, L"Item%d", i + 1);
             name.Attach(ISCreate(numbered));
@@ -492,20 +492,10 @@ private:
             FILENAMECreateAbsolute(text.get(), concrete.Out());
             value->put_String(concrete.get());
         } else if (flags & PARAMETER_SLASHES) {
-            wchar_t* chars = nullptr;
-            int32_t length = 0;
-            if (text->GetText(&chars, &length) >= 0 && chars != nullptr)
-                for (int32_t k = 0; k < length; ++k)
-                    if (chars[k] == L'\\') chars[k] = L'/';
+            FILENAMESlashes(text.get());
         }
     }
-
-    static tagREFString TextOf(IString* string) {
-        wchar_t* text = nullptr;
-        int32_t length = 0;
-        if (string == nullptr || string->GetText(&text, &length) < 0 || text == nullptr) return {0, nullptr};
-        return {length, text};
-    }  // the holders release its references
+  // the holders release its references
 
     HRESULT IndexOfName(IString* key, int32_t* index) {
         wchar_t* text = nullptr;

@@ -18,28 +18,11 @@ bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
 
 bool SameIgnoringCase(wchar_t a, wchar_t b) { return std::towlower(a) == std::towlower(b); }
 
-// The text of `string`; empty for null.
-tagREFString TextOf(IString* string) {
-    wchar_t* text = nullptr;
-    int32_t length = 0;
-    if (string == nullptr || string->GetText(&text, &length) < 0 || text == nullptr || length < 0) return {0, L""};
-    return {length, text};
-}
-
 // Hands `given` back with a new reference for the caller.
 HRESULT HandBack(IString* given, IString** out) {
     if (given != nullptr) given->AddRef();
     *out = given;
     return S_OK;
-}
-
-// Turns every backslash of `string` into a slash, in the string's own text.
-void Slashes(IString* string) {
-    wchar_t* text = nullptr;
-    int32_t length = 0;
-    if (string == nullptr || string->GetText(&text, &length) < 0 || text == nullptr) return;
-    for (int32_t i = 0; i < length; ++i)
-        if (text[i] == L'\\') text[i] = L'/';
 }
 
 // A new string of the pieces in order; null when the factory has none.
@@ -52,11 +35,19 @@ IString* Concatenate(std::initializer_list<tagREFString> pieces) {
 }
 
 tagREFString Rest(const tagREFString& text, int32_t from) {
-    if (from >= text.length) return {0, L""};
+    if (from >= text.length) return {0, nullptr};
     return {text.length - from, text.text + from};
 }
 
 }  // namespace
+
+void FILENAMESlashes(IString* string) {
+    wchar_t* text = nullptr;
+    int32_t length = 0;
+    if (string == nullptr || string->GetText(&text, &length) < 0 || text == nullptr) return;
+    for (int32_t i = 0; i < length; ++i)
+        if (text[i] == L'\\') text[i] = L'/';
+}
 
 HRESULT FILENAMEGetInstallPath(IString** path) {
     if (path == nullptr) return E_POINTER;
@@ -76,7 +67,7 @@ HRESULT FILENAMEMap(IString* path, IString** mapped) {
     SmartPtr<INamedCollection> mappings;
     const HRESULT listed = registry->get_KeyValues(key.get(), mappings.Out());
     if (listed < 0) return listed;
-    const tagREFString p = TextOf(path);
+    const tagREFString p = CREFString(path);
     int32_t count = 0;
     if (mappings) mappings->get_Count(&count);
     for (int32_t i = 0; i < count; ++i) {  // the first mapping that matches wins, not the longest
@@ -84,14 +75,14 @@ HRESULT FILENAMEMap(IString* path, IString** mapped) {
         mappings->get_Item(i, item.Out());
         SmartPtr<IString> directory = QueryAs<IString>(item.get(), IID_IString);
         if (!directory) continue;
-        const tagREFString v = TextOf(directory.get());
+        const tagREFString v = CREFString(directory.get());
         if (v.length == 0 || v.length > p.length) continue;
         int32_t k = 0;
         while (k < v.length && SameIgnoringCase(p.text[k], v.text[k])) ++k;
         if (k < v.length) continue;
         SmartPtr<IString> name;
         mappings->get_ItemName(i, name.Out());
-        IString* made = Concatenate({{1, L"["}, TextOf(name.get()), {1, L"]"}, Rest(p, v.length)});
+        IString* made = Concatenate({{1, L"["}, CREFString(name.get()), {1, L"]"}, Rest(p, v.length)});
         if (made == nullptr) return E_FAIL;
         *mapped = made;
         return S_OK;
@@ -101,7 +92,7 @@ HRESULT FILENAMEMap(IString* path, IString** mapped) {
 
 HRESULT FILENAMEUnmap(IString* mapped, IString** path) {
     if (path == nullptr) return E_POINTER;
-    const tagREFString t = TextOf(mapped);
+    const tagREFString t = CREFString(mapped);
     if (t.length == 0 || t.text[0] != L'[') return E_FAIL;
     int32_t close = 1;
     while (close < t.length && t.text[close] != L']') ++close;
@@ -112,9 +103,9 @@ HRESULT FILENAMEUnmap(IString* mapped, IString** path) {
     SmartPtr<IString> name(ISCreate(tagREFString{close - 1, t.text + 1}));
     SmartPtr<IString> directory;
     if (registry->get_StringValue(key.get(), name.get(), directory.Out()) < 0 || !directory) return E_FAIL;
-    IString* made = Concatenate({TextOf(directory.get()), Rest(t, close + 1)});
+    IString* made = Concatenate({CREFString(directory.get()), Rest(t, close + 1)});
     if (made == nullptr) return E_FAIL;
-    Slashes(made);
+    FILENAMESlashes(made);
     *path = made;
     return S_OK;
 }
@@ -123,7 +114,7 @@ HRESULT FILENAMECreateRelative(IString* path, IString** relative) {
     if (relative == nullptr) return E_POINTER;
     SmartPtr<IString> install;
     FILENAMEGetInstallPath(install.Out());
-    const tagREFString i = TextOf(install.get()), p = TextOf(path);
+    const tagREFString i = CREFString(install.get()), p = CREFString(path);
     const int32_t m = i.length < p.length ? i.length : p.length;
     if (m == 0) return HandBack(path, relative);
     int32_t k = 0;
@@ -152,24 +143,24 @@ HRESULT FILENAMECreateRelative(IString* path, IString** relative) {
 // slashes.
 HRESULT FILENAMECreateAbsolute(IString* relative, IString** path) {
     if (path == nullptr) return E_POINTER;
-    const tagREFString r = TextOf(relative);
+    const tagREFString r = CREFString(relative);
     if (r.length == 0) return HandBack(relative, path);
     bool colon = false;
     for (int32_t at = 0; at < r.length && !colon; ++at) colon = r.text[at] == L':';
     if (colon || r.text[0] == L'/') {  // already absolute
-        Slashes(relative);
+        FILENAMESlashes(relative);
         return HandBack(relative, path);
     }
     int32_t ups = 0;
     while (3 * ups + 2 < r.length && r.text[3 * ups] == L'.' && r.text[3 * ups + 1] == L'.' && r.text[3 * ups + 2] == L'\\')
         ++ups;
     if (ups == 0 && (r.length < 3 || r.text[1] == L'/')) {
-        Slashes(relative);
+        FILENAMESlashes(relative);
         return HandBack(relative, path);
     }
     SmartPtr<IString> install;
     FILENAMEGetInstallPath(install.Out());
-    const tagREFString i = TextOf(install.get());
+    const tagREFString i = CREFString(install.get());
     int32_t kept = i.length;
     if (ups >= 1 && i.length >= 2) {
         int32_t found = 0;
@@ -179,7 +170,7 @@ HRESULT FILENAMECreateAbsolute(IString* relative, IString** path) {
             break;
         }
     }
-    Slashes(relative);  // the given string's own text, as the rest is copied from it
+    FILENAMESlashes(relative);  // the given string's own text, as the rest is copied from it
     const int32_t skip = 3 * ups < r.length ? 3 * ups : r.length;
     IString* made = Concatenate({{kept, i.text}, {1, L"/"}, Rest(r, skip)});
     if (made == nullptr) return HandBack(relative, path);

@@ -24,6 +24,9 @@ HRESULT FILENAMEUnmap(IString* mapped, IString** path);
 // more than its root with the installation directory.
 HRESULT FILENAMECreateRelative(IString* path, IString** relative);
 
+// Turns every backslash of `string` into a slash, in the string's own text (null: nothing).
+void FILENAMESlashes(IString* string);
+
 // Always S_OK: a new absolute string, or `relative` itself with a new reference when it already is
 // absolute (or too short to be relative). Backslashes of `relative` become slashes in place.
 HRESULT FILENAMECreateAbsolute(IString* relative, IString** path);

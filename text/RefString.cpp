@@ -39,14 +39,14 @@ CREFString::CREFString(const wchar_t* terminated) {
     length = terminated ? static_cast<int32_t>(std::wcslen(terminated)) : 0;
 }
 
-CREFString::CREFString(IDataStream* source) {
+CREFString::CREFString(IDataStream* source) : CREFString(QueryAs<IString>(source, IID_IString).get()) {}
+
+CREFString::CREFString(IString* string) {
     length = 0;
     text = nullptr;
-    SmartPtr<IString> string = QueryAs<IString>(source, IID_IString);
-    if (!string) return;
     wchar_t* chars = nullptr;
     int32_t count = 0;
-    if (string->GetText(&chars, &count) >= 0 && chars != nullptr) {
+    if (string != nullptr && string->GetText(&chars, &count) >= 0 && chars != nullptr && count > 0) {
         text = chars;
         length = count;
     }

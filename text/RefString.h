@@ -24,6 +24,8 @@ public:
     // The text of `source`'s IString; empty when it has none. The view borrows the string's
     // buffer, which stays valid only while the caller keeps its own reference to `source`.
     explicit CREFString(IDataStream* source);
+    // The text of `string`; empty for null. The same borrowing rule holds.
+    explicit CREFString(IString* string);
 
     // The first line up to and including `separator` (without it when `dropSeparator`).
     virtual HRESULT GetLine(tagREFString* line, bool advance, wchar_t separator, bool dropSeparator);
