@@ -89,6 +89,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     for (const std::string& warning : warnings) std::fprintf(stderr, "wks-host: warning: %s\n", warning.c_str());
+    HOSTSetRegistry(workspace.registry);
 
     // The module finds ./CollectionsEx.so relative to the current directory: move beside it.
     const std::string folder = HOSTProgramFolder();

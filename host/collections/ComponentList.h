@@ -17,6 +17,8 @@ HOST_CREATOR(HOSTCreateGlobalComponentCollection)
 HOST_CREATOR(HOSTCreateCSVStream)
 HOST_CREATOR(HOSTCreateINIStream)
 HOST_CREATOR(HOSTCreateStringTable)
+// The registry the file-name functions read ("Registry", host/components/Registry.h).
+HOST_CREATOR(HOSTCreateRegistry)
 // Parameter collections ("ParametersCreatable").
 HOST_CREATOR(HOSTCreateParameters)
 // Inputs ("InputParameters", "InputParameter", "CollectionMoniker").

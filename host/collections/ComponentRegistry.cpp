@@ -22,6 +22,7 @@ public:
             {L"CSVStream", HOSTCreateCSVStream},
             {L"INIStream", HOSTCreateINIStream},
             {L"StringTable", HOSTCreateStringTable},
+            {L"Registry", HOSTCreateRegistry},
             {L"ParametersCreatable", HOSTCreateParameters},
             {L"InputParameters", HOSTCreateInputParameters},
             {L"InputParameter", HOSTCreateInputParameter},

@@ -14,7 +14,7 @@ using Strings = std::map<int, std::wstring>;
 
 std::map<std::wstring, Strings>& Table() {
     static std::map<std::wstring, Strings> table = {
-        {L"WKSProtocol", {{102, L"Comma separated|INI lines"}}},
+        {L"WKSProtocol", {{1, L"Use Prompt"}, {2, L"Return Style"}, {102, L"Comma separated|INI lines"}}},
     };
     return table;
 }

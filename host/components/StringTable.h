@@ -1,5 +1,7 @@
 // "StringTable": the strings that components show to people, kept by component name and
-// number. Built in: component "WKSProtocol", entry 102: the choices of its "ReturnStyle" setting.
+// number. Built in: component "WKSProtocol", entries 1 and 2: the captions of its two settings
+// ("Use Prompt", "Return Style"), which name them in saved files; entry 102: the choices of its
+// "ReturnStyle" setting.
 #pragma once
 
 #include "host/collections/HostObject.h"

@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <toml++/toml.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -14,24 +15,15 @@
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
+#include "host/collections/Utf8.h"
 #include "host/components/HostParameters.h"
 #include "host/components/Inputs.h"
 #include "module/ValueType.h"
 
 namespace {
 
-std::wstring Wide(const std::string& utf8) {
-    std::wstring out;
-    for (size_t i = 0; i < utf8.size();) {
-        const unsigned char c = static_cast<unsigned char>(utf8[i]);
-        const int extra = c < 0x80 ? 0 : c < 0xE0 ? 1 : c < 0xF0 ? 2 : 3;
-        uint32_t code = extra == 0 ? c : c & (0x3F >> extra);
-        for (int k = 1; k <= extra && i + k < utf8.size(); ++k) code = (code << 6) | (utf8[i + k] & 0x3F);
-        out += static_cast<wchar_t>(code);
-        i += 1 + extra;
-    }
-    return out;
-}
+// toml++ has checked that the text is UTF-8.
+std::wstring Wide(std::string_view utf8) { return HOSTWidenUtf8(utf8); }
 
 // Text from the file as it goes into a one-line message: control bytes written as \xNN.
 std::string Shown(std::string_view text) {
@@ -315,10 +307,56 @@ struct Loader {
         return true;
     }
 
+    // [registry]: install_path (an absolute directory of at most 255 characters) and
+    // [registry.mappings] name = directory, kept in the order of the file.
+    bool Registry(const toml::node& node) {
+        const toml::table* table = node.as_table();
+        if (table == nullptr) return Fail(node, std::string("'registry' must be a table, not ") + TypeName(node));
+        for (const auto& [key, value] : *table) {
+            if (key.str() == "install_path") {
+                const toml::value<std::string>* path = value.as_string();
+                if (path == nullptr) return Fail(value, std::string("'install_path' must be a text, not ") + TypeName(value));
+                const std::wstring wide = Wide(path->get());
+                if (wide.empty() || wide.front() != L'/')
+                    return Fail(value, "'install_path' must be an absolute directory, not '" + Shown(path->get()) + "'");
+                // The module reads it into a buffer of 256 characters, the terminator included.
+                if (wide.size() > 255)
+                    return Fail(value, "'install_path' has " + std::to_string(wide.size()) +
+                                           " characters, more than the 255 a component can read");
+                workspace.registry.installPath = wide;
+            } else if (key.str() == "mappings") {
+                const toml::table* mappings = value.as_table();
+                if (mappings == nullptr)
+                    return Fail(value, std::string("'mappings' must be a table, not ") + TypeName(value));
+                // toml++ keeps a table's keys sorted; the first matching mapping wins, so the
+                // order of the file is restored from where each key stands.
+                std::vector<std::pair<toml::source_position, std::pair<std::wstring, std::wstring>>> found;
+                for (const auto& [name, folder] : *mappings) {
+                    const toml::value<std::string>* text = folder.as_string();
+                    if (text == nullptr)
+                        return Fail(folder, "mapping '" + Shown(name.str()) + "' must be a text, not " + TypeName(folder));
+                    if (name.str().empty() || name.str().find_first_of("[]") != std::string_view::npos)
+                        return Fail(folder, "mapping name '" + Shown(name.str()) + "' must be non-empty and without [ ]");
+                    if (text->get().empty()) return Fail(folder, "mapping '" + Shown(name.str()) + "' names no directory");
+                    found.push_back({name.source().begin, {Wide(name.str()), Wide(text->get())}});
+                }
+                std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
+                    return a.first.line != b.first.line ? a.first.line < b.first.line : a.first.column < b.first.column;
+                });
+                for (auto& entry : found) workspace.registry.mappings.push_back(std::move(entry.second));
+            } else {
+                return Fail(value, "unknown key '" + Shown(key.str()) + "' in [registry] (expected install_path, mappings)");
+            }
+        }
+        return true;
+    }
+
     bool Document(const toml::table& document, CWorkspaceObject* root) {
         for (const auto& [key, value] : document)
-            if (key.str() != "object")
-                return Fail(value, "unknown top-level key '" + Shown(key.str()) + "' (expected [[object]])");
+            if (key.str() != "object" && key.str() != "registry")
+                return Fail(value, "unknown top-level key '" + Shown(key.str()) + "' (expected [[object]] or [registry])");
+        if (const toml::node* registry = document.get("registry"))
+            if (!Registry(*registry)) return false;
         const toml::node* objects = document.get("object");
         if (objects == nullptr) return error = At(1) + "no [[object]] tables", false;
         const toml::array* list = objects->as_array();

@@ -18,6 +18,12 @@
 //   children  (array of tables) container, toolbar, tabs, manager, files: the kinds a path can
 //             go through
 //
+// An optional `[registry]` table holds what the host's "Registry" component reports to components:
+//   install_path  (text) the installation directory, absolute, at most 255 characters
+//                 (default: the folder of the running program)
+//   [registry.mappings]  name = directory, one symbolic name per directory, in the file's order
+//                 (a file name under the directory is stored as [name]/rest)
+//
 // The loader refuses what a command could not reach or the objects could not hold rather than
 // guessing: a key of the wrong type, unknown or not taken by the kind; a number out of range
 // (never cast); names that repeat among siblings; names a command line cannot spell (empty,
@@ -28,11 +34,13 @@
 #include <string>
 #include <vector>
 
+#include "host/components/Registry.h"
 #include "host/workspace/WorkspaceObject.h"
 
 struct Workspace {
     SmartPtr<IRunningObjectTableEx> table;  // also answers INamedCollection
     WorkspaceLog log;
+    HostRegistry registry;  // from [registry]; the host hands it to HOSTSetRegistry
 
     CWorkspaceObject* Root() const { return static_cast<CWorkspaceObject*>(table.get()); }
     // The object at a path of top-level and child names separated by ".", or null.

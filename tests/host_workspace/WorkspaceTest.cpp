@@ -1,6 +1,8 @@
 // Reading workspace descriptions, and the objects they make.
 #include <gtest/gtest.h>
 
+#include "host/collections/ComponentList.h"
+#include "host/collections/HostString.h"
 #include "host/workspace/Workspace.h"
 
 namespace {
@@ -15,14 +17,24 @@ std::string Load(const std::string& text, std::vector<std::string>* warnings = n
 }
 
 TEST(WorkspaceFile, BadFilesNameTheLineAndTheProblem) {
-    const struct { const char* text; const char* error; } rows[] = {
+    const struct { std::string text; const char* error; } rows[] = {
         // The top level.
         {"", "w.toml:1: no [[object]] tables"},
         {"object = []\n", "w.toml:1: no [[object]] tables"},
         {"object = 5\n", "w.toml:1: 'object' must be an array of tables ([[object]]), not an integer"},
         {"[object]\nname = \"A\"\n", "w.toml:1: 'object' must be an array of tables ([[object]]), not a table"},
         {"object = [1]\n", "w.toml:1: an object must be a table, not an integer"},
-        {"[objects]\nname = 1\n", "w.toml:1: unknown top-level key 'objects' (expected [[object]])"},
+        {"[objects]\nname = 1\n", "w.toml:1: unknown top-level key 'objects' (expected [[object]] or [registry])"},
+        // The registry table.
+        {"registry = 1\n[[object]]\nname = \"A\"\n", "w.toml:1: 'registry' must be a table, not an integer"},
+        {"[registry]\ninstal_path = \"/x\"\n", "w.toml:2: unknown key 'instal_path' in [registry]"},
+        {"[registry]\ninstall_path = 5\n", "w.toml:2: 'install_path' must be a text, not an integer"},
+        {"[registry]\ninstall_path = \"opt/app\"\n", "w.toml:2: 'install_path' must be an absolute directory, not 'opt/app'"},
+        {"[registry]\ninstall_path = \"/" + std::string(255, 'a') + "\"\n", "w.toml:2: 'install_path' has 256 characters, more than the 255"},
+        {"[registry]\nmappings = 1\n", "w.toml:2: 'mappings' must be a table, not an integer"},
+        {"[registry.mappings]\nData = 1\n", "w.toml:2: mapping 'Data' must be a text, not an integer"},
+        {"[registry.mappings]\n\"D]\" = \"/d\"\n", "w.toml:2: mapping name 'D]' must be non-empty and without [ ]"},
+        {"[registry.mappings]\nData = \"\"\n", "w.toml:2: mapping 'Data' names no directory"},
         {"[[object]\nname = \"A\"\n", "w.toml:1: "},
         // Keys of the wrong type, unknown, or not taken by the kind.
         {"[[object]]\nkind = \"step\"\n", "w.toml:1: object without a name"},
@@ -123,6 +135,59 @@ TEST(WorkspaceFile, GoodFilesBuildTheirObjects) {
     EXPECT_EQ(edges.Find(L"T.b")->m_Value, 7.0);
     EXPECT_EQ(edges.Find(L"F")->IsBusy(), 0);
     EXPECT_EQ(Load("[[object]]\nname = \"F\"\nkind = \"files\"\nbusy_ms = 60000\n"), "");
+}
+
+// The registry keeps the file's order of mappings (the first match wins), not toml++'s sorted one,
+// and the "Registry" component reports what the workspace set.
+TEST(WorkspaceFile, RegistryTableReachesTheRegistryComponent) {
+    Workspace workspace;
+    std::string error;
+    ASSERT_TRUE(WorkspaceLoad("[registry]\ninstall_path = \"/opt/wks\"\n[registry.mappings]\n"
+                              "Zeta = \"/srv/z\"\nAlpha = \"/srv/a\"\nMid = \"/srv/m\"\n[[object]]\nname = \"A\"\n",
+                              "w.toml", workspace, error))
+        << error;
+    const std::vector<std::pair<std::wstring, std::wstring>> order{
+        {L"Zeta", L"/srv/z"}, {L"Alpha", L"/srv/a"}, {L"Mid", L"/srv/m"}};
+    EXPECT_EQ(workspace.registry.mappings, order);
+    EXPECT_EQ(workspace.registry.installPath, L"/opt/wks");
+
+    const int32_t live = HOSTLiveObjects();
+    HOSTSetRegistry(workspace.registry);
+    {
+        SmartPtr<IRegistry> registry;
+        ASSERT_EQ(HOSTCreateRegistry(nullptr, &IID_IRegistry, registry.OutVoid()), S_OK);
+        SmartPtr<IRegistryEx> direct = QueryAs<IRegistryEx>(registry.get(), IID_IRegistryEx);
+        ASSERT_TRUE(direct);
+        wchar_t buffer[256] = {};
+        EXPECT_EQ(direct->ReadStringValue(L"workspace", L"INSTALLPATH", buffer), S_OK) << "keys ignore case";
+        EXPECT_STREQ(buffer, L"/opt/wks");
+        EXPECT_LT(direct->ReadStringValue(L"Workspace", L"Other", buffer), 0);
+
+        SmartPtr<IString> key(HOSTNewString(L"Mappings")), name(HOSTNewString(L"alpha")), value;
+        ASSERT_EQ(registry->get_StringValue(key.get(), name.get(), value.Out()), S_OK);
+        EXPECT_EQ(HOSTText(value.get()), L"/srv/a");
+        SmartPtr<INamedCollection> values;
+        ASSERT_EQ(registry->get_KeyValues(key.get(), values.Out()), S_OK);
+        int32_t count = 0;
+        values->get_Count(&count);
+        ASSERT_EQ(count, 3);
+        for (int32_t i = 0; i < count; ++i) {
+            SmartPtr<IString> itemName;
+            SmartPtr<IUnknown> item;
+            values->get_ItemName(i, itemName.Out());
+            values->get_Item(i, item.Out());
+            SmartPtr<IString> text = QueryAs<IString>(item.get(), IID_IString);
+            EXPECT_EQ(HOSTText(itemName.get()), order[i].first);
+            EXPECT_EQ(HOSTText(text.get()), order[i].second);
+        }
+        SmartPtr<IString> unknown(HOSTNewString(L"Nothing"));
+        EXPECT_LT(registry->get_KeyValues(unknown.get(), values.Out()), 0);
+    }
+    // Without a registry table: no mappings, and the program's own folder as the install path.
+    HOSTSetRegistry(HostRegistry());
+    EXPECT_EQ(HOSTInstallPath().empty(), false);
+    EXPECT_EQ(HOSTInstallPath().back() == L'/', false);
+    EXPECT_EQ(HOSTLiveObjects(), live);
 }
 
 }  // namespace
