@@ -8,10 +8,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "host/app/Files.h"
 #include "host/app/LineReader.h"
+#include "host/app/ObjectFiles.h"
 #include "host/kit/ModuleHost.h"
 #include "host/workspace/Workspace.h"
 
@@ -29,6 +32,10 @@ struct Options {
     bool noPrompt = false;
     size_t maxLine = kDefaultMaxLine;
     int returnStyle = -1;  // -1: the object's own; 0 comma-separated, 1 INI
+    int usePrompt = -1;    // -1: the object's own; 0 off, 1 on
+    std::string state;
+    std::string exportXml;
+    std::string importXml;
 };
 
 // The object's settings, as its property page sets them: item ids of its property table.
@@ -60,6 +67,22 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "entry, the object's default); set through the object's property table")
         ->type_name("STYLE")
         ->transform(CLI::CheckedTransformer(std::map<std::string, int>{{"csv", 0}, {"ini", 1}}, CLI::ignore_case));
+    app.add_option("--use-prompt", options.usePrompt,
+                   "the object's UsePrompt setting: on or off (the object's default); set through its property table")
+        ->type_name("on|off")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, int>{{"on", 1}, {"off", 0}}, CLI::ignore_case));
+    app.add_option("--state", options.state,
+                   "keep the object's settings, parameters and inputs in FILE: loaded at start when it exists, "
+                   "replaced safely after every message that changed them; a FILE that cannot be loaded stops "
+                   "the host and is left as it is")
+        ->type_name("FILE");
+    app.add_option("--import-xml", options.importXml,
+                   "at start, after --state, set the parameters that the XML FILE names (as --export-xml writes it)")
+        ->type_name("FILE");
+    app.add_option("--export-xml", options.exportXml,
+                   "write the object's parameters to the XML FILE, after --state, --import-xml and the settings "
+                   "options, and stop without serving")
+        ->type_name("FILE");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -74,6 +97,9 @@ int ParseOptions(int argc, char** argv, Options& options) {
 int main(int argc, char** argv) {
     Options options;
     if (const int status = ParseOptions(argc, argv, options); status >= 0) return status;
+    // Files named on the command line are relative to where the user started the program, which
+    // the program leaves below.
+    for (std::string* path : {&options.state, &options.importXml, &options.exportXml}) *path = AbsolutePath(*path);
     std::setlocale(LC_ALL, "");  // the host owns the locale; the module decodes under it
 
     // Files named on the command line are read from where the user started the program.
@@ -104,14 +130,49 @@ int main(int argc, char** argv) {
     }
     SmartPtr<INamedCollection> names = QueryAs<INamedCollection>(workspace.table.get(), IID_INamedCollection);
     CProtocolSession session;
-    if (const HRESULT hr = session.Open(host, names.get()); hr != S_OK) {
+    std::unique_ptr<CStateFile> state;
+    if (!options.state.empty()) state = std::make_unique<CStateFile>(options.state);
+    // A saved object is loaded before it is bound, as it was saved unbound.
+    std::string problem;
+    const HRESULT opened = session.Open(host, names.get(), [&](IProtocolManager* object) {
+        return state && !state->Load(object, problem) ? E_FAIL : S_OK;
+    });
+    if (!problem.empty()) {
+        std::fprintf(stderr, "wks-host: %s: %s\n", options.state.c_str(), problem.c_str());
+        return 1;
+    }
+    if (opened != S_OK) {
         std::fprintf(stderr, "wks-host: the WKSProtocol object could not be created and bound (0x%08X)\n",
-                     static_cast<unsigned>(hr));
+                     static_cast<unsigned>(opened));
+        return 1;
+    }
+    if (!options.importXml.empty() && !ImportParametersXml(session.Manager(), options.importXml, problem)) {
+        std::fprintf(stderr, "wks-host: %s: %s\n", options.importXml.c_str(), problem.c_str());
         return 1;
     }
     SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(session.Manager(), IID_IUIPropInterrogate);
-    if (options.returnStyle >= 0 && (!settings || settings->Control(kReturnStyleItem, options.returnStyle) < 0)) {
-        std::fprintf(stderr, "wks-host: the object's ReturnStyle setting could not be set\n");
+    const struct { int value; int32_t item; const char* name; } chosen[] = {
+        {options.returnStyle, kReturnStyleItem, "ReturnStyle"}, {options.usePrompt, kUsePromptItem, "UsePrompt"}};
+    for (const auto& setting : chosen) {
+        if (setting.value >= 0 && (!settings || settings->Control(setting.item, setting.value) < 0)) {
+            std::fprintf(stderr, "wks-host: the object's %s setting could not be set\n", setting.name);
+            return 1;
+        }
+    }
+    // Saves after every message; a failure is reported once until saving works again.
+    bool saveFailed = false;
+    auto saveState = [&]() {
+        if (!state) return true;
+        std::string why;
+        const bool saved = state->Save(session.Manager(), why);
+        if (!saved && !saveFailed) std::fprintf(stderr, "wks-host: %s: cannot save: %s\n", state->Path().c_str(), why.c_str());
+        saveFailed = !saved;
+        return saved;
+    };
+    if (!saveState()) return 1;
+    if (!options.exportXml.empty()) {
+        if (ExportParametersXml(session.Manager(), options.exportXml, problem)) return 0;
+        std::fprintf(stderr, "wks-host: %s: %s\n", options.exportXml.c_str(), problem.c_str());
         return 1;
     }
 
@@ -142,6 +203,7 @@ int main(int argc, char** argv) {
                 std::fwrite(reply, 1, static_cast<size_t>(n), stdout);
                 std::fputc('\n', stdout);
             });
+            saveState();
             if (received == E_BREAK) break;
         }
         std::fflush(stdout);

@@ -78,12 +78,15 @@ HRESULT CModuleHost::Create(const wchar_t* component, const IID& iid, void** obj
     return reinterpret_cast<CREATORFUNCTION>(creator)(nullptr, &wanted, object);
 }
 
-HRESULT CProtocolSession::Open(CModuleHost& host, INamedCollection* names) {
+HRESULT CProtocolSession::Open(CModuleHost& host, INamedCollection* names,
+                               const std::function<HRESULT(IProtocolManager*)>& prepare) {
     Close();
     SmartPtr<IProtocolManager> manager;
     const HRESULT made = host.Create(L"WKSProtocol", IID_IProtocolManager, manager.OutVoid());
     if (made < 0) return made;
     if (!manager) return E_FAIL;
+    if (prepare)
+        if (const HRESULT prepared = prepare(manager.get()); prepared < 0) return prepared;
     SmartPtr<IBindableObject> bindable = QueryAs<IBindableObject>(manager.get(), IID_IBindableObject);
     if (!bindable) return E_NOINTERFACE;
     const HRESULT bound = bindable->Bind(names, nullptr);

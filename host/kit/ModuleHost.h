@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "module/Creator.h"
@@ -51,9 +52,12 @@ private:
 // collects its replies, one per line that produced one.
 class CProtocolSession {
 public:
-    // Creates the object through `host` and binds it to `names` (which may be null). The result
-    // code of the step that failed; the session stays closed then.
-    HRESULT Open(CModuleHost& host, INamedCollection* names);
+    // Creates the object through `host` and binds it to `names` (which may be null). `prepare`,
+    // when given, runs between the two, as a host loads a saved object before wiring it: a failure
+    // it returns stops the opening. The result code of the step that failed; the session stays
+    // closed then.
+    HRESULT Open(CModuleHost& host, INamedCollection* names,
+                 const std::function<HRESULT(IProtocolManager*)>& prepare = nullptr);
     void Close() { m_Manager.Reset(); }
     bool IsOpen() const { return static_cast<bool>(m_Manager); }
     IProtocolManager* Manager() const { return m_Manager.get(); }

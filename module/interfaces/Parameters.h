@@ -24,3 +24,20 @@ public:
     virtual HRESULT Copy(IParameters* source) = 0;    // slot 21
     virtual HRESULT Sort(int32_t) = 0;                // slot 22
 };
+
+class IDataStream;
+
+// The persistence slots that follow Sort in every parameter collection of the framework. They are
+// not reached through QueryInterface: a host calls them by position on the collection's
+// IParametersCreatable. Mode bits: 0x10000 names in CSV, 0x800000 compact form, 0x1000000 rebuild
+// on loading, 0x2000000 load objects in place (object form).
+class IParametersPersist : public IParametersCreatable {
+public:
+    virtual HRESULT Params_SaveCSV(IDataStream* stream, int32_t mode) = 0;             // slot 23
+    virtual HRESULT Params_SaveXML(IDataStream* stream, int32_t mode) = 0;             // slot 24
+    virtual HRESULT Params_LoadXML(IDataStream* stream, int32_t mode, int32_t) = 0;    // slot 25
+    virtual HRESULT Params_SaveFolderStream(IDataStream* stream, int32_t mode) = 0;    // slot 26
+    virtual HRESULT Params_LoadFolderStream(IDataStream* stream, int32_t mode) = 0;    // slot 27
+    virtual HRESULT Params_SaveXMLUnk(IDataStream* stream, int32_t mode) = 0;          // slot 28
+    virtual HRESULT Params_LoadXMLUnk(IDataStream* stream, int32_t mode) = 0;          // slot 29
+};

@@ -1,0 +1,96 @@
+#include "host/app/Files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+std::string Reason(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
+
+bool WriteAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(fd, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        bytes.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
+// The permissions a replacement gets: those of the file it replaces, else those of a new file.
+mode_t ReplacementMode(const std::string& path) {
+    struct stat old;
+    if (stat(path.c_str(), &old) == 0) return old.st_mode & 07777;
+    const mode_t mask = umask(0);  // reading the mask sets it: put it back at once
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+}  // namespace
+
+std::string AbsolutePath(const std::string& path) {
+    if (path.empty() || path.front() == '/') return path;
+    char folder[PATH_MAX];
+    if (getcwd(folder, sizeof folder) == nullptr) return path;
+    return std::string(folder) + "/" + path;
+}
+
+bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& error, bool* missing) {
+    if (missing != nullptr) *missing = false;
+    bytes.clear();
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        if (missing != nullptr) *missing = errno == ENOENT;
+        return error = Reason("cannot read"), false;
+    }
+    struct stat status;
+    if (fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+        close(fd);
+        return error = "is a directory", false;
+    }
+    char buffer[65536];
+    for (;;) {
+        const ssize_t got = read(fd, buffer, sizeof buffer);
+        if (got == 0) break;
+        if (got > 0) {
+            bytes.append(buffer, static_cast<size_t>(got));
+        } else if (errno != EINTR) {
+            error = Reason("cannot read");
+            close(fd);
+            return false;
+        }
+    }
+    close(fd);
+    return true;
+}
+
+bool ReplaceFile(const std::string& path, std::string_view bytes, std::string& error) {
+    const size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    std::string temporary = path + ".XXXXXX";
+    const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0) return error = Reason("cannot create a file beside it"), false;
+    fchmod(fd, ReplacementMode(path));  // mkostemp makes it private to its owner
+    bool done = WriteAll(fd, bytes);
+    if (!done) error = Reason("cannot write");
+    if (done && fsync(fd) != 0) done = false, error = Reason("cannot flush");
+    if (close(fd) != 0 && done) done = false, error = Reason("cannot write");
+    if (done && rename(temporary.c_str(), path.c_str()) != 0) done = false, error = Reason("cannot replace");
+    if (!done) {
+        unlink(temporary.c_str());
+        return false;
+    }
+    // The rename is durable once the folder's entry is on disk.
+    const int dir = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir >= 0) {
+        fsync(dir);
+        close(dir);
+    }
+    return true;
+}

@@ -1,0 +1,19 @@
+// Whole-file reading and crash-safe replacement, for the files wks-host keeps.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// `path` made absolute against the current directory (as it stands now), so that it keeps naming
+// the same file after the program moves elsewhere.
+std::string AbsolutePath(const std::string& path);
+
+// Reads the file at `path` into `bytes`. False with `error` set to "cannot read: <reason>" or
+// "is a directory"; `missing` tells whether it failed only because there is no such file.
+bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& error, bool* missing = nullptr);
+
+// Replaces the file at `path` by `bytes` so that a crash at any moment leaves either the old file
+// or the new one, never a mix: the bytes go to a new file in the same folder, which is flushed to
+// disk, renamed over `path`, and then the folder itself is flushed. False with `error` set when any
+// step fails; the old file is then untouched and the temporary file removed.
+bool ReplaceFile(const std::string& path, std::string_view bytes, std::string& error);

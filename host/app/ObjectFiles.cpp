@@ -1,0 +1,77 @@
+#include "host/app/ObjectFiles.h"
+
+#include "host/app/Files.h"
+#include "host/components/FolderStream.h"
+#include "host/components/XmlStream.h"
+#include "module/SmartPtr.h"
+
+namespace {
+
+constexpr int32_t kCompact = 0x800000;
+
+// The persistence slots of the object's parameter collection, which follow IParametersCreatable's.
+SmartPtr<IParametersPersist> ParametersOf(IUnknown* object) {
+    SmartPtr<IParametersCreatable> parameters = QueryAs<IParametersCreatable>(object, IID_IParametersCreatable);
+    SmartPtr<IParametersPersist> persist;
+    persist.Assign(static_cast<IParametersPersist*>(parameters.get()));
+    return persist;
+}
+
+}  // namespace
+
+CStateFile::CStateFile(const std::string& path) : m_Path(AbsolutePath(path)) {}
+
+bool CStateFile::Load(IUnknown* object, std::string& problem) {
+    std::string text;
+    bool missing = false;
+    if (!ReadWholeFile(m_Path, text, problem, &missing)) {
+        if (!missing) return false;
+        m_Known = false;  // the first save creates it
+        return true;
+    }
+    SmartPtr<IFolderStream> folder(HOSTFolderStreamFromText(text, problem));
+    if (!folder) return false;
+    SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(object, IID_IDataPersist);
+    if (!persist) return problem = "the object cannot be loaded", false;
+    if (const HRESULT hr = persist->Load(folder.get(), 0); hr < 0)
+        return problem = "the object refused the saved state (" + std::to_string(hr) + ")", false;
+    m_Last = std::move(text);
+    m_Known = true;
+    return true;
+}
+
+bool CStateFile::Save(IUnknown* object, std::string& problem) {
+    SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(object, IID_IDataPersist);
+    SmartPtr<IFolderStream> folder(HOSTNewFolderStream());
+    if (!persist || !folder) return problem = "cannot save the object", false;
+    // The protocol object reports "not implemented" even after a complete save: its result says nothing.
+    persist->Save(folder.get(), 0);
+    std::string text;
+    if (!HOSTFolderStreamToText(folder.get(), text)) return problem = "cannot write the saved state as text", false;
+    if (m_Known && text == m_Last) return true;
+    if (!ReplaceFile(m_Path, text, problem)) return false;
+    m_Last = std::move(text);
+    m_Known = true;
+    return true;
+}
+
+bool ExportParametersXml(IUnknown* object, const std::string& path, std::string& problem) {
+    SmartPtr<IParametersPersist> parameters = ParametersOf(object);
+    SmartPtr<IXMLStream> stream(HOSTNewXMLStream());
+    if (!parameters || !stream) return problem = "cannot save the parameters", false;
+    parameters->Params_SaveXML(stream.get(), kCompact);
+    std::string text;
+    if (!HOSTXMLStreamToText(stream.get(), text)) return problem = "cannot write the parameters as XML", false;
+    return ReplaceFile(AbsolutePath(path), text, problem);
+}
+
+bool ImportParametersXml(IUnknown* object, const std::string& path, std::string& problem) {
+    std::string text;
+    if (!ReadWholeFile(path, text, problem)) return false;
+    SmartPtr<IXMLStream> stream(HOSTXMLStreamFromText(text, problem));
+    if (!stream) return false;
+    SmartPtr<IParametersPersist> parameters = ParametersOf(object);
+    if (!parameters) return problem = "the object has no parameters", false;
+    parameters->Params_LoadXML(stream.get(), 0, 0);
+    return true;
+}
