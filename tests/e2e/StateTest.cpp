@@ -1,0 +1,115 @@
+// wks-host keeping a protocol object's state in a file across runs, crashes included, and its
+// parameters as hand-editable XML.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <thread>
+
+namespace {
+
+// wks-host with `arguments`, reading `input`; its standard output and error.
+std::string Run(const std::string& arguments, const std::string& input, int& status) {
+    std::ofstream("e2e-in.txt", std::ios::binary) << input;
+    FILE* run = popen(("./wks-host --no-prompt " + arguments + " < e2e-in.txt 2>&1").c_str(), "r");
+    std::string output;
+    if (run == nullptr) return status = -1, output;
+    char buffer[256];
+    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) output.append(buffer, n);
+    const int raw = pclose(run);
+    status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return output;
+}
+
+std::string Contents(const char* path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+class StateFile : public ::testing::Test {
+protected:
+    void TearDown() override {
+        for (const char* file : {"e2e-state.wks", "e2e-params.xml", "e2e-input.txt", "e2e-in.txt"}) std::remove(file);
+    }
+};
+
+// Settings and parameters survive a restart; the XML export and import carry the parameters.
+TEST_F(StateFile, SettingsAndParametersSurviveRestarts) {
+    std::remove("e2e-state.wks");
+    int status = -1;
+    EXPECT_EQ(Run("--state e2e-state.wks --return-style csv", "Var1=42\nVar2=two words\nBreak\n", status), "");
+    EXPECT_EQ(status, 0);
+    // No option this time: the comma-separated form comes from the file.
+    EXPECT_EQ(Run("--state e2e-state.wks", "?\n", status), "Var1=42,Var2=two words\n");
+
+    EXPECT_EQ(Run("--state e2e-state.wks --export-xml e2e-params.xml", "", status), "");
+    EXPECT_EQ(status, 0);
+    const std::string xml = Contents("e2e-params.xml");
+    EXPECT_NE(xml.find("<Var1>42</Var1>"), std::string::npos) << xml;
+    std::ofstream("e2e-params.xml") << std::string(xml).replace(xml.find("<Var1>42<") + 6, 2, "7");
+    EXPECT_EQ(Run("--state e2e-state.wks --import-xml e2e-params.xml", "Var1?\n", status), "Var1=7\n");
+    EXPECT_EQ(Run("--state e2e-state.wks", "Var1?\n", status), "Var1=7\n") << "the import was kept";
+}
+
+// A state file that is not one stops the host and is never overwritten.
+TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
+    const struct { const char* content; const char* problem; } rows[] = {
+        {"", "wks-host: "},
+        {"{\"format\":\"wks-folder\",\"version\":1,\"entries\":[", "wks-host: "},
+        {"{\"format\":\"other\",\"version\":1,\"entries\":[]}", "wks-host: "},
+        {"{\"format\":\"wks-folder\",\"version\":99,\"entries\":[]}", "wks-host: "},
+        {"\x89PNG\r\n", "wks-host: "},
+    };
+    for (const auto& row : rows) {
+        std::ofstream("e2e-state.wks", std::ios::binary) << row.content;
+        int status = -1;
+        const std::string output = Run("--state e2e-state.wks", "Var1=1\n", status);
+        EXPECT_EQ(status, 1) << row.content;
+        EXPECT_EQ(output.rfind(std::string("wks-host: ") , 0), 0u) << output;
+        EXPECT_NE(output.find("e2e-state.wks: "), std::string::npos) << output;
+        EXPECT_EQ(Contents("e2e-state.wks"), row.content) << "untouched";
+    }
+    std::ofstream("e2e-params.xml") << "<wks><Var1>1</Var1>";
+    int status = -1;
+    EXPECT_NE(Run("--import-xml e2e-params.xml", "", status).find("e2e-params.xml: "), std::string::npos);
+    EXPECT_EQ(status, 1);
+}
+
+// The host killed at any moment while it saves leaves a file that loads: the old state or the new.
+TEST_F(StateFile, KillDuringSavesNeverLeavesAHalfWrittenFile) {
+    std::remove("e2e-state.wks");
+    {
+        std::ofstream input("e2e-input.txt");
+        for (int i = 0; i < 20000; ++i) input << "Var1=" << i << "\nVar2=" << std::string(i % 97, 'x') << "\n";
+    }
+    std::mt19937 random(7);
+    for (int round = 0; round < 12; ++round) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            std::freopen("e2e-input.txt", "r", stdin);
+            std::freopen("/dev/null", "w", stdout);
+            execl("./wks-host", "wks-host", "--no-prompt", "--state", "e2e-state.wks", static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20 + random() % 60));
+        kill(child, SIGKILL);
+        int raw = 0;
+        waitpid(child, &raw, 0);
+        int status = -1;
+        const std::string reply = Run("--state e2e-state.wks", "Var1?\n", status);
+        ASSERT_EQ(status, 0) << "round " << round << ": " << reply;
+        ASSERT_EQ(reply.rfind("Var1=", 0), 0u) << reply;
+    }
+}
+
+}  // namespace
