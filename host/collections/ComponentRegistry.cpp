@@ -21,6 +21,7 @@ public:
             {L"GlobalComponentCollection", HOSTCreateGlobalComponentCollection},
             {L"CSVStream", HOSTCreateCSVStream},
             {L"INIStream", HOSTCreateINIStream},
+            {L"XMLStream", HOSTCreateXMLStream},
             {L"StringTable", HOSTCreateStringTable},
             {L"ParametersCreatable", HOSTCreateParameters},
             {L"InputParameters", HOSTCreateInputParameters},
