@@ -2,6 +2,7 @@
 
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <new>
@@ -282,16 +283,39 @@ std::string Where(std::string_view text, size_t offset) {
            std::to_string(offset - start + 1) + ")";
 }
 
-bool WellFormed(const char* utf8) { return FindBadUtf8(utf8) == std::string_view::npos; }
+// Whether `text` holds a character reference (as the parser reads them: &#digits; or &#xhex;) to
+// something that is no Unicode scalar value, U+0000 included, which the parser would write as a
+// NUL that cuts the text short, or as bytes that are not UTF-8.
+bool HasBadReference(const char* text) {
+    for (const char* at = std::strstr(text, "&#"); at != nullptr; at = std::strstr(at + 1, "&#")) {
+        const bool hex = at[2] == 'x';
+        const char* digit = at + (hex ? 3 : 2);
+        uint64_t value = 0;
+        int count = 0;
+        for (;; ++digit, ++count) {
+            const char c = *digit;
+            int d;
+            if (c >= '0' && c <= '9')
+                d = c - '0';
+            else if (hex && ((c | ' ') >= 'a' && (c | ' ') <= 'f'))
+                d = (c | ' ') - 'a' + 10;
+            else
+                break;
+            value = std::min<uint64_t>(value * (hex ? 16 : 10) + static_cast<uint64_t>(d), 0x110000);
+        }
+        if (*digit == ';' && count > 0 && !IsScalar(static_cast<uint32_t>(value))) return true;
+    }
+    return false;
+}
 
-// The first node (in document order) whose name, value or attributes are not well-formed UTF-8,
-// which character references to surrogates or beyond U+10FFFF leave behind; empty when none.
-pugi::xml_node FindBadText(pugi::xml_node root) {
+// The first node under `root`, in document order, whose text or attributes hold such a reference;
+// empty when none. `root` comes from a parse that left references as they are written.
+pugi::xml_node FindBadReference(pugi::xml_node root) {
     pugi::xml_node node = root;
     while (node) {
-        if (!WellFormed(node.name()) || !WellFormed(node.value())) return node;
+        if (node.type() == pugi::node_pcdata && HasBadReference(node.value())) return node;
         for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute())
-            if (!WellFormed(a.name()) || !WellFormed(a.value())) return node;
+            if (HasBadReference(a.value())) return node;
         if (node.first_child()) {
             node = node.first_child();
             continue;
@@ -596,9 +620,13 @@ IXMLStream* HOSTXMLStreamFromText(std::string_view utf8, std::string& problem) {
         }
         problem = CheckRoot(document->xml);
         if (!problem.empty()) return E_FAIL;
-        if (const pugi::xml_node bad = FindBadText(document->xml.document_element())) {
+        // The references, as written, from a second reading that leaves them alone.
+        pugi::xml_document written;
+        if (!written.load_buffer(utf8.data(), utf8.size(), kParseOptions & ~pugi::parse_escapes, pugi::encoding_utf8))
+            return E_OUTOFMEMORY;  // the same text read once already: only memory can fail it
+        if (const pugi::xml_node bad = FindBadReference(written)) {
             const ptrdiff_t at = bad.offset_debug();
-            problem = "a character reference to a surrogate or beyond U+10FFFF at " +
+            problem = "a character reference to U+0000, a surrogate or beyond U+10FFFF at " +
                       Where(utf8, at < 0 ? utf8.size() : static_cast<size_t>(at));
             return E_FAIL;
         }

@@ -125,6 +125,7 @@ HOST_API IXMLStream* HOSTNewXMLStream();
 // not an "XMLStream" or the text cannot be made.
 HOST_API bool HOSTXMLStreamToText(IXMLStream* stream, std::string& utf8);
 // A new stream on the root of the document `utf8`; one reference. On malformed input (including
-// bytes that are not UTF-8 and character references outside Unicode) or a root other than
+// bytes that are not UTF-8, NUL bytes, and character references to U+0000, surrogates or beyond
+// U+10FFFF) or a root other than
 // <wks version="1">: null, and `problem` says what and where (byte offset, line and column).
 HOST_API IXMLStream* HOSTXMLStreamFromText(std::string_view utf8, std::string& problem);

@@ -343,7 +343,9 @@ TEST_F(XmlStream, MalformedDocumentsAreRefusedWithWhereAndWhy) {
         {"Surrogate in UTF-8", "<wks version=\"1\">\xED\xA0\x80</wks>", "malformed UTF-8"},
         {"NUL byte", std::string("<wks version=\"1\">\0</wks>", 24), "a NUL byte"},
         {"Surrogate reference", "<wks version=\"1\"><A>&#xD800;</A></wks>", "character reference"},
-        {"Reference beyond Unicode", "<wks version=\"1\"><A>&#x110000;</A></wks>", "character reference"},
+        {"Reference beyond Unicode", "<wks version=\"1\"><A k=\"&#x110000;\"/></wks>", "character reference"},
+        {"Reference to NUL", "<wks version=\"1\"><A>a&#0;b</A></wks>", "character reference"},
+        {"Reference wrapping to NUL", "<wks version=\"1\"><A>&#4294967296;</A></wks>", "character reference"},
     };
     for (const auto& row : rows) {
         std::string problem;
@@ -351,6 +353,9 @@ TEST_F(XmlStream, MalformedDocumentsAreRefusedWithWhereAndWhy) {
         EXPECT_FALSE(stream) << row.name;
         EXPECT_NE(problem.find(row.problem), std::string::npos) << row.name << ": " << problem;
     }
+    std::wstring text;
+    Open(FromText("<wks version=\"1\"><A><![CDATA[&#0;]]></A></wks>").get(), L"A", &text);
+    EXPECT_EQ(text, L"&#0;") << "character data holds no references";
 }
 
 }  // namespace
