@@ -12,10 +12,13 @@
 //     <Colour>
 //       <Value>#FF8000</Value>
 //       <Flags>#000010</Flags>
-//       <InputParameters />          (an object element: named after the object's component)
+//       <InputParameters />
 //     </Colour>
 //     <Max_x0020_speed>12.5</Max_x0020_speed>
 //   </wks>
+//
+// <InputParameters /> is an object element: named after the component of the object that saved
+// itself into it (here, saving nothing), and re-created by that name when read.
 //
 // Writing keeps a current element, at first the stream's own: BeginElement appends a child to it
 // and makes the child current; BeginObjectElement does the same with an element named after the
