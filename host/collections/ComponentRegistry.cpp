@@ -21,6 +21,7 @@ public:
             {L"GlobalComponentCollection", HOSTCreateGlobalComponentCollection},
             {L"CSVStream", HOSTCreateCSVStream},
             {L"INIStream", HOSTCreateINIStream},
+            {L"XMLStream", HOSTCreateXMLStream},
             {L"StringTable", HOSTCreateStringTable},
             {L"Registry", HOSTCreateRegistry},
             {L"ParametersCreatable", HOSTCreateParameters},
