@@ -26,6 +26,14 @@ int32_t Next(std::string_view utf8, size_t& i) {
 
 }  // namespace
 
+size_t HOSTFindBadUtf8(std::string_view utf8) {
+    for (size_t i = 0; i < utf8.size();) {
+        const size_t at = i;
+        if (Next(utf8, i) < 0) return at;
+    }
+    return std::string_view::npos;
+}
+
 bool HOSTDecodeUtf8(std::string_view utf8, std::wstring& out) {
     out.clear();
     out.reserve(utf8.size());

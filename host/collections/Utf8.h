@@ -11,6 +11,9 @@
 // lead or continuation byte, a cut sequence, an overlong form, a surrogate or a code point above
 // U+10FFFF.
 HOST_API bool HOSTDecodeUtf8(std::string_view utf8, std::wstring& out);
+// The offset of the first byte of `utf8` that does not decode (as HOSTDecodeUtf8 would refuse it),
+// or npos when all of it does.
+HOST_API size_t HOSTFindBadUtf8(std::string_view utf8);
 // Like HOSTDecodeUtf8, but every byte that does not decode becomes U+FFFD: for text that must be
 // shown whatever it holds (program paths, messages).
 HOST_API std::wstring HOSTWidenUtf8(std::string_view utf8);

@@ -12,6 +12,7 @@
 #include "host/collections/ComponentRegistry.h"
 #include "host/collections/HostString.h"
 #include "host/collections/InterfaceMap.h"
+#include "host/collections/Utf8.h"
 
 struct CXmlDocument {
     pugi::xml_document xml;
@@ -48,91 +49,25 @@ HRESULT Guarded(F&& body) noexcept {
 
 bool IsScalar(uint32_t c) { return c != 0 && c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF); }
 
-void AppendUtf8(std::string& out, char32_t c) {
-    if (c < 0x80) {
-        out += static_cast<char>(c);
-    } else if (c < 0x800) {
-        out += static_cast<char>(0xC0 | (c >> 6));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        out += static_cast<char>(0xE0 | (c >> 12));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (c >> 18));
-        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
-
 // What XML cannot carry (U+0000, surrogates, values beyond U+10FFFF) becomes U+FFFD.
 std::string ToUtf8(const wchar_t* text, size_t length) {
-    std::string out;
-    out.reserve(length);
-    for (size_t i = 0; i < length; ++i) {
-        const uint32_t c = static_cast<uint32_t>(text[i]);
-        AppendUtf8(out, IsScalar(c) ? c : kReplacement);
-    }
-    return out;
+    std::wstring_view view(text, length);
+    if (view.find(L'\0') == std::wstring_view::npos) return HOSTNarrowUtf8(view);
+    std::wstring copy(view);
+    for (wchar_t& c : copy)
+        if (c == 0) c = static_cast<wchar_t>(kReplacement);
+    return HOSTNarrowUtf8(copy);
 }
 std::string ToUtf8(const std::wstring& text) { return ToUtf8(text.data(), text.size()); }
-
-// The length of the well-formed UTF-8 sequence at `s` (at most `n` bytes) and its scalar value,
-// or 0 when it is malformed: a stray or missing continuation byte, an overlong form, a surrogate,
-// a value beyond U+10FFFF.
-size_t DecodeUtf8(const unsigned char* s, size_t n, char32_t& c) {
-    const unsigned char lead = s[0];
-    size_t length;
-    char32_t least;
-    if (lead < 0x80) {
-        c = lead;
-        return 1;
-    } else if (lead >= 0xC0 && lead < 0xE0) {
-        length = 2, least = 0x80, c = lead & 0x1F;
-    } else if (lead >= 0xE0 && lead < 0xF0) {
-        length = 3, least = 0x800, c = lead & 0x0F;
-    } else if (lead >= 0xF0 && lead < 0xF8) {
-        length = 4, least = 0x10000, c = lead & 0x07;
-    } else {
-        return 0;
-    }
-    if (n < length) return 0;
-    for (size_t i = 1; i < length; ++i) {
-        if ((s[i] & 0xC0) != 0x80) return 0;
-        c = (c << 6) | (s[i] & 0x3F);
-    }
-    return c >= least && IsScalar(c) ? length : 0;
-}
 
 // The offset of the first byte that is not part of well-formed UTF-8, or of the first NUL byte;
 // npos when there is none.
 size_t FindBadUtf8(std::string_view text) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-    char32_t c;
-    for (size_t i = 0; i < text.size();) {
-        const size_t length = DecodeUtf8(bytes + i, text.size() - i, c);
-        if (length == 0 || c == 0) return i;
-        i += length;
-    }
-    return std::string_view::npos;
+    return std::min(HOSTFindBadUtf8(text), text.find('\0'));
 }
 
-// The document's strings are well-formed (checked when read, made so when written); a malformed
-// byte would still read as U+FFFD.
-std::wstring ToWide(const char* utf8) {
-    std::wstring out;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(utf8);
-    const size_t n = std::strlen(utf8);
-    out.reserve(n);
-    char32_t c;
-    for (size_t i = 0; i < n;) {
-        const size_t length = DecodeUtf8(bytes + i, n - i, c);
-        out += static_cast<wchar_t>(length ? c : kReplacement);
-        i += length ? length : 1;
-    }
-    return out;
-}
+// The document's strings are well-formed (checked when read, made so when written).
+std::wstring ToWide(const char* utf8) { return HOSTWidenUtf8(utf8); }
 
 // --- Element names --------------------------------------------------------------------------------
 
