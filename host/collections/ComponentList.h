@@ -13,9 +13,10 @@ HOST_CREATOR(HOSTCreateVariant)
 HOST_CREATOR(HOSTCreateSuperCollection)
 HOST_CREATOR(HOSTCreateComponentString)
 HOST_CREATOR(HOSTCreateGlobalComponentCollection)
-// Streams and the string table ("CSVStream", "INIStream", "StringTable").
+// Streams and the string table ("CSVStream", "INIStream", "FolderStream", "StringTable").
 HOST_CREATOR(HOSTCreateCSVStream)
 HOST_CREATOR(HOSTCreateINIStream)
+HOST_CREATOR(HOSTCreateFolderStream)
 HOST_CREATOR(HOSTCreateStringTable)
 // Parameter collections ("ParametersCreatable").
 HOST_CREATOR(HOSTCreateParameters)

@@ -21,6 +21,7 @@ public:
             {L"GlobalComponentCollection", HOSTCreateGlobalComponentCollection},
             {L"CSVStream", HOSTCreateCSVStream},
             {L"INIStream", HOSTCreateINIStream},
+            {L"FolderStream", HOSTCreateFolderStream},
             {L"StringTable", HOSTCreateStringTable},
             {L"ParametersCreatable", HOSTCreateParameters},
             {L"InputParameters", HOSTCreateInputParameters},
