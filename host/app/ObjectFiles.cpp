@@ -26,6 +26,7 @@ bool CStateFile::Load(IUnknown* object, std::string& problem) {
     bool missing = false;
     if (!ReadWholeFile(m_Path, text, problem, &missing)) {
         if (!missing) return false;
+        problem.clear();
         m_Known = false;  // the first save creates it
         return true;
     }

@@ -13,10 +13,11 @@ HOST_CREATOR(HOSTCreateVariant)
 HOST_CREATOR(HOSTCreateSuperCollection)
 HOST_CREATOR(HOSTCreateComponentString)
 HOST_CREATOR(HOSTCreateGlobalComponentCollection)
-// Streams and the string table ("CSVStream", "INIStream", "XMLStream", "StringTable").
+// Streams and the string table ("CSVStream", "INIStream", "XMLStream", "FolderStream", "StringTable").
 HOST_CREATOR(HOSTCreateCSVStream)
 HOST_CREATOR(HOSTCreateINIStream)
 HOST_CREATOR(HOSTCreateXMLStream)
+HOST_CREATOR(HOSTCreateFolderStream)
 HOST_CREATOR(HOSTCreateStringTable)
 // The registry the file-name functions read ("Registry", host/components/Registry.h).
 HOST_CREATOR(HOSTCreateRegistry)

@@ -22,6 +22,7 @@ public:
             {L"CSVStream", HOSTCreateCSVStream},
             {L"INIStream", HOSTCreateINIStream},
             {L"XMLStream", HOSTCreateXMLStream},
+            {L"FolderStream", HOSTCreateFolderStream},
             {L"StringTable", HOSTCreateStringTable},
             {L"Registry", HOSTCreateRegistry},
             {L"ParametersCreatable", HOSTCreateParameters},

@@ -55,27 +55,43 @@ std::wstring HOSTWidenUtf8(std::string_view utf8) {
     return out;
 }
 
+namespace {
+
+bool IsCodePoint(uint32_t code) { return code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF); }
+
+void Append(uint32_t code, std::string& out) {
+    if (code < 0x80) {
+        out += static_cast<char>(code);
+    } else if (code < 0x800) {
+        out += static_cast<char>(0xC0 | (code >> 6));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    } else if (code < 0x10000) {
+        out += static_cast<char>(0xE0 | (code >> 12));
+        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (code >> 18));
+        out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    }
+}
+
+}  // namespace
+
+bool HOSTEncodeUtf8(std::wstring_view text, std::string& out) {
+    out.clear();
+    out.reserve(text.size());
+    for (wchar_t c : text) {
+        if (!IsCodePoint(static_cast<uint32_t>(c))) return false;
+        Append(static_cast<uint32_t>(c), out);
+    }
+    return true;
+}
+
 std::string HOSTNarrowUtf8(std::wstring_view text) {
     std::string out;
     out.reserve(text.size());
-    for (wchar_t c : text) {
-        uint32_t code = static_cast<uint32_t>(c);
-        if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) code = 0xFFFD;
-        if (code < 0x80) {
-            out += static_cast<char>(code);
-        } else if (code < 0x800) {
-            out += static_cast<char>(0xC0 | (code >> 6));
-            out += static_cast<char>(0x80 | (code & 0x3F));
-        } else if (code < 0x10000) {
-            out += static_cast<char>(0xE0 | (code >> 12));
-            out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (code & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (code >> 18));
-            out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (code & 0x3F));
-        }
-    }
+    for (wchar_t c : text) Append(IsCodePoint(static_cast<uint32_t>(c)) ? static_cast<uint32_t>(c) : 0xFFFD, out);
     return out;
 }

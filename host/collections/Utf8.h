@@ -17,5 +17,8 @@ HOST_API size_t HOSTFindBadUtf8(std::string_view utf8);
 // Like HOSTDecodeUtf8, but every byte that does not decode becomes U+FFFD: for text that must be
 // shown whatever it holds (program paths, messages).
 HOST_API std::wstring HOSTWidenUtf8(std::string_view utf8);
+// Encodes `text` into `out`. False (and `out` unspecified) when it holds a value that is not a
+// code point: a surrogate, or beyond U+10FFFF.
+HOST_API bool HOSTEncodeUtf8(std::wstring_view text, std::string& out);
 // Encodes wide text; a value that is not a code point (a surrogate, beyond U+10FFFF) becomes U+FFFD.
 HOST_API std::string HOSTNarrowUtf8(std::wstring_view text);

@@ -13,10 +13,16 @@ constexpr HOSTInterfaceEntry<CInputParameters> kInputsInterfaces[] = {
     HOSTAnswer<CInputParameters, IInputParameters>(IID_INamedCollection),
     HOSTAnswer<CInputParameters, IInputParameters>(IID_ISimpleCollection),
     HOSTAnswer<CInputParameters, IDataPersist>(IID_IDataPersist),
+    HOSTAnswer<CInputParameters, IObjectInfo>(IID_IObjectInfo),
 };
 constexpr HOSTInterfaceEntry<CCollectionMoniker> kMonikerInterfaces[] = {
     HOSTAnswer<CCollectionMoniker, ICollectionMoniker>(IID_ICollectionMoniker),
+    HOSTAnswer<CCollectionMoniker, IDataPersist>(IID_IDataPersist),
+    HOSTAnswer<CCollectionMoniker, IObjectInfo>(IID_IObjectInfo),
 };
+
+constexpr wchar_t kInputsName[] = L"InputParameters";
+constexpr wchar_t kMonikerName[] = L"CollectionMoniker";
 }  // namespace
 
 // --- InputParameter ------------------------------------------------------------------------------
@@ -168,7 +174,8 @@ HRESULT CInputParameters::get_InputObject(int32_t index, IUnknown** object) {
 HRESULT CInputParameters::Save(IDataStream* stream, int32_t) {
     SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
     if (!folder) return S_OK;
-    SmartPtr<IString> flagsName(HOSTNewString(L"Flags")), iidName(HOSTNewString(L"IID"));
+    SmartPtr<IString> flagsName(HOSTNewString(L"Flags")), iidName(HOSTNewString(L"IID")),
+        monikerName(HOSTNewString(L"Moniker"));
     for (size_t i = 0; i < m_Inputs.size(); ++i) {
         CInputParameter* input = Input(static_cast<int32_t>(i));
         SmartPtr<IString> name(HOSTNewString(input->Name().c_str()));
@@ -180,6 +187,11 @@ HRESULT CInputParameters::Save(IDataStream* stream, int32_t) {
         IID iid;
         input->get_InterfaceID(&iid);
         child->WriteBytes(iidName.get(), iid.bytes, 16, 0);
+        // Only a moniker proper: binding puts the object it found where the moniker goes, and that
+        // object is bound again after loading. The folder refuses a moniker that cannot persist.
+        SmartPtr<IUnknown> moniker;
+        if (input->get_Moniker(moniker.Out()) >= 0 && QueryAs<ICollectionMoniker>(moniker.get(), IID_ICollectionMoniker))
+            child->WriteObject(monikerName.get(), moniker.get(), 0);
     }
     return S_OK;
 }
@@ -188,7 +200,8 @@ HRESULT CInputParameters::Load(IDataStream* stream, int32_t) {
     SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
     SmartPtr<INamedCollection> entries = QueryAs<INamedCollection>(stream, IID_INamedCollection);
     if (!folder || !entries) return S_OK;
-    SmartPtr<IString> flagsName(HOSTNewString(L"Flags")), iidName(HOSTNewString(L"IID"));
+    SmartPtr<IString> flagsName(HOSTNewString(L"Flags")), iidName(HOSTNewString(L"IID")),
+        monikerName(HOSTNewString(L"Moniker"));
     for (size_t i = 0; i < m_Inputs.size(); ++i) {
         CInputParameter* input = Input(static_cast<int32_t>(i));
         SmartPtr<IString> name(HOSTNewString(input->Name().c_str()));
@@ -202,7 +215,17 @@ HRESULT CInputParameters::Load(IDataStream* stream, int32_t) {
         if (child->ReadTyped(flagsName.get(), &flags, 3) >= 0) input->put_InputFlags(flags);
         IID iid;
         if (child->ReadBytes(iidName.get(), iid.bytes, 16, 0) >= 0) input->put_InterfaceID(iid);
+        SmartPtr<IUnknown> moniker;  // null: the folder makes the stored moniker anew
+        if (child->ReadObject(monikerName.get(), moniker.Out(), 0) >= 0 &&
+            QueryAs<ICollectionMoniker>(moniker.get(), IID_ICollectionMoniker))
+            input->put_Moniker(moniker.get());
     }
+    return S_OK;
+}
+
+HRESULT CInputParameters::GetName(int32_t, tagREFString* name) {
+    if (name == nullptr) return E_POINTER;
+    *name = tagREFString{static_cast<int32_t>(std::size(kInputsName) - 1), kInputsName};
     return S_OK;
 }
 
@@ -229,6 +252,31 @@ HRESULT CCollectionMoniker::BindToObject(IID* iid, void** object) {
     *object = nullptr;
     if (!m_Bound) return E_FAIL;
     return m_Bound->QueryInterface(*iid, object);
+}
+
+HRESULT CCollectionMoniker::Save(IDataStream* stream, int32_t) {
+    SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
+    if (!folder) return E_NOTIMPL;
+    SmartPtr<IString> key(HOSTNewString(L"Name")), name(HOSTNewString(m_Name.c_str(), static_cast<int32_t>(m_Name.size())));
+    if (!key || !name) return E_FAIL;
+    return folder->WriteValue(key.get(), name.get());
+}
+
+HRESULT CCollectionMoniker::Load(IDataStream* stream, int32_t) {
+    SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
+    if (!folder) return E_NOTIMPL;
+    SmartPtr<IString> key(HOSTNewString(L"Name")), name(HOSTNewString(L""));
+    if (!key || !name) return E_FAIL;
+    if (const HRESULT hr = folder->ReadValue(key.get(), name.get()); hr < 0) return hr;
+    m_Name = HOSTText(name.get());
+    m_Bound.Reset();
+    return S_OK;
+}
+
+HRESULT CCollectionMoniker::GetName(int32_t, tagREFString* name) {
+    if (name == nullptr) return E_POINTER;
+    *name = tagREFString{static_cast<int32_t>(std::size(kMonikerName) - 1), kMonikerName};
+    return S_OK;
 }
 
 ICollectionMoniker* HOSTNewCollectionMoniker(const wchar_t* name, IUnknown* bound) {

@@ -5,10 +5,15 @@
 //   <input name>/          child folder, one per input
 //       "Flags"            typed value, type 3: the input flags
 //       "IID"              16 bytes: the interface identifier the input expects
-// Bound objects and monikers are not persisted: binding happens again after loading. Loading
-// fills the declared inputs of the same names; saved inputs that are not declared are skipped, and
-// so are inputs missing from the stream. A stream that is not a folder stream (or, for loading,
-// whose folder does not list its entries) is left alone and the result is still 0.
+//       "Moniker"          object entry, only when the input's moniker is a moniker proper (answers
+//                          ICollectionMoniker) that can persist itself: a "CollectionMoniker"
+//                          stores its name as the value "Name"
+// Bound objects are not persisted, and neither is an object that stands in for a moniker (binding
+// puts the object it found there): binding happens again after loading. Loading fills the declared
+// inputs of the same names; saved inputs that are not declared are skipped, and so are inputs
+// missing from the stream; an entry missing from an input's folder leaves that part of the input
+// as it is. A restored moniker is a new, unbound one. A stream that is not a folder stream (or,
+// for loading, whose folder does not list its entries) is left alone and the result is still 0.
 #pragma once
 
 #include <string>
@@ -48,7 +53,7 @@ private:
     int32_t m_InputFlags = 0;
 };
 
-class HOST_API CInputParameters final : public IInputParameters, public IDataPersist,
+class HOST_API CInputParameters final : public IInputParameters, public IDataPersist, public IObjectInfo,
                                         public CHostObject<CInputParameters> {
 public:
     HOST_FORWARD_REFCOUNT
@@ -67,6 +72,8 @@ public:
     // Saving and loading in the layout at the top of this file; `mode` is not used.
     HRESULT Save(IDataStream* stream, int32_t mode) override;
     HRESULT Load(IDataStream* stream, int32_t mode) override;
+    // "InputParameters", the component name a folder stream stores it under.
+    HRESULT GetName(int32_t, tagREFString* name) override;
 
     // The input at `index`, or null; every input is made by AddInput.
     CInputParameter* Input(int32_t index) const;
@@ -77,8 +84,10 @@ private:
 };
 
 // Names one object of a collection. The name is set by the host, not through an interface: with
-// HOSTNewCollectionMoniker, or with SetName on a moniker made by name ("CollectionMoniker").
-class HOST_API CCollectionMoniker final : public ICollectionMoniker, public CHostObject<CCollectionMoniker> {
+// HOSTNewCollectionMoniker, with SetName on a moniker made by name ("CollectionMoniker"), or by
+// loading it from a folder stream, which holds the name as the value "Name".
+class HOST_API CCollectionMoniker final : public ICollectionMoniker, public IDataPersist, public IObjectInfo,
+                                          public CHostObject<CCollectionMoniker> {
 public:
     explicit CCollectionMoniker(std::wstring name = std::wstring()) : m_Name(std::move(name)) {}
     HOST_FORWARD_REFCOUNT
@@ -89,6 +98,13 @@ public:
     HRESULT BindToCollection(INamedCollection* collection, int32_t) override;
     // The bound object asked for `iid`; E_FAIL when unbound.
     HRESULT BindToObject(IID* iid, void** object) override;
+    // The name into a folder stream; E_NOTIMPL for any other stream. `mode` is not used.
+    HRESULT Save(IDataStream* stream, int32_t mode) override;
+    // The name from a folder stream, which leaves the moniker unbound; a stream without "Name"
+    // gives E_FAIL and changes nothing; E_NOTIMPL for a stream that is no folder stream.
+    HRESULT Load(IDataStream* stream, int32_t mode) override;
+    // "CollectionMoniker".
+    HRESULT GetName(int32_t, tagREFString* name) override;
 
     // Binds directly to a known object (a host wiring its own objects); null unbinds.
     void BindTo(IUnknown* object) { m_Bound.Assign(object); }

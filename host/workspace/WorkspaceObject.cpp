@@ -230,6 +230,7 @@ void CWorkspaceObject::AddChild(IUnknown* child, const std::wstring& name) {
 CWorkspaceObject* CWorkspaceObject::Child(const std::wstring& name) const {
     auto found = m_Index.find(name);
     if (found == m_Index.end()) return nullptr;
+    // Other objects answer IObjectInfo too (a moniker names its component): only the class tells.
     SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(m_Children[found->second].second.get(), IID_IObjectInfo);
-    return info ? static_cast<CWorkspaceObject*>(info.get()) : nullptr;
+    return dynamic_cast<CWorkspaceObject*>(info.get());
 }

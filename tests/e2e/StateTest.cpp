@@ -16,7 +16,7 @@
 namespace {
 
 // wks-host with `arguments`, reading `input`; its standard output and error.
-std::string Run(const std::string& arguments, const std::string& input, int& status) {
+std::string RunHost(const std::string& arguments, const std::string& input, int& status) {
     std::ofstream("e2e-in.txt", std::ios::binary) << input;
     FILE* run = popen(("./wks-host --no-prompt " + arguments + " < e2e-in.txt 2>&1").c_str(), "r");
     std::string output;
@@ -46,18 +46,18 @@ protected:
 TEST_F(StateFile, SettingsAndParametersSurviveRestarts) {
     std::remove("e2e-state.wks");
     int status = -1;
-    EXPECT_EQ(Run("--state e2e-state.wks --return-style csv", "Var1=42\nVar2=two words\nBreak\n", status), "");
+    EXPECT_EQ(RunHost("--state e2e-state.wks --return-style csv", "Var1=42\nVar2=two words\nBreak\n", status), "");
     EXPECT_EQ(status, 0);
     // No option this time: the comma-separated form comes from the file.
-    EXPECT_EQ(Run("--state e2e-state.wks", "?\n", status), "Var1=42,Var2=two words\n");
+    EXPECT_EQ(RunHost("--state e2e-state.wks", "?\n", status), "Var1=42,Var2=two words\n");
 
-    EXPECT_EQ(Run("--state e2e-state.wks --export-xml e2e-params.xml", "", status), "");
+    EXPECT_EQ(RunHost("--state e2e-state.wks --export-xml e2e-params.xml", "", status), "");
     EXPECT_EQ(status, 0);
     const std::string xml = Contents("e2e-params.xml");
     EXPECT_NE(xml.find("<Var1>42</Var1>"), std::string::npos) << xml;
     std::ofstream("e2e-params.xml") << std::string(xml).replace(xml.find("<Var1>42<") + 6, 2, "7");
-    EXPECT_EQ(Run("--state e2e-state.wks --import-xml e2e-params.xml", "Var1?\n", status), "Var1=7\n");
-    EXPECT_EQ(Run("--state e2e-state.wks", "Var1?\n", status), "Var1=7\n") << "the import was kept";
+    EXPECT_EQ(RunHost("--state e2e-state.wks --import-xml e2e-params.xml", "Var1?\n", status), "Var1=7\n");
+    EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1?\n", status), "Var1=7\n") << "the import was kept";
 }
 
 // A state file that is not one stops the host and is never overwritten.
@@ -72,7 +72,7 @@ TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
     for (const auto& row : rows) {
         std::ofstream("e2e-state.wks", std::ios::binary) << row.content;
         int status = -1;
-        const std::string output = Run("--state e2e-state.wks", "Var1=1\n", status);
+        const std::string output = RunHost("--state e2e-state.wks", "Var1=1\n", status);
         EXPECT_EQ(status, 1) << row.content;
         EXPECT_EQ(output.rfind(std::string("wks-host: ") , 0), 0u) << output;
         EXPECT_NE(output.find("e2e-state.wks: "), std::string::npos) << output;
@@ -80,7 +80,7 @@ TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
     }
     std::ofstream("e2e-params.xml") << "<wks><Var1>1</Var1>";
     int status = -1;
-    EXPECT_NE(Run("--import-xml e2e-params.xml", "", status).find("e2e-params.xml: "), std::string::npos);
+    EXPECT_NE(RunHost("--import-xml e2e-params.xml", "", status).find("e2e-params.xml: "), std::string::npos);
     EXPECT_EQ(status, 1);
 }
 
@@ -106,7 +106,7 @@ TEST_F(StateFile, KillDuringSavesNeverLeavesAHalfWrittenFile) {
         int raw = 0;
         waitpid(child, &raw, 0);
         int status = -1;
-        const std::string reply = Run("--state e2e-state.wks", "Var1?\n", status);
+        const std::string reply = RunHost("--state e2e-state.wks", "Var1?\n", status);
         ASSERT_EQ(status, 0) << "round " << round << ": " << reply;
         ASSERT_EQ(reply.rfind("Var1=", 0), 0u) << reply;
     }

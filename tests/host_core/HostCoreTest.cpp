@@ -15,6 +15,7 @@
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
 #include "host/collections/SuperCollection.h"
+#include "host/components/FolderStream.h"
 #include "host/components/HostParameters.h"
 #include "host/components/Inputs.h"
 #include "host/components/StringTable.h"
@@ -426,6 +427,8 @@ TEST_F(HostCore, EveryCreationRouteAnswersItsInterfacesAndFailsOnceAsOutOfMemory
     HOSTCreateInputParameters(nullptr, &IID_IInputParameters, inputs.OutVoid());
     const int32_t live = HOSTLiveObjects();
     const char* const parameters = "IParametersCreatable IParameters INamedCollection ISimpleCollection";
+    const char* const moniker = "ICollectionMoniker IDataPersist IObjectInfo";
+    const char* const folder = "IFolderStream IDataStream INamedCollection ISimpleCollection";
     const struct {
         const char* route;
         Route make;
@@ -435,18 +438,21 @@ TEST_F(HostCore, EveryCreationRouteAnswersItsInterfacesAndFailsOnceAsOutOfMemory
         {"HOSTNewString", New([] { return HOSTNewString(L"text"); }), S_OK, "IString ICreatableString"},
         {"HOSTNewCollection", New(HOSTNewCollection), S_OK, "ISuperCollection INamedCollection ISimpleCollection"},
         {"HOSTNewParameters", New(HOSTNewParameters), S_OK, parameters},
-        {"HOSTNewCollectionMoniker", New([] { return HOSTNewCollectionMoniker(L"m"); }), S_OK, "ICollectionMoniker"},
+        {"HOSTNewCollectionMoniker", New([] { return HOSTNewCollectionMoniker(L"m"); }), S_OK, moniker},
+        {"HOSTNewFolderStream", New(HOSTNewFolderStream), S_OK, folder},
         {"CreatableString", Creator(HOSTCreateString), E_FAIL, "IString ICreatableString"},
         {"Variant", Creator(HOSTCreateVariant), E_FAIL, "IVariant"},
         {"SuperCollection", Creator(HOSTCreateSuperCollection), E_FAIL, "ISuperCollection INamedCollection ISimpleCollection"},
         {"ComponentString", Creator(HOSTCreateComponentString), E_FAIL, "IComponentString"},
         {"CSVStream", Creator(HOSTCreateCSVStream), E_FAIL, "ICSVStream IDataStream"},
         {"INIStream", Creator(HOSTCreateINIStream), E_FAIL, "IINIStream IDataStream"},
+        {"FolderStream", Creator(HOSTCreateFolderStream), E_FAIL, folder},
         {"StringTable", Creator(HOSTCreateStringTable), E_FAIL, "IStringTable"},
         {"ParametersCreatable", Creator(HOSTCreateParameters), E_FAIL, parameters},
-        {"InputParameters", Creator(HOSTCreateInputParameters), E_FAIL, "IInputParameters INamedCollection ISimpleCollection IDataPersist"},
+        {"InputParameters", Creator(HOSTCreateInputParameters), E_FAIL,
+         "IInputParameters INamedCollection ISimpleCollection IDataPersist IObjectInfo"},
         {"InputParameter", Creator(HOSTCreateInputParameter), E_FAIL, "IInputParameter"},
-        {"CollectionMoniker", Creator(HOSTCreateCollectionMoniker), E_FAIL, "ICollectionMoniker"},
+        {"CollectionMoniker", Creator(HOSTCreateCollectionMoniker), E_FAIL, moniker},
         {"CreateComponent", [&](void** made) { return m_Global->CreateComponent(tagREFString{7, L"Variant"}, &IID_IVariant, made); }, E_FAIL, nullptr},
         {"CreateInstance", [&](void** made) { return described->CreateInstance(&IID_IVariant, made); }, E_FAIL, nullptr},
         // An input belongs to its collection: the one added, if any, is what came out.
