@@ -3,10 +3,13 @@
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
 #include "host/collections/InterfaceMap.h"
+#include "host/components/PersistFields.h"
 
 namespace {
 constexpr HOSTInterfaceEntry<CInputParameter> kInputInterfaces[] = {
     HOSTAnswer<CInputParameter, IInputParameter>(IID_IInputParameter),
+    HOSTAnswer<CInputParameter, IDataPersist>(IID_IDataPersist),
+    HOSTAnswer<CInputParameter, IObjectInfo>(IID_IObjectInfo),
 };
 constexpr HOSTInterfaceEntry<CInputParameters> kInputsInterfaces[] = {
     HOSTAnswer<CInputParameters, IInputParameters>(IID_IInputParameters),
@@ -21,6 +24,7 @@ constexpr HOSTInterfaceEntry<CCollectionMoniker> kMonikerInterfaces[] = {
     HOSTAnswer<CCollectionMoniker, IObjectInfo>(IID_IObjectInfo),
 };
 
+constexpr wchar_t kInputName[] = L"InputParameter";
 constexpr wchar_t kInputsName[] = L"InputParameters";
 constexpr wchar_t kMonikerName[] = L"CollectionMoniker";
 }  // namespace
@@ -92,6 +96,43 @@ HRESULT CInputParameter::put_InputFlags(int32_t flags) {
 HRESULT CInputParameter::get_BindFlags(int32_t* flags) {
     if (flags == nullptr) return E_POINTER;
     *flags = m_BindFlags;
+    return S_OK;
+}
+
+void CInputParameter::SaveFields(CFields& fields) {
+    fields.WriteText(L"Name", m_Name);
+    fields.WriteInteger(L"Flags", m_InputFlags);
+    fields.WriteBytes(L"IID", m_Interface.bytes, 16);
+    // Only a moniker proper: binding puts the object it found where the moniker goes, and that
+    // object is bound again after loading.
+    if (QueryAs<ICollectionMoniker>(m_Moniker.get(), IID_ICollectionMoniker)) fields.WriteObject(L"Moniker", m_Moniker.get());
+}
+
+void CInputParameter::LoadFields(CFields& fields) {
+    fields.ReadText(L"Name", m_Name);
+    fields.ReadInteger(L"Flags", m_InputFlags);
+    fields.ReadBytes(L"IID", m_Interface.bytes, 16);
+    SmartPtr<IUnknown> moniker = fields.ReadObject(L"Moniker");
+    if (QueryAs<ICollectionMoniker>(moniker.get(), IID_ICollectionMoniker)) m_Moniker = std::move(moniker);
+}
+
+HRESULT CInputParameter::Save(IDataStream* stream, int32_t) {
+    CFields fields(stream);
+    if (!fields.Valid()) return E_NOTIMPL;
+    SaveFields(fields);
+    return S_OK;
+}
+
+HRESULT CInputParameter::Load(IDataStream* stream, int32_t) {
+    CFields fields(stream);
+    if (!fields.Valid()) return E_NOTIMPL;
+    LoadFields(fields);
+    return S_OK;
+}
+
+HRESULT CInputParameter::GetName(int32_t, tagREFString* name) {
+    if (name == nullptr) return E_POINTER;
+    *name = tagREFString{static_cast<int32_t>(std::size(kInputName) - 1), kInputName};
     return S_OK;
 }
 
@@ -171,54 +212,22 @@ HRESULT CInputParameters::get_InputObject(int32_t index, IUnknown** object) {
     return m_Inputs[index]->get_Reference(object);
 }
 
-HRESULT CInputParameters::Save(IDataStream* stream, int32_t) {
-    SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
-    if (!folder) return S_OK;
-    SmartPtr<IString> flagsName(HOSTNewString(L"Flags")), iidName(HOSTNewString(L"IID")),
-        monikerName(HOSTNewString(L"Moniker"));
+HRESULT CInputParameters::Save(IDataStream* stream, int32_t mode) {
+    CFields fields(stream);
     for (size_t i = 0; i < m_Inputs.size(); ++i) {
         CInputParameter* input = Input(static_cast<int32_t>(i));
-        SmartPtr<IString> name(HOSTNewString(input->Name().c_str()));
-        SmartPtr<IFolderStream> child;
-        if (folder->OpenChild(name.get(), 0, child.Out()) < 0 || !child) continue;
-        int32_t flags = 0;
-        input->get_InputFlags(&flags);
-        child->WriteTyped(flagsName.get(), &flags, 3);
-        IID iid;
-        input->get_InterfaceID(&iid);
-        child->WriteBytes(iidName.get(), iid.bytes, 16, 0);
-        // Only a moniker proper: binding puts the object it found where the moniker goes, and that
-        // object is bound again after loading. The folder refuses a moniker that cannot persist.
-        SmartPtr<IUnknown> moniker;
-        if (input->get_Moniker(moniker.Out()) >= 0 && QueryAs<ICollectionMoniker>(moniker.get(), IID_ICollectionMoniker))
-            child->WriteObject(monikerName.get(), moniker.get(), 0);
+        CFields group = fields.WriteGroup(input->Name());
+        if (group.Valid()) input->SaveFields(group);
     }
     return S_OK;
 }
 
-HRESULT CInputParameters::Load(IDataStream* stream, int32_t) {
-    SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
-    SmartPtr<INamedCollection> entries = QueryAs<INamedCollection>(stream, IID_INamedCollection);
-    if (!folder || !entries) return S_OK;
-    SmartPtr<IString> flagsName(HOSTNewString(L"Flags")), iidName(HOSTNewString(L"IID")),
-        monikerName(HOSTNewString(L"Moniker"));
-    for (size_t i = 0; i < m_Inputs.size(); ++i) {
+HRESULT CInputParameters::Load(IDataStream* stream, int32_t mode) {
+    CFields fields(stream);
+    for (size_t i = 0; i < m_Inputs.size() && fields.Valid(); ++i) {
         CInputParameter* input = Input(static_cast<int32_t>(i));
-        SmartPtr<IString> name(HOSTNewString(input->Name().c_str()));
-        int32_t index = -1;
-        if (entries->get_Index(name.get(), &index) < 0) continue;
-        SmartPtr<IUnknown> entry;
-        entries->get_Item(index, entry.Out());
-        SmartPtr<IFolderStream> child = QueryAs<IFolderStream>(entry.get(), IID_IFolderStream);
-        if (!child) continue;
-        int32_t flags = 0;
-        if (child->ReadTyped(flagsName.get(), &flags, 3) >= 0) input->put_InputFlags(flags);
-        IID iid;
-        if (child->ReadBytes(iidName.get(), iid.bytes, 16, 0) >= 0) input->put_InterfaceID(iid);
-        SmartPtr<IUnknown> moniker;  // null: the folder makes the stored moniker anew
-        if (child->ReadObject(monikerName.get(), moniker.Out(), 0) >= 0 &&
-            QueryAs<ICollectionMoniker>(moniker.get(), IID_ICollectionMoniker))
-            input->put_Moniker(moniker.get());
+        CFields group = fields.ReadGroup(input->Name());
+        if (group.Valid()) input->LoadFields(group);
     }
     return S_OK;
 }
@@ -255,20 +264,16 @@ HRESULT CCollectionMoniker::BindToObject(IID* iid, void** object) {
 }
 
 HRESULT CCollectionMoniker::Save(IDataStream* stream, int32_t) {
-    SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
-    if (!folder) return E_NOTIMPL;
-    SmartPtr<IString> key(HOSTNewString(L"Name")), name(HOSTNewString(m_Name.c_str(), static_cast<int32_t>(m_Name.size())));
-    if (!key || !name) return E_FAIL;
-    return folder->WriteValue(key.get(), name.get());
+    CFields fields(stream);
+    if (!fields.Valid()) return E_NOTIMPL;
+    fields.WriteText(L"Name", m_Name);
+    return S_OK;
 }
 
 HRESULT CCollectionMoniker::Load(IDataStream* stream, int32_t) {
-    SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
-    if (!folder) return E_NOTIMPL;
-    SmartPtr<IString> key(HOSTNewString(L"Name")), name(HOSTNewString(L""));
-    if (!key || !name) return E_FAIL;
-    if (const HRESULT hr = folder->ReadValue(key.get(), name.get()); hr < 0) return hr;
-    m_Name = HOSTText(name.get());
+    CFields fields(stream);
+    if (!fields.Valid()) return E_NOTIMPL;
+    if (!fields.ReadText(L"Name", m_Name)) return E_FAIL;
     m_Bound.Reset();
     return S_OK;
 }

@@ -1,19 +1,20 @@
 // Declared inputs of a component ("InputParameters", "InputParameter") and the moniker that
 // names an object in a collection ("CollectionMoniker").
 //
-// Persisted layout of an "InputParameters" object in a folder stream (IDataPersist), in input order:
-//   <input name>/          child folder, one per input
-//       "Flags"            typed value, type 3: the input flags
-//       "IID"              16 bytes: the interface identifier the input expects
-//       "Moniker"          object entry, only when the input's moniker is a moniker proper (answers
-//                          ICollectionMoniker) that can persist itself: a "CollectionMoniker"
-//                          stores its name as the value "Name"
+// Persisted content (IDataPersist), the same in a folder stream and in an XML stream
+// (host/components/PersistFields.h says how each kind of field is stored):
+//   "InputParameters"      one group per input, named by the input, in input order, holding the
+//                          input's own fields
+//   "InputParameter"       "Name" (text), "Flags" (integer: the input flags), "IID" (16 bytes: the
+//                          interface identifier the input expects), "Moniker" (object, only when
+//                          the input's moniker is a moniker proper, answering ICollectionMoniker)
+//   "CollectionMoniker"    "Name" (text): the name it looks up
 // Bound objects are not persisted, and neither is an object that stands in for a moniker (binding
 // puts the object it found there): binding happens again after loading. Loading fills the declared
 // inputs of the same names; saved inputs that are not declared are skipped, and so are inputs
-// missing from the stream; an entry missing from an input's folder leaves that part of the input
-// as it is. A restored moniker is a new, unbound one. A stream that is not a folder stream (or,
-// for loading, whose folder does not list its entries) is left alone and the result is still 0.
+// missing from the stream; a field missing from an input leaves that part of the input as it is.
+// A restored moniker is a new, unbound one. A stream of another kind is left alone: the result is
+// then E_NOTIMPL for an input or a moniker, and 0 for the collection.
 #pragma once
 
 #include <string>
@@ -21,7 +22,10 @@
 
 #include "host/collections/HostObject.h"
 
-class HOST_API CInputParameter final : public IInputParameter, public CHostObject<CInputParameter> {
+class CFields;
+
+class HOST_API CInputParameter final : public IInputParameter, public IDataPersist, public IObjectInfo,
+                                        public CHostObject<CInputParameter> {
 public:
     HOST_FORWARD_REFCOUNT
     HRESULT QueryInterface(const IID& iid, void** object) override;
@@ -36,6 +40,11 @@ public:
     HRESULT get_InputFlags(int32_t* flags) override;
     HRESULT put_InputFlags(int32_t flags) override;
     HRESULT get_BindFlags(int32_t* flags) override;
+    // Its fields, in the layout at the top of this file; `mode` is not used.
+    HRESULT Save(IDataStream* stream, int32_t mode) override;
+    HRESULT Load(IDataStream* stream, int32_t mode) override;
+    // "InputParameter".
+    HRESULT GetName(int32_t, tagREFString* name) override;
 
     // The name the input is declared and persisted under; the interfaces only reach it through the
     // owning collection's get_ItemName and get_Index.
@@ -43,6 +52,9 @@ public:
     void SetName(std::wstring name) { m_Name = std::move(name); }
     // Bit 0: never look the input up in a collection. 0 for a new input.
     void SetBindFlags(int32_t flags) { m_BindFlags = flags; }
+    // Its fields into and out of a group of a stream (the collection saves one group per input).
+    void SaveFields(CFields& fields);
+    void LoadFields(CFields& fields);
 
 private:
     std::wstring m_Name;
@@ -85,7 +97,7 @@ private:
 
 // Names one object of a collection. The name is set by the host, not through an interface: with
 // HOSTNewCollectionMoniker, with SetName on a moniker made by name ("CollectionMoniker"), or by
-// loading it from a folder stream, which holds the name as the value "Name".
+// loading it.
 class HOST_API CCollectionMoniker final : public ICollectionMoniker, public IDataPersist, public IObjectInfo,
                                           public CHostObject<CCollectionMoniker> {
 public:
@@ -98,10 +110,10 @@ public:
     HRESULT BindToCollection(INamedCollection* collection, int32_t) override;
     // The bound object asked for `iid`; E_FAIL when unbound.
     HRESULT BindToObject(IID* iid, void** object) override;
-    // The name into a folder stream; E_NOTIMPL for any other stream. `mode` is not used.
+    // The name into a folder or XML stream; E_NOTIMPL for any other stream. `mode` is not used.
     HRESULT Save(IDataStream* stream, int32_t mode) override;
-    // The name from a folder stream, which leaves the moniker unbound; a stream without "Name"
-    // gives E_FAIL and changes nothing; E_NOTIMPL for a stream that is no folder stream.
+    // The name from a folder or XML stream, which leaves the moniker unbound; a stream without
+    // "Name" gives E_FAIL and changes nothing; E_NOTIMPL for a stream of another kind.
     HRESULT Load(IDataStream* stream, int32_t mode) override;
     // "CollectionMoniker".
     HRESULT GetName(int32_t, tagREFString* name) override;

@@ -9,6 +9,7 @@
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
+#include "host/components/Inputs.h"
 #include "host/components/XmlStream.h"
 #include "support/Fakes.h"
 
@@ -351,6 +352,59 @@ TEST_F(XmlStream, MalformedDocumentsAreRefusedWithWhereAndWhy) {
     std::wstring text;
     Open(FromText("<wks version=\"1\"><A><![CDATA[&#0;]]></A></wks>").get(), L"A", &text);
     EXPECT_EQ(text, L"&#0;") << "character data holds no references";
+}
+
+// Inputs keep their flags, interface and moniker through an XML document, as they do in a folder;
+// a lone input saved as an object element comes back by name with its own name.
+TEST(XmlInputs, InputsAndMonikersReadBackThroughText) {
+    const int32_t live = HOSTLiveObjects();
+    {
+        SmartPtr<IInputParameters> saved, loaded;
+        HOSTCreateInputParameters(nullptr, &IID_IInputParameters, saved.OutVoid());
+        HOSTCreateInputParameters(nullptr, &IID_IInputParameters, loaded.OutVoid());
+        for (IInputParameters* inputs : {saved.get(), loaded.get()}) {
+            inputs->AddInput(Str(L"A b").get(), IID_NULL, 0);
+            inputs->AddInput(Str(L"C").get(), IID_NULL, 0);
+        }
+        CInputParameter* first = static_cast<CInputParameters*>(saved.get())->Input(0);
+        first->put_InputFlags(-5);
+        first->put_InterfaceID(IID_IStep);
+        SmartPtr<ICollectionMoniker> moniker(HOSTNewCollectionMoniker(L"Lamp"));
+        first->put_Moniker(moniker.get());
+        static_cast<CInputParameters*>(saved.get())->Input(1)->put_InputFlags(7);
+
+        SmartPtr<IXMLStream> out(HOSTNewXMLStream());
+        ASSERT_EQ(QueryAs<IDataPersist>(saved.get(), IID_IDataPersist)->Save(out.get(), 0), S_OK);
+        ASSERT_EQ(out->BeginObjectElement(static_cast<IInputParameter*>(first), 0, 0), S_OK);
+        first->Save(out.get(), 0);
+        out->EndElement();
+        const std::string text = ToText(out.get());
+        EXPECT_NE(text.find("<CollectionMoniker>"), std::string::npos) << text;
+
+        SmartPtr<IXMLStream> in = FromText(text);
+        ASSERT_EQ(QueryAs<IDataPersist>(loaded.get(), IID_IDataPersist)->Load(in.get(), 0), S_OK);
+        for (int32_t i = 0; i < 2; ++i) {
+            CInputParameter* a = static_cast<CInputParameters*>(saved.get())->Input(i);
+            CInputParameter* b = static_cast<CInputParameters*>(loaded.get())->Input(i);
+            int32_t flagsA = 0, flagsB = 0;
+            IID iidA, iidB;
+            a->get_InputFlags(&flagsA), b->get_InputFlags(&flagsB);
+            a->get_InterfaceID(&iidA), b->get_InterfaceID(&iidB);
+            EXPECT_EQ(flagsA, flagsB) << i;
+            EXPECT_TRUE(iidA == iidB) << i;
+        }
+        SmartPtr<IUnknown> restored;
+        ASSERT_EQ(static_cast<CInputParameters*>(loaded.get())->Input(0)->get_Moniker(restored.Out()), S_OK);
+        EXPECT_NE(restored.get(), static_cast<IUnknown*>(moniker.get()));
+        EXPECT_EQ(static_cast<CCollectionMoniker*>(static_cast<ICollectionMoniker*>(restored.get()))->Name(), L"Lamp");
+
+        SmartPtr<IUnknown> lone;
+        ASSERT_EQ(in->ReadObject(14, L"InputParameter", lone.Out()), S_OK);
+        SmartPtr<IInputParameter> input = QueryAs<IInputParameter>(lone.get(), IID_IInputParameter);
+        ASSERT_TRUE(input);
+        EXPECT_EQ(static_cast<CInputParameter*>(input.get())->Name(), L"A b");
+    }
+    EXPECT_EQ(HOSTLiveObjects(), live);
 }
 
 }  // namespace
