@@ -1,5 +1,5 @@
-// The XML forms of a parameter collection (value form, object form), written into and read
-// from an in-memory XML stream through the component's slots.
+// The XML forms of a parameter collection (value form, object form) and of a property table,
+// written into and read from an in-memory XML stream through the components' slots.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -303,6 +303,89 @@ TEST_F(XmlForms, OtherStreamsAreIgnored) {
     EXPECT_EQ(Slot<HRESULT (*)(void*, IDataStream*, int32_t, int32_t)>(m_P.get(), 25)(m_P.get(), folder.get(), PERSIST_REBUILD, 0), S_OK);
     EXPECT_TRUE(folder->order.empty());
     EXPECT_EQ(Listing(), L"P=obj/16");
+}
+
+class PropertyXml : public XmlForms {
+protected:
+    void SetUp() override {
+        XmlForms::SetUp();
+        c->AddItem(1, 0x13, &c->usePrompt, 0, 1);
+        c->AddItem(2, 0x03, &c->returnStyle, 0, 2);
+        c->AddItem(3, 0x23, &c->colour, 0, 0xFFFFFF);
+        c->AddItem(4, 0x04, &c->single, 0, 0);
+        c->AddItem(5, 0x06, &c->text, 0, 0);
+        c->AddItem(6, 0x04000003, &c->transient, 0, 9);
+        c->AddItem(7, 0x07, &c->object, 0, 0);
+        captions.Attach(CREFString::CreateCollection());
+        for (const auto& [id, caption] : {std::make_pair(L"1", L"Use Prompt"), std::make_pair(L"2", L"Return Style")})
+            captions->Add(SmartPtr<IString>(ISCreate(id)).get(), SmartPtr<IString>(ISCreate(caption)).get(), 0, 0);
+    }
+    INamedCollection* Captions() { return QueryAs<INamedCollection>(captions.get(), IID_INamedCollection).Detach(); }
+    HRESULT SaveXml(INamedCollection* table, IDataStream* stream) {
+        return Slot<HRESULT (*)(void*, INamedCollection*, IDataStream*, int32_t)>(m_Table.get(), 11)(m_Table.get(), table, stream, 0);
+    }
+    HRESULT LoadXml(INamedCollection* table, IDataStream* stream) {
+        return Slot<HRESULT (*)(void*, INamedCollection*, IDataStream*, int32_t)>(m_Table.get(), 12)(m_Table.get(), table, stream, 0);
+    }
+    std::wstring Values() {
+        return std::to_wstring(c->usePrompt) + L"," + std::to_wstring(c->returnStyle) + L"," + std::to_wstring(c->colour) + L"," +
+               std::to_wstring(c->single) + L"," + TextOf(c->text) + L"," + std::to_wstring(c->transient);
+    }
+    SmartPtr<ISuperCollection> captions;
+};
+
+TEST_F(PropertyXml, SaveNamesItemsByCaption) {
+    c->usePrompt = 1;
+    c->colour = 0xFF8000;
+    c->single = 2.5f;
+    c->text = ISCreate(L"hello");
+    SmartPtr<FakeXML> xml(new FakeXML());
+    EXPECT_EQ(SaveXml(Captions(), xml.get()), S_OK);
+    EXPECT_EQ(xml->Markup(), L"<Use_Prompt>1</Use_Prompt><Return_Style>0</Return_Style><3>#FF8000</3><4>2.500000</4><5>hello</5>")
+        << "transient and object items are left out";
+
+    // The same text read back restores every value; the colour's bytes are not exchanged.
+    SmartPtr<FakeXML> back(new FakeXML());
+    back->m_Tree->root.text = xml->Markup();
+    c->usePrompt = c->colour = 0;
+    c->single = 0;
+    EXPECT_EQ(LoadXml(Captions(), back.get()), S_OK);
+    EXPECT_EQ(Values(), L"1,0,16744448,2.500000,hello,0");
+    EXPECT_TRUE(back->m_Tree->root.children.empty()) << "the loader writes nothing into what it reads";
+
+    SmartPtr<FakeXML> none(new FakeXML());
+    EXPECT_EQ(SaveXml(nullptr, none.get()), S_OK);
+    EXPECT_EQ(none->Markup(), L"") << "no caption table: nothing written";
+    c->usePrompt = 0;
+    EXPECT_EQ(LoadXml(nullptr, back.get()), S_OK);
+    EXPECT_EQ(c->usePrompt, 0) << "no caption table: nothing read";
+}
+
+TEST_F(PropertyXml, LoadScansTagsAsText) {
+    const struct {
+        const wchar_t* text;
+        const wchar_t* values;  // usePrompt, returnStyle, colour, single, text, transient
+    } rows[] = {
+        {L"<USE_PROMPT>1</USE_PROMPT>", L"1,-7,-7,-7.000000,-,-7"},
+        {L"<?xml version=\"1.0\"?>\n<r><use_prompt>1</use_prompt></r><Return_Style>2</Return_Style>", L"-7,2,-7,-7.000000,-,-7"},
+        {L"<Use_Prompt kind=\"x\">1</Use_Prompt>", L"-7,-7,-7,-7.000000,-,-7"},
+        {L"<Use_Prompt\t>1</Use_Prompt>", L"1,-7,-7,-7.000000,-,-7"},
+        {L"<Use_Prompt>1", L"0,-7,-7,-7.000000,-,-7"},
+        {L"<Use_Prompt><3>5</3></Use_Prompt>", L"0,-7,-7,-7.000000,-,-7"},
+        {L"<Use_Prompt>1<3>5</3>", L"0,-7,5,-7.000000,-,-7"},
+        {L"<3>#123456</3><4> 1.5</4><5>a b</5><6>9</6><7>x</7>", L"-7,-7,1193046,0.000000,a b,-7"},
+        {L"<4>1.5</4><5></5><Use_Prompt>-3</Use_Prompt >", L"0,-7,-7,1.500000,,-7"},
+        {L"</5><5>x</5x>", L"-7,-7,-7,-7.000000,,-7"},
+    };
+    for (const auto& row : rows) {
+        c->usePrompt = c->returnStyle = c->colour = c->transient = -7;
+        c->single = -7;
+        m_Table->ControlEx(5, SmartPtr<IString>(ISCreate(L"-")).get());
+        SmartPtr<FakeXML> xml(new FakeXML());
+        xml->m_Tree->root.text = row.text;
+        EXPECT_EQ(LoadXml(Captions(), xml.get()), S_OK);
+        EXPECT_EQ(Values(), row.values) << row.text;
+    }
 }
 
 }  // namespace
