@@ -215,7 +215,7 @@ TEST_F(XmlForms, ValueTextTyping) {
 TEST_F(XmlForms, ValueFormUpdatesByNameOrRebuilds) {
     Add(L"A", SmartPtr<IVariant>(IVCreate(1)).get());
     Add(L"B", SmartPtr<IVariant>(IVCreate(2)).get(), 4);
-    SmartPtr<FakeXML> update(FakeXML::Parse(L"<B><Value>7</Value><flags>#10</flags></B><Z>9</Z><a>5</a><A>#0000FF</A>"));
+    SmartPtr<FakeXML> update(FakeXML::Parse(L"<B><Value>7</Value><flags>#10</flags><Flagship>3</Flagship></B><Z>9</Z><a>5</a><A>#0000FF</A>"));
     Loaded(25, update.get(), 0);
     EXPECT_EQ(Listing(), L"A='#0000FF'/0 B=7/16") << "unknown and differently cased names are skipped";
 
@@ -368,7 +368,7 @@ TEST_F(PropertyXml, LoadScansTagsAsText) {
     } rows[] = {
         {L"<USE_PROMPT>1</USE_PROMPT>", L"1,-7,-7,-7.000000,-,-7"},
         {L"<?xml version=\"1.0\"?>\n<r><use_prompt>1</use_prompt></r><Return_Style>2</Return_Style>", L"-7,2,-7,-7.000000,-,-7"},
-        {L"<Use_Prompt kind=\"x\">1</Use_Prompt>", L"-7,-7,-7,-7.000000,-,-7"},
+        {L"<Use_Prompt kind=\"x\">1</Use_Prompt><r a=\"1\"><Use_Prompt>1</Use_Prompt></r>", L"-7,-7,-7,-7.000000,-,-7"},
         {L"<Use_Prompt\t>1</Use_Prompt>", L"1,-7,-7,-7.000000,-,-7"},
         {L"<Use_Prompt>1", L"0,-7,-7,-7.000000,-,-7"},
         {L"<Use_Prompt><3>5</3></Use_Prompt>", L"0,-7,-7,-7.000000,-,-7"},
