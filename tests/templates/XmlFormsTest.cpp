@@ -371,6 +371,7 @@ TEST_F(PropertyXml, LoadScansTagsAsText) {
         {L"<Use_Prompt kind=\"x\">1</Use_Prompt><r a=\"1\"><Use_Prompt>1</Use_Prompt></r>", L"-7,-7,-7,-7.000000,-,-7"},
         {L"<Use_Prompt\t>1</Use_Prompt>", L"1,-7,-7,-7.000000,-,-7"},
         {L"<Use_Prompt>1", L"0,-7,-7,-7.000000,-,-7"},
+        {L"<Use_Prompt>1</Use_Prompt><X>2</X><Use_Prompt>3</Use_Prompt><Use_Prompt>4</Use_Prompt>", L"4,-7,-7,-7.000000,-,-7"},
         {L"<Use_Prompt><3>5</3></Use_Prompt>", L"0,-7,-7,-7.000000,-,-7"},
         {L"<Use_Prompt>1<3>5</3>", L"0,-7,5,-7.000000,-,-7"},
         {L"<3>#123456</3><4> 1.5</4><5>a b</5><6>9</6><7>x</7>", L"-7,-7,1193046,0.000000,a b,-7"},
