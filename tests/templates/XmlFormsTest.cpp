@@ -152,7 +152,6 @@ TEST_F(XmlForms, ValueFormShapes) {
         {[] { return IVCreate(5); }, 0x8000010, nullptr, 0, L"<P><Value>5</Value><Flags>#000010</Flags></P>"},
         {[] { return IVCreate(5); }, 0x8000010, nullptr, PERSIST_COMPACT, L"<P><Value>5</Value><Flags>#000010</Flags></P>"},
         {[] { return IVCreate(0xFF8000); }, 0x23, nullptr, PERSIST_COMPACT, L"<P>#FF8000</P>"},
-        {[] { return IVCreate(0xFF8000); }, 0x23, nullptr, 0, L"<P><Value>16744448</Value><Flags>#000023</Flags></P>"},
         {[] { return ISCreate(L"red"); }, 0x23, nullptr, PERSIST_COMPACT, L"<P>red</P>"},
         {[] { return IVCreate(5); }, 0x23, L"Thing", PERSIST_COMPACT, L"<P><Value>5</Value><Thing><Data>d</Data></Thing></P>"},
         {[] { return IVCreate(5); }, 0x13, nullptr, PERSIST_COMPACT, L"<P>5</P>"},
@@ -162,9 +161,7 @@ TEST_F(XmlForms, ValueFormShapes) {
         {[] { return IVCreate(5); }, 0x40, L"Thing", 0, L"<P><Value>5</Value><Flags>#000040</Flags><Thing><Data>d</Data></Thing></P>"},
         {[] { return IVCreate(5); }, 0x40010, L"Thing", PERSIST_COMPACT, L"<P><Value>5</Value><Flags>#040010</Flags></P>"},
         {[] { return IVCreate(5); }, 0, L"input", 0, L"<P>8</P>"},
-        {[] { return IVCreate(2.5); }, 0, nullptr, 0, L"<P>2.5</P>"},
         {[] { return static_cast<IDataPersist*>(new FakeThing(L"Named")); }, 0, nullptr, 0, L"<P>Named</P>"},
-        {[] { return static_cast<IDataPersist*>(new FakeThing(nullptr)); }, 0, nullptr, 0, L"<P></P>"},
     };
     for (const auto& row : rows) {
         m_P->RemoveAll();
@@ -188,10 +185,9 @@ TEST_F(XmlForms, ValueTextTyping) {
         const wchar_t* text;
         const wchar_t* listing;
     } rows[] = {
-        {L" 42", L"P=42/0"},           {L"4.50", L"P=4.5/0"},           {L"-", L"P=0/0"},
-        {L"+5", L"P='+5'/0"},          {L"12a", L"P='12a'/0"},          {L"1234567890", L"P='1234567890'/0"},
-        {L"123456789", L"P=123456789/0"}, {L"", L"P=''/0"},             {L"1.2.3", L"P='1.2.3'/0"},
-        {L"12 apples", L"P=12/0"},     {L"\t-3.25", L"P=-3.25/0"},
+        {L" 42", L"P=42/0"},      {L"4.50", L"P=4.5/0"},   {L"-", L"P=0/0"},
+        {L"+5", L"P='+5'/0"},     {L"12a", L"P='12a'/0"},  {L"1234567890", L"P='1234567890'/0"},
+        {L"123456789", L"P=123456789/0"}, {L"", L"P=''/0"},
     };
     Add(L"P", nullptr);
     for (const auto& row : rows) {
