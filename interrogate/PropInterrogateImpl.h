@@ -3,8 +3,8 @@
 #pragma once
 
 #include <cstring>
+#include <memory>
 #include <new>
-
 #include <utility>
 
 #include "module/Module.h"
@@ -13,6 +13,7 @@
 #include "module/interfaces/Component.h"
 #include "text/Conversions.h"
 #include "text/FileName.h"
+#include "text/MarkupScan.h"
 #include "text/RefString.h"
 
 constexpr int32_t UIPROP_TABLE_ID = 0x2000000;  // addresses the table as a whole
@@ -203,26 +204,14 @@ public:
                 this->Inquire(item->ID, &number);
                 child->WriteBytes(value.get(), &number, 4, 0);
             } else if (type <= VALUE_DOUBLE) {
-                int32_t bits = 0;
-                this->Inquire(item->ID, &bits);
-                float single = 0;
-                std::memcpy(&single, &bits, 4);
-                const double widened = single;
+                const double widened = InquireReal(item->ID);
                 child->WriteBytes(value.get(), &widened, 8, 0);
+            } else if (type == VALUE_STRING) {
+                child->WriteValue(value.get(), InquireText(item).get());
             } else {
                 SmartPtr<IUnknown> held;
                 this->InquireEx(item->ID, held.Out());
-                if (type == VALUE_OBJECT) {
-                    child->WriteObject(value.get(), held.get(), 0);
-                    continue;
-                }
-                SmartPtr<IString> text = QueryAs<IString>(held.get(), IID_IString);
-                if (text && (item->Flags & UIPROP_FILENAME)) {
-                    SmartPtr<IString> relative;
-                    FILENAMECreateRelative(text.get(), relative.Out());
-                    text = std::move(relative);
-                }
-                child->WriteValue(value.get(), text.get());
+                child->WriteObject(value.get(), held.get(), 0);
             }
         }
         return S_OK;
@@ -249,20 +238,11 @@ public:
                 if (child->ReadBytes(value.get(), &number, 4, 0) >= 0) this->Control(id, number);
             } else if (type <= VALUE_DOUBLE) {
                 double real = 0;
-                if (child->ReadBytes(value.get(), &real, 8, 0) < 0) continue;
-                const float single = static_cast<float>(real);
-                int32_t bits = 0;
-                std::memcpy(&bits, &single, 4);
-                this->Control(id, bits);
+                if (child->ReadBytes(value.get(), &real, 8, 0) >= 0) ControlReal(id, real);
             } else if (type == VALUE_STRING) {
                 SmartPtr<IString> text(CREFString::CreateString());
                 child->ReadValue(value.get(), text.get());
-                if (text && (flags & UIPROP_FILENAME)) {
-                    SmartPtr<IString> absolute;
-                    FILENAMECreateAbsolute(text.get(), absolute.Out());
-                    text = std::move(absolute);
-                }
-                this->ControlEx(id, text.get());
+                ControlText(id, text.get(), flags);
             } else if (type == VALUE_OBJECT) {
                 SmartPtr<IUnknown> object;
                 child->ReadObject(value.get(), object.Out(), 0);  // none clears the item
@@ -271,14 +251,68 @@ public:
         }
         return S_OK;
     }
-    // slots 11, 12: the XML form of the same values; not written yet.
-    virtual HRESULT UIPropInterrogate_SaveXML(INamedCollection* captions, IDataStream*, int32_t) {
-        if (captions) captions->Release();  // the table given is consumed
-        return E_NOTIMPL;
+    // slot 11: one element per saved item (not transient, types 0-6), named by its caption with
+    // "_" for every space, its text the value: "%i" for types 0-3 (a colour, Flags exactly
+    // UIPROP_COLOR, in ISCreateHex form), "%f" of the single-precision value for 4 and 5, the
+    // string (installation-relative for file names) for 6. Without a caption table nothing is
+    // written. `captions` is consumed. Always 0.
+    virtual HRESULT UIPropInterrogate_SaveXML(INamedCollection* captions, IDataStream* stream, int32_t) {
+        SmartPtr<INamedCollection> table = CaptionTable(captions);
+        SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
+        if (!table || !xml) return S_OK;
+        for (int32_t i = 0; i < m_ItemCount; ++i) {
+            PROPERTYITEM* item = m_Items[i];
+            const int32_t type = ValueTypeOf(static_cast<int32_t>(item->Flags));
+            if ((item->Flags & UIPROP_TRANSIENT) || type > VALUE_STRING) continue;
+            SmartPtr<IString> text;
+            if (type <= VALUE_INT32) {
+                int32_t number = 0;
+                this->Inquire(item->ID, &number);
+                // A colour is written as it is held: the loader exchanges no bytes either, so it
+                // comes back unchanged, as the parameter collection's colours do.
+                text.Attach(item->Flags == (UIPROP_COLOR | VALUE_INT32) ? ISCreateHex(number) : ISCreate(number));
+            } else if (type <= VALUE_DOUBLE) {
+                text.Attach(ISCreate(InquireReal(item->ID)));
+            } else {
+                text = InquireText(item);
+            }
+            xml->WriteElement(XmlCaption(table.get(), item->ID).get(), 0, text.get(), 0);
+        }
+        return S_OK;
     }
-    virtual HRESULT UIPropInterrogate_LoadXML(INamedCollection* captions, IDataStream*, int32_t) {
-        if (captions) captions->Release();
-        return E_NOTIMPL;
+    // slot 12: reads the stream's whole text (its IString) element by element (CMarkupScan); an
+    // element whose whole tag text equals an item's XML caption, case aside, sets the first such
+    // item that is not transient: integers through _IS2Integer (a leading "#" reads hexadecimal),
+    // reals through _IS2Double, strings as they stand (absolute for file names). Without a
+    // caption table nothing is read. `captions` is consumed. Always 0.
+    virtual HRESULT UIPropInterrogate_LoadXML(INamedCollection* captions, IDataStream* stream, int32_t) {
+        SmartPtr<INamedCollection> table = CaptionTable(captions);
+        SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
+        SmartPtr<IString> whole = QueryAs<IString>(xml.get(), IID_IString);
+        if (!table || !whole || m_ItemCount == 0) return S_OK;
+        // The captions once, not once per element.
+        std::unique_ptr<SmartPtr<IString>[]> names(new (std::nothrow) SmartPtr<IString>[m_ItemCount]);
+        if (!names) return S_OK;
+        for (int32_t i = 0; i < m_ItemCount; ++i) names[i] = XmlCaption(table.get(), m_Items[i]->ID);
+        CMarkupScan scan{CREFString(whole.get())};
+        tagREFString tag, content;
+        while (scan.Next(&tag, &content)) {
+            PROPERTYITEM* item = nullptr;
+            for (int32_t i = 0; i < m_ItemCount && item == nullptr; ++i) {
+                CREFString caption(names[i].get());
+                if (!(m_Items[i]->Flags & UIPROP_TRANSIENT) && caption.length == tag.length &&
+                    caption.CompareI(tag, 0) == S_OK)
+                    item = m_Items[i];
+            }
+            if (item == nullptr) continue;
+            const int32_t type = ValueTypeOf(static_cast<int32_t>(item->Flags));
+            // A colour's bytes are taken as written, in the order the saver writes them.
+            if (type <= VALUE_INT32) this->Control(item->ID, _IS2Integer(content, 10));
+            // The stream being read is never written to: a real goes only to the item.
+            else if (type <= VALUE_DOUBLE) ControlReal(item->ID, _IS2Double(content));
+            else if (type == VALUE_STRING) ControlText(item->ID, SmartPtr<IString>(ISCreate(content)).get(), item->Flags);
+        }
+        return S_OK;
     }
 
     // Adds an item during the owner's construction: a range, or, when `enumeration` is given, a
@@ -364,6 +398,62 @@ protected:
             if (SmartPtr<IString> text = QueryAs<IString>(entry.get(), IID_IString)) return text;
         }
         return key;
+    }
+
+    // The caption as an XML element name: every space becomes "_".
+    static SmartPtr<IString> XmlCaption(INamedCollection* table, int32_t id) {
+        const SmartPtr<IString> caption = Caption(table, id);
+        const CREFString text(caption.get());
+        SmartPtr<IString> name(CREFString::CreateString());
+        if (!name) return name;
+        int32_t run = 0;  // start of the characters not yet appended
+        for (int32_t i = 0; i <= text.length; ++i) {
+            if (i < text.length && text.text[i] != L' ') continue;
+            if (i > run) name->AppendText(i - run, text.text + run);
+            if (i < text.length) name->AppendText(1, L"_");
+            run = i + 1;
+        }
+        return name;
+    }
+
+    // A real item's value as Inquire gives it: single precision, widened.
+    double InquireReal(int32_t id) {
+        int32_t bits = 0;
+        this->Inquire(id, &bits);
+        float single = 0;
+        std::memcpy(&single, &bits, 4);
+        return single;
+    }
+    // A real narrowed to single precision, whose bit pattern Control takes.
+    void ControlReal(int32_t id, double value) {
+        const float single = static_cast<float>(value);
+        int32_t bits = 0;
+        std::memcpy(&bits, &single, 4);
+        this->Control(id, bits);
+    }
+    // A string item's text as it is stored away: installation-relative when it names a file.
+    SmartPtr<IString> InquireText(PROPERTYITEM* item) {
+        SmartPtr<IUnknown> held;
+        this->InquireEx(item->ID, held.Out());
+        SmartPtr<IString> text = QueryAs<IString>(held.get(), IID_IString);
+        if (text && (item->Flags & UIPROP_FILENAME)) {
+            SmartPtr<IString> relative;
+            FILENAMECreateRelative(text.get(), relative.Out());
+            text = std::move(relative);
+        }
+        return text;
+    }
+    // A stored text back into a string item; `flags` (those stored with it) say whether it is a
+    // file name to make absolute again.
+    void ControlText(int32_t id, IString* stored, uint32_t flags) {
+        SmartPtr<IString> text;
+        text.Assign(stored);
+        if (text && (flags & UIPROP_FILENAME)) {
+            SmartPtr<IString> absolute;
+            FILENAMECreateAbsolute(text.get(), absolute.Out());
+            text = std::move(absolute);
+        }
+        this->ControlEx(id, text.get());
     }
 
     PROPERTYITEM** m_Items = nullptr;

@@ -12,6 +12,7 @@
 #include "module/interfaces/Parameters.h"
 #include "module/interfaces/Streams.h"
 #include "parameters/ParameterObject.h"
+#include "parameters/ParametersXml.h"
 #include "module/ValueType.h"
 #include "text/Conversions.h"
 #include "text/FileName.h"
@@ -271,25 +272,16 @@ public:
             }
             SmartPtr<IVariant> value;
             this->get_ItemVariant(i, value.Out());
-            SmartPtr<IString> text;
-            if (value && (value->IsString() || value->get_NumberType() != 0)) {
-                text.Attach(ISCreate(value.get(), -1));
-            } else if (value && value->IsObject()) {
-                SmartPtr<IUnknown> object;
-                value->get_Object(object.Out());
-                tagREFString objectName{0, nullptr};
-                SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(object.get(), IID_IObjectInfo);
-                if (info && info->GetName(0, &objectName) >= 0 && objectName.length > 0) write(objectName);
-            }
+            SmartPtr<IString> text(PARAMETERSValueText(value.get()));
             write(CREFString(text.get()));
         }
         return S_OK;
     }
 
-    // The persistence formats below are built on these slots later; until then they refuse and
-    // write nothing.
-    virtual HRESULT Params_SaveXML(IDataStream*, int32_t) { return E_NOTIMPL; }             // slot 24
-    virtual HRESULT Params_LoadXML(IDataStream*, int32_t, int32_t) { return E_NOTIMPL; }    // slot 25
+    // slot 24: the value form, one element per parameter (ParametersXml.h). Always 0.
+    virtual HRESULT Params_SaveXML(IDataStream* stream, int32_t mode) { return PARAMETERSSaveXML(this, stream, mode); }
+    // slot 25: updates by element name, or rebuilds with PERSIST_REBUILD. Always 0.
+    virtual HRESULT Params_LoadXML(IDataStream* stream, int32_t mode, int32_t) { return PARAMETERSLoadXML(this, stream, mode); }
     // slot 26: each written parameter is one entry of `stream` named after it ("Item<n>" when it
     // has no name): a plain value when there are no flags or descriptor to write and the value
     // holds no object, else a child folder with "Flags" (4 bytes), "Value" or "Unknown", and
@@ -357,8 +349,14 @@ public:
         }
         return S_OK;
     }
-    virtual HRESULT Params_SaveXMLUnk(IDataStream*, int32_t) { return E_NOTIMPL; }          // slot 28
-    virtual HRESULT Params_LoadXMLUnk(IDataStream*, int32_t) { return E_NOTIMPL; }          // slot 29
+    // slot 28: the object form, only the parameters whose value persists itself. Always 0.
+    virtual HRESULT Params_SaveXMLUnk(IDataStream* stream, int32_t mode) {
+        return PARAMETERSSaveXMLObjects(this, stream, mode);
+    }
+    // slot 29: with PERSIST_IN_PLACE the objects already held load their own elements. Always 0.
+    virtual HRESULT Params_LoadXMLUnk(IDataStream* stream, int32_t mode) {
+        return PARAMETERSLoadXMLObjects(this, stream, mode);
+    }
 
     // slot 30: the entry's effective value. A value delivered by the entry's input binding wins
     // (result 1); the stored value is the fall-back (result 0).

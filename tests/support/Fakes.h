@@ -4,8 +4,11 @@
 
 #include <dlfcn.h>
 
+#include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -219,19 +222,150 @@ public:
     bool m_Lists;
 };
 
-class FakeXML final : public Fake<IXMLStream> {
+// An XML stream in memory: a tree of elements shared by a stream and the child streams opened
+// from it. Writing adds below the current element; reading walks the children of the stream's
+// own element with a cursor. An object element is named after the object's IObjectInfo name
+// ("Object" without one); ReadObject and ReadContainedObject make an object with `factories`
+// under its element's name and Load it from a stream over that element. As an IString a stream
+// is its element's text, or its children's markup when it has children; Parse builds a tree from
+// such markup, and a stream whose root holds raw text hands that text out unparsed.
+class FakeXML final : public Fake<IXMLStream>, public IString {
 public:
+    struct Node {
+        std::wstring name, text;
+        std::vector<std::unique_ptr<Node>> children;
+    };
+    struct Tree {
+        Node root;
+        std::map<std::wstring, std::function<IUnknown*()>> factories;
+    };
+    FakeXML() : FakeXML(std::make_shared<Tree>(), nullptr) {}
+    FakeXML(std::shared_ptr<Tree> tree, Node* node) : m_Tree(std::move(tree)), m_Node(node ? node : &m_Tree->root) {
+        m_Open.push_back(m_Node);
+    }
+    // "<a>1</a><b><c>2</c></b>": elements with text or with child elements; nothing else.
+    static SmartPtr<FakeXML> Parse(const std::wstring& markup) {
+        SmartPtr<FakeXML> xml(new FakeXML());
+        size_t at = 0;
+        ParseChildren(markup, at, xml->m_Tree->root);
+        return xml;
+    }
+    std::wstring Markup() const { return Render(*m_Node); }
+
     bool Answers(const IID& iid) override { return iid == IID_IXMLStream || iid == IID_IDataStream; }
+    HRESULT QueryInterface(const IID& iid, void** object) override {
+        if (iid != IID_IString) return Fake::QueryInterface(iid, object);
+        *object = static_cast<IString*>(this);
+        AddRef();
+        return S_OK;
+    }
+    int32_t AddRef() override { return Fake::AddRef(); }
+    int32_t Release() override { return Fake::Release(); }
+    HRESULT GetText(wchar_t** text, int32_t* length) override {
+        m_Text = m_Node->children.empty() ? m_Node->text : Render(*m_Node);
+        *text = m_Text.data();
+        *length = static_cast<int32_t>(m_Text.size());
+        return S_OK;
+    }
+
+    HRESULT BeginElement(IString* name, int32_t, int32_t) override {
+        m_Open.push_back(Add(TextOf(name), L""));
+        return S_OK;
+    }
+    HRESULT BeginObjectElement(IUnknown* object, int32_t, int32_t) override {
+        SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(object, IID_IObjectInfo);
+        tagREFString name{6, L"Object"};
+        if (info) info->GetName(0, &name);
+        m_Open.push_back(Add(std::wstring(name.text, name.length), L""));
+        return S_OK;
+    }
+    HRESULT WriteElement(IString* name, int32_t, IString* text, int32_t) override {
+        Add(TextOf(name), text ? TextOf(text) : L"");
+        return S_OK;
+    }
+    HRESULT EndElement() override {
+        if (m_Open.size() > 1) m_Open.pop_back();
+        return S_OK;
+    }
+    HRESULT NextElement(tagREFString* name) override {
+        if (m_Cursor + 1 >= m_Node->children.size()) return E_FAIL;
+        const std::wstring& next = m_Node->children[++m_Cursor]->name;
+        *name = tagREFString{static_cast<int32_t>(next.size()), next.c_str()};
+        return S_OK;
+    }
+    // The element at the cursor when it has this name, else the first child of that name.
+    HRESULT OpenElement(int32_t length, const wchar_t* name, tagREFString* text, IXMLStream** child, int32_t) override {
+        Node* found = Child(std::wstring(name, length));
+        if (found == nullptr) return E_FAIL;
+        *text = tagREFString{static_cast<int32_t>(found->text.size()), found->text.c_str()};
+        *child = new FakeXML(m_Tree, found);
+        return S_OK;
+    }
+    HRESULT ReadContainedObject(IUnknown** object) override {
+        *object = nullptr;
+        if (m_Node->children.empty()) return E_FAIL;
+        const std::wstring& name = m_Node->children.front()->name;
+        return ReadObject(static_cast<int32_t>(name.size()), name.c_str(), object);
+    }
+    HRESULT ReadObject(int32_t length, const wchar_t* name, IUnknown** object) override {
+        *object = nullptr;
+        Node* found = Child(std::wstring(name, length));
+        auto factory = found ? m_Tree->factories.find(found->name) : m_Tree->factories.end();
+        if (factory == m_Tree->factories.end()) return E_FAIL;
+        SmartPtr<IUnknown> made(factory->second());
+        SmartPtr<FakeXML> inside(new FakeXML(m_Tree, found));
+        if (SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(made.get(), IID_IDataPersist)) persist->Load(inside.get(), 0);
+        *object = made.Detach();
+        return S_OK;
+    }
+    // Not used by the code under test.
     HRESULT Seek(int32_t, int32_t, int32_t) override { return S_OK; }
     HRESULT GetBuffer(void**, int32_t*) override { return E_NOTIMPL; }
     HRESULT Write(const void*, int32_t, int32_t) override { return E_NOTIMPL; }
-    HRESULT BeginElement(IString*, int32_t, int32_t) override { return S_OK; }
-    HRESULT BeginObjectElement(IUnknown*, int32_t, int32_t) override { return S_OK; }
-    HRESULT WriteElement(IString*, int32_t, IString*, int32_t) override { return S_OK; }
-    HRESULT EndElement() override { return S_OK; }
-    HRESULT NextElement(tagREFString*) override { return E_FAIL; }
-    HRESULT OpenElement(int32_t, const wchar_t*, tagREFString*, IXMLStream**, int32_t) override { return E_FAIL; }
-    HRESULT ReadContainedObject(IUnknown**) override { return E_FAIL; }
-    HRESULT ReadObject(int32_t, const wchar_t*, IUnknown**) override { return E_FAIL; }
+    HRESULT SetText(int32_t, const wchar_t*) override { return E_NOTIMPL; }
+    HRESULT AppendText(int32_t, const wchar_t*) override { return E_NOTIMPL; }
+
+    std::shared_ptr<Tree> m_Tree;
+    Node* m_Node;                // the element this stream reads
+    std::vector<Node*> m_Open;   // the elements being written, innermost last
+    size_t m_Cursor = SIZE_MAX;  // the child NextElement gave last
+    std::wstring m_Text;
+
+private:
+    Node* Add(const std::wstring& name, const std::wstring& text) {
+        auto& children = m_Open.back()->children;
+        children.push_back(std::make_unique<Node>(Node{name, text, {}}));
+        return children.back().get();
+    }
+    Node* Child(const std::wstring& name) {
+        auto& children = m_Node->children;
+        if (m_Cursor < children.size() && children[m_Cursor]->name == name) return children[m_Cursor].get();
+        for (auto& child : children)
+            if (child->name == name) return child.get();
+        return nullptr;
+    }
+    static std::wstring Render(const Node& node) {
+        std::wstring out;
+        for (const auto& child : node.children)
+            out += L"<" + child->name + L">" + (child->children.empty() ? child->text : Render(*child)) + L"</" + child->name + L">";
+        return out;
+    }
+    static void ParseChildren(const std::wstring& markup, size_t& at, Node& parent) {
+        while (at < markup.size() && markup.compare(at, 2, L"</") != 0) {
+            const size_t close = markup.find(L'>', at);
+            auto child = std::make_unique<Node>();
+            child->name = markup.substr(at + 1, close - at - 1);
+            at = close + 1;
+            if (markup.compare(at, 1, L"<") == 0 && markup.compare(at, 2, L"</") != 0) {
+                ParseChildren(markup, at, *child);
+            } else {
+                const size_t end = markup.find(L'<', at);
+                child->text = markup.substr(at, end - at);
+                at = end;
+            }
+            at = markup.find(L'>', at) + 1;  // past the closing tag
+            parent.children.push_back(std::move(child));
+        }
+    }
 };
 
