@@ -99,6 +99,8 @@ int main(int argc, char** argv) {
     if (const int status = ParseOptions(argc, argv, options); status >= 0) return status;
     // Files named on the command line are relative to where the user started the program, which
     // the program leaves below.
+    // Messages name them as the user wrote them.
+    const Options shown = options;
     for (std::string* path : {&options.state, &options.importXml, &options.exportXml}) *path = AbsolutePath(*path);
     std::setlocale(LC_ALL, "");  // the host owns the locale; the module decodes under it
 
@@ -138,7 +140,7 @@ int main(int argc, char** argv) {
         return state && !state->Load(object, problem) ? E_FAIL : S_OK;
     });
     if (!problem.empty()) {
-        std::fprintf(stderr, "wks-host: %s: %s\n", options.state.c_str(), problem.c_str());
+        std::fprintf(stderr, "wks-host: %s: %s\n", shown.state.c_str(), problem.c_str());
         return 1;
     }
     if (opened != S_OK) {
@@ -147,7 +149,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     if (!options.importXml.empty() && !ImportParametersXml(session.Manager(), options.importXml, problem)) {
-        std::fprintf(stderr, "wks-host: %s: %s\n", options.importXml.c_str(), problem.c_str());
+        std::fprintf(stderr, "wks-host: %s: %s\n", shown.importXml.c_str(), problem.c_str());
         return 1;
     }
     SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(session.Manager(), IID_IUIPropInterrogate);
@@ -165,14 +167,14 @@ int main(int argc, char** argv) {
         if (!state) return true;
         std::string why;
         const bool saved = state->Save(session.Manager(), why);
-        if (!saved && !saveFailed) std::fprintf(stderr, "wks-host: %s: cannot save: %s\n", state->Path().c_str(), why.c_str());
+        if (!saved && !saveFailed) std::fprintf(stderr, "wks-host: %s: cannot save: %s\n", shown.state.c_str(), why.c_str());
         saveFailed = !saved;
         return saved;
     };
     if (!saveState()) return 1;
     if (!options.exportXml.empty()) {
         if (ExportParametersXml(session.Manager(), options.exportXml, problem)) return 0;
-        std::fprintf(stderr, "wks-host: %s: %s\n", options.exportXml.c_str(), problem.c_str());
+        std::fprintf(stderr, "wks-host: %s: %s\n", shown.exportXml.c_str(), problem.c_str());
         return 1;
     }
 
