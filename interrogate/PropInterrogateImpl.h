@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 #include "module/Module.h"
@@ -40,8 +41,11 @@ struct PROPERTYITEM {
 // Value types: 1 unsigned 8-bit, 2 signed 16-bit, 3 signed 32-bit, 4 single real, 5 double real,
 // 6 IString*, 7 IUnknown*, 8 none (reads 0), 9 and 10-15 interface or none (refused). Reals cross
 // Inquire/Control as the bit pattern of a single-precision real inside the integer.
+// The persistence slots are declared by IUIPropInterrogatePersist, which hosts call by position.
 template <class T, class I, int N>
-class IUIPropInterrogateImpl : public I {
+class IUIPropInterrogateImpl : public IUIPropInterrogatePersist {
+    static_assert(std::is_base_of_v<I, IUIPropInterrogatePersist>, "the table's slots 3-8 are IUIPropInterrogateEx's");
+
 public:
     HRESULT Inquire(int32_t id, int32_t* value) override {  // slot 3
         if (id == UIPROP_TABLE_ID) {
@@ -185,7 +189,7 @@ public:
     // (4 bytes each) and "Value": 4 bytes for types 0-3 (0 for type 0, which has no value), an
     // 8-byte double of the single-precision value for types 4 and 5, the string (installation-
     // relative for file names) for 6, the object for 7. `captions` is consumed. Always 0.
-    virtual HRESULT UIPropInterrogate_SaveFolderStream(INamedCollection* captions, IFolderStream* folder, int32_t) {
+    HRESULT UIPropInterrogate_SaveFolderStream(INamedCollection* captions, IFolderStream* folder, int32_t) override {
         SmartPtr<INamedCollection> table = CaptionTable(captions);
         if (folder == nullptr) return S_OK;
         for (int32_t i = 0; i < m_ItemCount; ++i) {
@@ -219,7 +223,7 @@ public:
     // slot 10: reads the children at keys 0, 1, ... up to the first that fails; a child applies to
     // the first item of its "ID" when its "Flags" name the item's type and the item is not
     // transient. A missing number leaves the item as it is. Child names play no part. Always 0.
-    virtual HRESULT UIPropInterrogate_LoadFolderStream(IFolderStream* folder, int32_t) {
+    HRESULT UIPropInterrogate_LoadFolderStream(IFolderStream* folder, int32_t) override {
         if (folder == nullptr) return S_OK;
         for (int32_t j = 0;; ++j) {
             SmartPtr<IVariant> key(IVCreate(j));
@@ -256,7 +260,7 @@ public:
     // UIPROP_COLOR, in ISCreateHex form), "%f" of the single-precision value for 4 and 5, the
     // string (installation-relative for file names) for 6. Without a caption table nothing is
     // written. `captions` is consumed. Always 0.
-    virtual HRESULT UIPropInterrogate_SaveXML(INamedCollection* captions, IDataStream* stream, int32_t) {
+    HRESULT UIPropInterrogate_SaveXML(INamedCollection* captions, IDataStream* stream, int32_t) override {
         SmartPtr<INamedCollection> table = CaptionTable(captions);
         SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
         if (!table || !xml) return S_OK;
@@ -285,7 +289,7 @@ public:
     // item that is not transient: integers through _IS2Integer (a leading "#" reads hexadecimal),
     // reals through _IS2Double, strings as they stand (absolute for file names). Without a
     // caption table nothing is read. `captions` is consumed. Always 0.
-    virtual HRESULT UIPropInterrogate_LoadXML(INamedCollection* captions, IDataStream* stream, int32_t) {
+    HRESULT UIPropInterrogate_LoadXML(INamedCollection* captions, IDataStream* stream, int32_t) override {
         SmartPtr<INamedCollection> table = CaptionTable(captions);
         SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
         SmartPtr<IString> whole = QueryAs<IString>(xml.get(), IID_IString);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <cwchar>
 #include <new>
+#include <type_traits>
 
 #include "module/SmartPtr.h"
 #include "module/interfaces/Component.h"
@@ -37,8 +38,11 @@ int PARAMETERSCompareByName(const void* a, const void* b);
 // from slot 23 on. Operations reach one another through their slots, so a class derived from the
 // template that replaces one of them changes the others. The IUnknown slots belong to the owner.
 // The lock is the owner's Lock/Unlock plus a flag; it is not counted.
+// The persistence slots are declared by IParametersPersist, which hosts call by position.
 template <class T, class I>
-class IParametersImpl : public I {
+class IParametersImpl : public IParametersPersist {
+    static_assert(std::is_base_of_v<I, IParametersPersist>, "the collection's slots 3-22 are IParametersCreatable's");
+
 public:
     // ISimpleCollection
     HRESULT get_Count(int32_t* count) override {
@@ -251,7 +255,7 @@ public:
     // parameters flagged PARAMETER_NOT_COMPACT, separator included. Left to us, the byte form: each
     // text goes to Write whole, as the module's 32-bit wide characters (4 bytes a character), so a
     // stream never receives half of one. Always 0; a stream that is no CSV stream gets nothing.
-    virtual HRESULT Params_SaveCSV(IDataStream* stream, int32_t mode) {
+    HRESULT Params_SaveCSV(IDataStream* stream, int32_t mode) override {
         SmartPtr<ICSVStream> csv = QueryAs<ICSVStream>(stream, IID_ICSVStream);
         if (!csv) return S_OK;
         auto write = [&](const tagREFString& text) {
@@ -279,14 +283,14 @@ public:
     }
 
     // slot 24: the value form, one element per parameter (ParametersXml.h). Always 0.
-    virtual HRESULT Params_SaveXML(IDataStream* stream, int32_t mode) { return PARAMETERSSaveXML(this, stream, mode); }
+    HRESULT Params_SaveXML(IDataStream* stream, int32_t mode) override { return PARAMETERSSaveXML(this, stream, mode); }
     // slot 25: updates by element name, or rebuilds with PERSIST_REBUILD. Always 0.
-    virtual HRESULT Params_LoadXML(IDataStream* stream, int32_t mode, int32_t) { return PARAMETERSLoadXML(this, stream, mode); }
+    HRESULT Params_LoadXML(IDataStream* stream, int32_t mode, int32_t) override { return PARAMETERSLoadXML(this, stream, mode); }
     // slot 26: each written parameter is one entry of `stream` named after it ("Item<n>" when it
     // has no name): a plain value when there are no flags or descriptor to write and the value
     // holds no object, else a child folder with "Flags" (4 bytes), "Value" or "Unknown", and
     // "Descriptor". File names are written in portable form. Always 0.
-    virtual HRESULT Params_SaveFolderStream(IDataStream* stream, int32_t mode) {
+    HRESULT Params_SaveFolderStream(IDataStream* stream, int32_t mode) override {
         SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
         if (!folder) return S_OK;
         for (int32_t i = 0; i < m_Count; ++i) SaveToFolder(folder.get(), i, mode);
@@ -294,7 +298,7 @@ public:
     }
     // slot 27: updates the parameters the folder names, or, with PERSIST_REBUILD, rebuilds the
     // collection from the folder's entries in their order. File names come back concrete. Always 0.
-    virtual HRESULT Params_LoadFolderStream(IDataStream* stream, int32_t mode) {
+    HRESULT Params_LoadFolderStream(IDataStream* stream, int32_t mode) override {
         SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
         if (!folder) return S_OK;
         // Left to us: a folder without a named view lists nothing, so nothing is found; rebuilding
@@ -350,11 +354,11 @@ public:
         return S_OK;
     }
     // slot 28: the object form, only the parameters whose value persists itself. Always 0.
-    virtual HRESULT Params_SaveXMLUnk(IDataStream* stream, int32_t mode) {
+    HRESULT Params_SaveXMLUnk(IDataStream* stream, int32_t mode) override {
         return PARAMETERSSaveXMLObjects(this, stream, mode);
     }
     // slot 29: with PERSIST_IN_PLACE the objects already held load their own elements. Always 0.
-    virtual HRESULT Params_LoadXMLUnk(IDataStream* stream, int32_t mode) {
+    HRESULT Params_LoadXMLUnk(IDataStream* stream, int32_t mode) override {
         return PARAMETERSLoadXMLObjects(this, stream, mode);
     }
 

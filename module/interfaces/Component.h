@@ -38,6 +38,17 @@ public:
     virtual HRESULT ControlEx(int32_t id, IUnknown* value) = 0;   // slot 8
 };
 
+// The persistence slots that follow ControlEx in every property table of the framework. They are
+// not reached through QueryInterface: a host calls them by position on the table's
+// IUIPropInterrogate, which is the whole table. A null caption table makes them look the captions up in the string table.
+class IUIPropInterrogatePersist : public IUIPropInterrogateEx {
+public:
+    virtual HRESULT UIPropInterrogate_SaveFolderStream(INamedCollection* captions, IFolderStream* folder, int32_t) = 0;  // 9
+    virtual HRESULT UIPropInterrogate_LoadFolderStream(IFolderStream* folder, int32_t) = 0;                             // 10
+    virtual HRESULT UIPropInterrogate_SaveXML(INamedCollection* captions, IDataStream* stream, int32_t) = 0;           // 11
+    virtual HRESULT UIPropInterrogate_LoadXML(INamedCollection* captions, IDataStream* stream, int32_t) = 0;           // 12
+};
+
 class IProtocolManager : public IUnknown {
 public:
     virtual HRESULT GetInitialResponse(unsigned char** response, int32_t* length) = 0;  // slot 3
