@@ -7,6 +7,7 @@
 #include <cstring>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/ComponentRegistry.h"
@@ -538,6 +539,28 @@ bool HOSTXMLStreamToText(IXMLStream* stream, std::string& utf8) {
     }) == S_OK;
 }
 
+namespace {
+
+// Blanks beside child elements are layout, whatever wrote them (a reference such as &#32; too):
+// they are dropped, so that the indented text written back reads back the same.
+void DropLayoutBlanks(pugi::xml_document& document) {
+    struct Collect : pugi::xml_tree_walker {
+        std::vector<pugi::xml_node> blanks;
+        bool for_each(pugi::xml_node& node) override {
+            if (node.type() != pugi::node_pcdata || !node.parent().first_child().next_sibling()) return true;
+            for (const char* c = node.value(); *c; ++c)
+                if (*c != ' ' && *c != '\t' && *c != '\n' && *c != '\r') return true;
+            for (pugi::xml_node sibling = node.parent().first_child(); sibling; sibling = sibling.next_sibling())
+                if (sibling.type() == pugi::node_element) return blanks.push_back(node), true;
+            return true;
+        }
+    } collect;
+    document.traverse(collect);
+    for (pugi::xml_node& blank : collect.blanks) blank.parent().remove_child(blank);
+}
+
+}  // namespace
+
 IXMLStream* HOSTXMLStreamFromText(std::string_view utf8, std::string& problem) {
     IXMLStream* made = nullptr;
     problem.clear();
@@ -555,6 +578,7 @@ IXMLStream* HOSTXMLStreamFromText(std::string_view utf8, std::string& problem) {
         }
         problem = CheckRoot(document->xml);
         if (!problem.empty()) return E_FAIL;
+        DropLayoutBlanks(document->xml);
         // The references, as written, from a second reading that leaves them alone.
         pugi::xml_document written;
         if (!written.load_buffer(utf8.data(), utf8.size(), kParseOptions & ~pugi::parse_escapes, pugi::encoding_utf8))
