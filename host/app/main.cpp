@@ -15,6 +15,7 @@
 #include "host/app/Files.h"
 #include "host/app/LineReader.h"
 #include "host/app/ObjectFiles.h"
+#include "host/app/Server.h"
 #include "host/kit/ModuleHost.h"
 #include "host/workspace/Workspace.h"
 
@@ -36,6 +37,15 @@ struct Options {
     std::string state;
     std::string exportXml;
     std::string importXml;
+    // The network service.
+    std::vector<std::string> listen;
+    std::string framing;  // empty: text on the network, raw on standard input alone
+    std::string authFile;
+    size_t maxClients = 256;
+    unsigned idleSeconds = 0;
+    size_t maxOutput = 16u << 20;
+    std::string logLevel = "info";
+    bool maxLineGiven = false;
 };
 
 // The object's settings, as its property page sets them: item ids of its property table.
@@ -83,8 +93,34 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "write the object's parameters to the XML FILE, after --state, --import-xml and the settings "
                    "options, and stop without serving")
         ->type_name("FILE");
+    app.add_option("--listen", options.listen,
+                   "serve TCP clients on [ADDRESS:]PORT (repeatable; a bare port means 127.0.0.1, [::1]:PORT is IPv6, "
+                   "0.0.0.0:PORT or [::]:PORT every interface); standard input is served too")
+        ->type_name("[ADDR:]PORT");
+    app.add_option("--framing", options.framing,
+                   "how the replies to one message are sent: text (the replies, then an empty line; the default on the "
+                   "network), counted (\"+N\", then each reply as \"LENGTH:bytes\"; for programs) or raw (the replies "
+                   "alone, as instrument libraries expect; the default on standard input alone)")
+        ->type_name("FORM")
+        ->check(CLI::IsMember({"text", "counted", "raw"}));
+    app.add_option("--auth-file", options.authFile,
+                   "network clients must first send \"AUTH <token>\", the token being the first line of FILE")
+        ->type_name("FILE");
+    app.add_option("--max-clients", options.maxClients, "network clients served at once; the next is refused (default 256)")
+        ->check(CLI::Range(static_cast<size_t>(1), static_cast<size_t>(65536)));
+    app.add_option("--idle-timeout", options.idleSeconds,
+                   "close a network client silent for this many seconds (default 0: never)")
+        ->type_name("SECONDS");
+    app.add_option("--max-output", options.maxOutput,
+                   "bytes of answers a network client may leave unread before it is dropped (default 16777216)")
+        ->type_name("BYTES")
+        ->check(CLI::Range(static_cast<size_t>(1024), static_cast<size_t>(1) << 32));
+    app.add_option("--log-level", options.logLevel, "what the network service logs on standard error: debug, info "
+                   "(connections; the default), warning or error")
+        ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
     try {
         app.parse(argc, argv);
+        options.maxLineGiven = app.count("--max-line") > 0;
     } catch (const CLI::ParseError& e) {
         const int status = app.exit(e);  // prints the help, or the error and a hint
         return status == 0 ? 0 : 2;
@@ -101,7 +137,8 @@ int main(int argc, char** argv) {
     // the program leaves below.
     // Messages name them as the user wrote them.
     const Options shown = options;
-    for (std::string* path : {&options.state, &options.importXml, &options.exportXml}) *path = AbsolutePath(*path);
+    for (std::string* path : {&options.state, &options.importXml, &options.exportXml, &options.authFile})
+        *path = AbsolutePath(*path);
     std::setlocale(LC_ALL, "");  // the host owns the locale; the module decodes under it
 
     // Files named on the command line are read from where the user started the program.
@@ -178,6 +215,43 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    const Framing framing = options.framing == "counted" ? Framing::kCounted
+                            : options.framing == "raw"   ? Framing::kRaw
+                            : options.framing == "text"  ? Framing::kText
+                            : options.listen.empty()     ? Framing::kRaw
+                                                         : Framing::kText;
+    if (!options.listen.empty()) {
+        ServerOptions server;
+        server.listen = options.listen;
+        server.conversation.framing = framing;
+        if (options.maxLineGiven) server.conversation.maxLine = options.maxLine;
+        if (!options.authFile.empty()) {
+            std::string token, why;
+            if (!ReadWholeFile(options.authFile, token, why)) {
+                std::fprintf(stderr, "wks-host: %s: %s\n", shown.authFile.c_str(), why.c_str());
+                return 1;
+            }
+            token = token.substr(0, token.find_first_of("\r\n"));
+            if (token.empty()) {
+                std::fprintf(stderr, "wks-host: %s: no token on its first line\n", shown.authFile.c_str());
+                return 1;
+            }
+            server.conversation.token = token;
+        }
+        server.maxClients = options.maxClients;
+        server.idleSeconds = options.idleSeconds;
+        server.maxOutput = options.maxOutput;
+        server.serveStdin = true;
+        ServerSetLogLevel(options.logLevel == "debug"     ? LogLevel::kDebug
+                          : options.logLevel == "warning" ? LogLevel::kWarn
+                          : options.logLevel == "error"   ? LogLevel::kError
+                                                          : LogLevel::kInfo);
+        const int status = ServerRun(server, session, saveState, error);
+        if (status != 0) std::fprintf(stderr, "wks-host: %s\n", error.c_str());
+        saveState();
+        return status;
+    }
+
     const bool showPrompts = options.prompt || (!options.noPrompt && isatty(STDIN_FILENO) != 0);
     auto showPrompt = [&]() {
         int32_t usePrompt = 0;
@@ -199,14 +273,20 @@ int main(int argc, char** argv) {
             // Refused whole, never cut: answered like a failed command, explained on standard error.
             std::fprintf(stderr, "wks-host: line %llu has %llu bytes, more than the limit of %zu (--max-line): refused\n",
                          number, length, options.maxLine);
-            std::fputs("?\n", stdout);
+            std::string out;
+            if (framing == Framing::kRaw) out = "?\n";
+            else FrameError(framing, "line too long", out);
+            std::fwrite(out.data(), 1, out.size(), stdout);
         } else {
-            const HRESULT received = session.Exchange(line, static_cast<size_t>(length), [](const unsigned char* reply, int32_t n) {
-                std::fwrite(reply, 1, static_cast<size_t>(n), stdout);
-                std::fputc('\n', stdout);
+            CReplyBlock block(framing);
+            const HRESULT received = session.Exchange(line, static_cast<size_t>(length), [&](const unsigned char* reply, int32_t n) {
+                block.Add(std::string_view(reinterpret_cast<const char*>(reply), static_cast<size_t>(n)));
             });
             saveState();
             if (received == E_BREAK) break;
+            std::string out;
+            block.Finish(out);
+            std::fwrite(out.data(), 1, out.size(), stdout);
         }
         std::fflush(stdout);
         showPrompt();

@@ -1,0 +1,103 @@
+#include "host/app/Conversation.h"
+
+#include <cstring>
+
+namespace {
+
+// Compares without leaving the time it takes to tell where the texts differ.
+bool SameSecret(std::string_view given, std::string_view secret) {
+    unsigned char difference = given.size() == secret.size() ? 0 : 1;
+    for (size_t i = 0; i < given.size(); ++i)
+        difference |= static_cast<unsigned char>(given[i] ^ (secret.empty() ? 0 : secret[i % secret.size()]));
+    return difference == 0;
+}
+
+// Another protocol's opening line, named; null for anything else.
+const char* ForeignProtocol(std::string_view line) {
+    static const char* const kHttp[] = {"GET ", "POST ", "PUT ", "HEAD ", "DELETE ", "OPTIONS ", "CONNECT ", "PATCH ", "TRACE "};
+    for (const char* method : kHttp)
+        if (line.substr(0, std::strlen(method)) == method) return "an HTTP request";
+    if (line.size() >= 5 && strncasecmp(line.data(), "host:", 5) == 0) return "an HTTP header";
+    if (line.substr(0, 4) == "SSH-") return "an SSH banner";
+    return nullptr;
+}
+
+}  // namespace
+
+bool CConversation::Refuse(const char* why, std::string& out) {
+    FrameError(m_Options.framing, why, out);
+    m_Ending = why;
+    m_Over = true;
+    return false;
+}
+
+bool CConversation::Feed(std::string_view bytes, std::string& out) {
+    if (m_Over) return false;
+    // A TLS handshake begins with a record of type 22: no line end may ever come.
+    if (m_First && m_Partial.empty() && !bytes.empty() && bytes[0] == 0x16)
+        return Refuse("this is a line protocol, not TLS", out);
+    size_t start = 0;
+    if (m_SkipLf && !bytes.empty() && bytes[0] == '\n') start = 1;
+    m_SkipLf = false;
+    while (start < bytes.size()) {
+        const void* found = std::memchr(bytes.data() + start, '\n', bytes.size() - start);
+        const void* cr = std::memchr(bytes.data() + start, '\r', (found ? static_cast<const char*>(found) : bytes.data() + bytes.size()) - (bytes.data() + start));
+        const char* end = static_cast<const char*>(cr ? cr : found);
+        if (end == nullptr) {
+            if (m_Partial.size() + (bytes.size() - start) > m_Options.maxLine)
+                return Refuse("line too long", out);
+            m_Partial.append(bytes.data() + start, bytes.size() - start);
+            return true;
+        }
+        const size_t length = static_cast<size_t>(end - (bytes.data() + start));
+        if (m_Partial.size() + length > m_Options.maxLine) return Refuse("line too long", out);
+        bool go;
+        if (m_Partial.empty()) {
+            go = Line(bytes.substr(start, length), out);
+        } else {
+            m_Partial.append(bytes.data() + start, length);
+            std::string line;
+            line.swap(m_Partial);
+            go = Line(line, out);
+        }
+        if (!go) return false;
+        start += length + 1;
+        if (*end == '\r') {
+            if (start == bytes.size()) m_SkipLf = true;  // its LF may come with the next read
+            else if (bytes[start] == '\n') ++start;
+        }
+    }
+    return true;
+}
+
+bool CConversation::Line(std::string_view line, std::string& out) {
+    if (m_First) {
+        m_First = false;
+        if (const char* foreign = ForeignProtocol(line)) {
+            std::string why = std::string("this is a line protocol: refused ") + foreign;
+            FrameError(m_Options.framing, why, out);
+            m_Ending = std::move(why);
+            m_Over = true;
+            return false;
+        }
+    }
+    if (!m_Options.token.empty() && !m_Authenticated) {
+        if (line.substr(0, 5) != "AUTH " || !SameSecret(line.substr(5), m_Options.token))
+            return Refuse("authentication failed", out);
+        m_Authenticated = true;
+        m_Block.Finish(out);  // an empty block: accepted
+        return true;
+    }
+    ++m_Messages;
+    const HRESULT received = m_Object.Exchange(line.data(), line.size(), [&](const unsigned char* reply, int32_t length) {
+        m_Block.Add(std::string_view(reinterpret_cast<const char*>(reply), static_cast<size_t>(length)));
+    });
+    if (m_AfterMessage) m_AfterMessage();
+    if (received == E_BREAK) {
+        m_Ending = "break";
+        m_Over = true;
+        return false;
+    }
+    m_Block.Finish(out);
+    return true;
+}

@@ -1,0 +1,55 @@
+// One client's conversation with the protocol object, whatever carries the bytes: lines are cut
+// from the bytes as they come (a line ends at LF, CR LF or a lone CR; a line split across reads is
+// joined, and lines that arrive together are handled one after another), each line is one message,
+// and its replies go out as one block (host/app/Framing.h).
+//
+// Before any message reaches the object: a first line that is clearly another protocol's (an HTTP
+// request line or header, a TLS handshake, an SSH banner) ends the conversation with one error
+// line; with a token, the first line must be "AUTH <token>", compared in constant time, and a
+// wrong one ends the conversation. A line longer than the limit without its line end ends it too.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "host/app/Framing.h"
+#include "host/kit/ModuleHost.h"
+
+struct ConversationOptions {
+    Framing framing = Framing::kText;
+    size_t maxLine = 64 * 1024;  // bytes of one line, its line end not counted
+    std::string token;           // empty: no authentication
+};
+
+class CConversation {
+public:
+    // `object` is shared by all conversations; `afterMessage` runs after every message it handled.
+    CConversation(CProtocolSession& object, const ConversationOptions& options, std::function<void()> afterMessage)
+        : m_Object(object), m_Options(options), m_AfterMessage(std::move(afterMessage)), m_Block(options.framing) {}
+
+    // Handles the received `bytes` and appends what is to be sent to `out`. False once the
+    // conversation is over: send `out`, then close; further bytes are ignored.
+    bool Feed(std::string_view bytes, std::string& out);
+
+    // Why it ended: "break", or the error sent (empty while it goes on).
+    const std::string& Ending() const { return m_Ending; }
+    uint64_t Messages() const { return m_Messages; }
+
+private:
+    bool Line(std::string_view line, std::string& out);
+    bool Refuse(const char* why, std::string& out);
+
+    CProtocolSession& m_Object;
+    const ConversationOptions& m_Options;
+    std::function<void()> m_AfterMessage;
+    CReplyBlock m_Block;
+    std::string m_Partial;   // a line begun in an earlier read
+    bool m_SkipLf = false;   // the last read ended in CR: a LF that follows belongs to it
+    bool m_First = true;     // no line seen yet
+    bool m_Over = false;
+    bool m_Authenticated = false;
+    uint64_t m_Messages = 0;
+    std::string m_Ending;
+};

@@ -1,0 +1,43 @@
+#include "host/app/Framing.h"
+
+void CReplyBlock::Add(std::string_view reply) {
+    ++m_Count;
+    switch (m_Framing) {
+        case Framing::kCounted:
+            m_Body += std::to_string(reply.size());
+            m_Body += ':';
+            m_Body += reply;
+            break;
+        case Framing::kText: {
+            // Every line of the reply, an empty one as a blank: only the block's end is empty.
+            size_t start = 0;
+            for (;;) {
+                const size_t end = reply.find('\n', start);
+                const std::string_view line = reply.substr(start, end == std::string_view::npos ? end : end - start);
+                m_Body += line.empty() || line == "\r" ? std::string_view(" ") : line;
+                if (end == std::string_view::npos) break;
+                m_Body += '\n';
+                start = end + 1;
+            }
+            break;
+        }
+        case Framing::kRaw:
+            m_Body += reply;
+            break;
+    }
+    m_Body += '\n';
+}
+
+void CReplyBlock::Finish(std::string& out) {
+    if (m_Framing == Framing::kCounted) out += '+' + std::to_string(m_Count) + '\n';
+    out += m_Body;
+    if (m_Framing == Framing::kText) out += '\n';
+    m_Body.clear();
+    m_Count = 0;
+}
+
+void FrameError(Framing framing, std::string_view text, std::string& out) {
+    out += framing == Framing::kCounted ? "-" : "ERROR: ";
+    out += text;
+    out += '\n';
+}

@@ -1,0 +1,41 @@
+// How wks-host answers one message, the same on every transport, so that a client always knows
+// where the replies to one message end:
+//
+//   text     (default; natural at a terminal or netcat) the message's replies, each on its own
+//            line(s) as the object wrote it, then one empty line that ends the block. A line of
+//            a reply that is empty is sent as a single blank, so that only the end of a block is
+//            an empty line. A message without replies (an assignment, say) is answered by the
+//            empty line alone.
+//   counted  (for programs) a header line "+N" with the number of replies, then each reply as
+//            "L:" followed by exactly L bytes and a line feed; the bytes are the reply as it is,
+//            line breaks included, so any reply passes unchanged.
+//   raw      the replies, one per line, and nothing else: what instrument-control libraries
+//            expect (a query is answered by a line, a setting by nothing). A client cannot tell
+//            where a message without replies ends.
+//
+// An error of the host itself (a refused line, authentication) is one line: "ERROR: text" in the
+// text and raw forms, "-text" in the counted form. A reply "?" is the object's answer to a
+// command that failed (or a value that is itself "?": the object's replies do not say which).
+#pragma once
+
+#include <string>
+#include <string_view>
+
+enum class Framing { kText, kCounted, kRaw };
+
+// Collects the replies to one message and writes them as one block.
+class CReplyBlock {
+public:
+    explicit CReplyBlock(Framing framing) : m_Framing(framing) {}
+    void Add(std::string_view reply);
+    // Appends the block to `out` and starts a new one.
+    void Finish(std::string& out);
+
+private:
+    Framing m_Framing;
+    int m_Count = 0;
+    std::string m_Body;
+};
+
+// Appends the host's error line.
+void FrameError(Framing framing, std::string_view text, std::string& out);

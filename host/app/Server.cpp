@@ -1,0 +1,368 @@
+#include "host/app/Server.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <asio.hpp>
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <unordered_set>
+
+namespace {
+
+LogLevel gLogLevel = LogLevel::kInfo;
+constexpr size_t kReadSize = 64 * 1024;
+
+std::string Peer(const asio::ip::tcp::socket& socket) {
+    asio::error_code ignored;
+    const asio::ip::tcp::endpoint peer = socket.remote_endpoint(ignored);
+    if (ignored) return "unknown peer";
+    const std::string address = peer.address().to_string();
+    return (peer.address().is_v6() ? "[" + address + "]" : address) + ":" + std::to_string(peer.port());
+}
+
+// Refusals of other protocols are logged at most once a second, with a count of those left out,
+// so that a scanner cannot flood the log.
+class CRateLimit {
+public:
+    bool Allow(unsigned& suppressed) {
+        const auto now = std::chrono::steady_clock::now();
+        if (now - m_Last < std::chrono::seconds(1)) return ++m_Suppressed, false;
+        m_Last = now;
+        suppressed = m_Suppressed;
+        m_Suppressed = 0;
+        return true;
+    }
+
+private:
+    std::chrono::steady_clock::time_point m_Last{};
+    unsigned m_Suppressed = 0;
+};
+
+class CService;
+
+// One TCP client. Reads while its conversation goes on; writes what it answers in order; drops
+// the client whose unread answers pass the output cap.
+class CClient : public std::enable_shared_from_this<CClient> {
+public:
+    CClient(CService& service, asio::ip::tcp::socket socket);
+    void Start();
+    void Close();
+
+private:
+    void Read();
+    void Send(std::string& out);
+    void Write();
+    void ArmIdle();
+    void Finish(const char* how);
+
+    CService& m_Service;
+    asio::ip::tcp::socket m_Socket;
+    asio::steady_timer m_Idle;
+    CConversation m_Conversation;
+    std::string m_Peer;
+    std::chrono::steady_clock::time_point m_Opened = std::chrono::steady_clock::now();
+    char m_Buffer[kReadSize];
+    std::string m_Pending;  // answers not yet handed to the socket
+    std::string m_Writing;  // answers the socket is writing now
+    bool m_Ending = false;  // the conversation is over: close once everything is written
+    bool m_Closed = false;
+};
+
+class CService {
+public:
+    CService(const ServerOptions& options, CProtocolSession& object, const std::function<void()>& afterMessage)
+        : m_Options(options), m_Object(object), m_AfterMessage(afterMessage), m_Signals(m_Io, SIGINT, SIGTERM) {}
+
+    bool Listen(std::string& error);
+    int Run();
+
+    asio::io_context& Io() { return m_Io; }
+    const ServerOptions& Options() const { return m_Options; }
+    CProtocolSession& Object() { return m_Object; }
+    const std::function<void()>& AfterMessage() const { return m_AfterMessage; }
+    void Closed(const std::shared_ptr<CClient>& client) { m_Clients.erase(client); }
+    void Refused(const std::string& peer, const std::string& why) {
+        unsigned suppressed = 0;
+        if (m_RefusalLog.Allow(suppressed))
+            ServerLog(LogLevel::kWarn, "refused %s: %s%s", peer.c_str(), why.c_str(),
+                      suppressed ? (" (" + std::to_string(suppressed) + " more refusals not shown)").c_str() : "");
+    }
+
+private:
+    void Accept(asio::ip::tcp::acceptor& acceptor);
+    void ServeStdin();
+    void ReadStdin();
+    void StdinDone();
+    void Stop();
+
+    const ServerOptions& m_Options;
+    CProtocolSession& m_Object;
+    const std::function<void()>& m_AfterMessage;
+    asio::io_context m_Io;
+    asio::signal_set m_Signals;
+    std::vector<std::unique_ptr<asio::ip::tcp::acceptor>> m_Acceptors;
+    std::unordered_set<std::shared_ptr<CClient>> m_Clients;
+    CRateLimit m_RefusalLog;
+    // Standard input: watched by the loop when it can be (a terminal, a pipe, a socket); a file
+    // or /dev/null never blocks, so it is read in posted steps instead.
+    std::unique_ptr<asio::posix::stream_descriptor> m_Stdin;
+    std::unique_ptr<CConversation> m_StdinConversation;
+    char m_StdinBuffer[kReadSize];
+};
+
+CClient::CClient(CService& service, asio::ip::tcp::socket socket)
+    : m_Service(service),
+      m_Socket(std::move(socket)),
+      m_Idle(service.Io()),
+      m_Conversation(service.Object(), service.Options().conversation, service.AfterMessage()),
+      m_Peer(Peer(m_Socket)) {}
+
+void CClient::Start() {
+    asio::error_code ignored;
+    m_Socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+    ServerLog(LogLevel::kInfo, "%s connected", m_Peer.c_str());
+    ArmIdle();
+    Read();
+}
+
+void CClient::ArmIdle() {
+    if (m_Service.Options().idleSeconds == 0) return;
+    m_Idle.expires_after(std::chrono::seconds(m_Service.Options().idleSeconds));
+    m_Idle.async_wait([self = shared_from_this()](const asio::error_code& error) {
+        if (!error && !self->m_Closed) self->Finish("idle timeout");
+    });
+}
+
+void CClient::Read() {
+    m_Socket.async_read_some(asio::buffer(m_Buffer), [self = shared_from_this()](const asio::error_code& error, size_t n) {
+        if (self->m_Closed) return;
+        if (error) return self->Finish(error == asio::error::eof ? "closed by the client" : "connection lost");
+        self->ArmIdle();
+        std::string out;
+        const bool goOn = self->m_Conversation.Feed(std::string_view(self->m_Buffer, n), out);
+        if (!goOn) {
+            self->m_Ending = true;
+            const std::string& why = self->m_Conversation.Ending();
+            if (why.rfind("this is a line protocol", 0) == 0) self->m_Service.Refused(self->m_Peer, why);
+        }
+        self->Send(out);
+        if (goOn && !self->m_Closed) self->Read();
+    });
+}
+
+void CClient::Send(std::string& out) {
+    if (m_Closed) return;
+    m_Pending += out;
+    if (m_Pending.size() + m_Writing.size() > m_Service.Options().maxOutput) return Finish("dropped: it does not read its answers");
+    if (m_Writing.empty()) Write();
+}
+
+void CClient::Write() {
+    if (m_Pending.empty()) {
+        if (m_Ending) Finish(m_Conversation.Ending().c_str());
+        return;
+    }
+    m_Writing.swap(m_Pending);
+    asio::async_write(m_Socket, asio::buffer(m_Writing), [self = shared_from_this()](const asio::error_code& error, size_t) {
+        if (self->m_Closed) return;
+        self->m_Writing.clear();
+        if (error) return self->Finish("connection lost");
+        self->Write();
+    });
+}
+
+void CClient::Finish(const char* how) {
+    if (m_Closed) return;
+    m_Closed = true;
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_Opened).count();
+    ServerLog(LogLevel::kInfo, "%s disconnected after %.3f s, %llu messages: %s", m_Peer.c_str(), seconds,
+              static_cast<unsigned long long>(m_Conversation.Messages()), how);
+    Close();
+    m_Service.Closed(shared_from_this());
+}
+
+void CClient::Close() {
+    m_Closed = true;
+    asio::error_code ignored;
+    m_Idle.cancel();
+    m_Socket.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
+    m_Socket.close(ignored);
+}
+
+bool CService::Listen(std::string& error) {
+    for (const std::string& text : m_Options.listen) {
+        std::string address;
+        uint16_t port = 0;
+        if (!ServerParseEndpoint(text, address, port)) return error = "--listen " + text + ": not [ADDRESS:]PORT", false;
+        asio::error_code problem;
+        const asio::ip::address ip = asio::ip::make_address(address, problem);
+        if (problem) return error = "--listen " + text + ": " + problem.message(), false;
+        auto acceptor = std::make_unique<asio::ip::tcp::acceptor>(m_Io);
+        const asio::ip::tcp::endpoint endpoint(ip, port);
+        acceptor->open(endpoint.protocol(), problem);
+        if (!problem) acceptor->set_option(asio::ip::tcp::acceptor::reuse_address(true), problem);
+        if (!problem && ip.is_v6()) acceptor->set_option(asio::ip::v6_only(true), problem);
+        if (!problem) acceptor->bind(endpoint, problem);
+        if (!problem) acceptor->listen(asio::socket_base::max_listen_connections, problem);
+        if (problem) return error = "--listen " + text + ": " + problem.message(), false;
+        const asio::ip::tcp::endpoint bound = acceptor->local_endpoint(problem);
+        ServerLog(LogLevel::kInfo, "listening on %s%s%s:%u", ip.is_v6() ? "[" : "", ip.to_string().c_str(),
+                  ip.is_v6() ? "]" : "", static_cast<unsigned>(bound.port()));
+        if (!ip.is_loopback() && m_Options.conversation.token.empty())
+            ServerLog(LogLevel::kWarn, "%s is reachable from other machines and no --auth-file is set: anyone who "
+                      "can connect can drive the workspace", text.c_str());
+        m_Acceptors.push_back(std::move(acceptor));
+    }
+    return true;
+}
+
+void CService::Accept(asio::ip::tcp::acceptor& acceptor) {
+    acceptor.async_accept([this, &acceptor](const asio::error_code& error, asio::ip::tcp::socket socket) {
+        if (!acceptor.is_open()) return;
+        if (!error) {
+            if (m_Clients.size() >= m_Options.maxClients) {
+                std::string out;
+                FrameError(m_Options.conversation.framing, "too many clients", out);
+                asio::error_code ignored;
+                socket.non_blocking(true, ignored);
+                asio::write(socket, asio::buffer(out), ignored);
+                ServerLog(LogLevel::kWarn, "refused %s: already %zu clients (--max-clients)", Peer(socket).c_str(),
+                          m_Clients.size());
+                socket.close(ignored);
+            } else {
+                auto client = std::make_shared<CClient>(*this, std::move(socket));
+                m_Clients.insert(client);
+                client->Start();
+            }
+        } else if (error != asio::error::operation_aborted) {
+            ServerLog(LogLevel::kWarn, "accepting failed: %s", error.message().c_str());
+        }
+        Accept(acceptor);
+    });
+}
+
+void CService::ServeStdin() {
+    m_StdinConversation = std::make_unique<CConversation>(m_Object, m_Options.conversation, m_AfterMessage);
+    const int fd = dup(STDIN_FILENO);
+    struct stat status;
+    const bool pollable =
+        fd >= 0 && ((fstat(fd, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))) || isatty(fd));
+    if (pollable) {
+        m_Stdin = std::make_unique<asio::posix::stream_descriptor>(m_Io);
+        asio::error_code problem;
+        m_Stdin->assign(fd, problem);
+        if (problem) {
+            m_Stdin.reset();
+            close(fd);
+        }
+    } else if (fd >= 0) {
+        close(fd);
+    }
+    ReadStdin();
+}
+
+void CService::ReadStdin() {
+    auto handle = [this](const char* bytes, size_t n, bool end) {
+        std::string out;
+        const bool goOn = !end && m_StdinConversation->Feed(std::string_view(bytes, n), out);
+        std::fwrite(out.data(), 1, out.size(), stdout);
+        std::fflush(stdout);
+        if (!goOn) return StdinDone();
+        ReadStdin();
+    };
+    if (m_Stdin) {
+        m_Stdin->async_read_some(asio::buffer(m_StdinBuffer), [this, handle](const asio::error_code& error, size_t n) {
+            handle(m_StdinBuffer, n, error.value() != 0);
+        });
+    } else {
+        asio::post(m_Io, [this, handle] {
+            const ssize_t n = read(STDIN_FILENO, m_StdinBuffer, sizeof m_StdinBuffer);
+            handle(m_StdinBuffer, n > 0 ? static_cast<size_t>(n) : 0, n <= 0);
+        });
+    }
+}
+
+// Standard input ended (or asked to break): the network goes on; without it, the host stops.
+void CService::StdinDone() {
+    m_Stdin.reset();
+    if (m_Acceptors.empty()) Stop();
+}
+
+void CService::Stop() {
+    asio::error_code ignored;
+    for (auto& acceptor : m_Acceptors) acceptor->close(ignored);
+    for (const auto& client : m_Clients) client->Close();
+    m_Clients.clear();
+    m_Signals.cancel(ignored);
+    m_Stdin.reset();
+    m_Io.stop();
+}
+
+int CService::Run() {
+    m_Signals.async_wait([this](const asio::error_code& error, int signal) {
+        if (error) return;
+        ServerLog(LogLevel::kInfo, "%s: stopping", signal == SIGINT ? "SIGINT" : "SIGTERM");
+        Stop();
+    });
+    for (auto& acceptor : m_Acceptors) Accept(*acceptor);
+    if (m_Options.serveStdin) ServeStdin();
+    m_Io.run();
+    return 0;
+}
+
+}  // namespace
+
+void ServerSetLogLevel(LogLevel level) { gLogLevel = level; }
+
+void ServerLog(LogLevel level, const char* format, ...) {
+    if (level < gLogLevel) return;
+    static const char* const kNames[] = {"debug", "info", "warning", "error"};
+    char stamp[32];
+    const std::time_t now = std::time(nullptr);
+    std::tm local;
+    localtime_r(&now, &local);
+    std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%S%z", &local);
+    char text[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    std::fprintf(stderr, "%s wks-host %s: %s\n", stamp, kNames[static_cast<int>(level)], text);
+}
+
+bool ServerParseEndpoint(const std::string& text, std::string& address, uint16_t& port) {
+    std::string portText = text;
+    address = "127.0.0.1";
+    if (!text.empty() && text.front() == '[') {
+        const size_t close = text.find("]:");
+        if (close == std::string::npos) return false;
+        address = text.substr(1, close - 1);
+        portText = text.substr(close + 2);
+    } else if (const size_t colon = text.rfind(':'); colon != std::string::npos) {
+        address = text.substr(0, colon);
+        portText = text.substr(colon + 1);
+    }
+    if (address.empty() || portText.empty() || portText.size() > 5 ||
+        portText.find_first_not_of("0123456789") != std::string::npos)
+        return false;
+    const unsigned long value = std::stoul(portText);
+    if (value > 65535) return false;
+    port = static_cast<uint16_t>(value);
+    return true;
+}
+
+int ServerRun(const ServerOptions& options, CProtocolSession& object, const std::function<void()>& afterMessage,
+              std::string& error) {
+    try {
+        CService service(options, object, afterMessage);
+        if (!service.Listen(error)) return 1;
+        return service.Run();
+    } catch (const std::exception& problem) {
+        error = problem.what();
+        return 1;
+    }
+}

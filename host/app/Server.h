@@ -1,0 +1,35 @@
+// wks-host's network service: TCP clients served in one asio event loop, each a conversation
+// (host/app/Conversation.h) with the one protocol object, as an instrument has one state for all
+// its connections. Every call into the module stays on the loop's thread.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/app/Conversation.h"
+
+struct ServerOptions {
+    std::vector<std::string> listen;  // [ADDR:]PORT, [V6ADDR]:PORT; a bare port is 127.0.0.1
+    ConversationOptions conversation;
+    size_t maxClients = 256;
+    unsigned idleSeconds = 0;           // 0: never time out
+    size_t maxOutput = 16u << 20;       // bytes a client may leave unread before it is dropped
+    bool serveStdin = false;            // standard input as one more conversation, answered on standard output
+};
+
+// Log lines with a time stamp on standard error, at or above the chosen level.
+enum class LogLevel { kDebug, kInfo, kWarn, kError };
+void ServerLog(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+void ServerSetLogLevel(LogLevel level);
+
+// Serves until SIGINT or SIGTERM (or, without listeners, until standard input ends). Returns the
+// exit status; `error` says why when the service could not start (a bad address, a port in use).
+// `afterMessage` runs after every message handled, whoever sent it.
+int ServerRun(const ServerOptions& options, CProtocolSession& object, const std::function<void()>& afterMessage,
+              std::string& error);
+
+// Parses one --listen value into an address and a port; false when it is none.
+bool ServerParseEndpoint(const std::string& text, std::string& address, uint16_t& port);

@@ -1,0 +1,284 @@
+// wks-host as a network service, over real sockets on loopback: framing, pipelining, many
+// clients, authentication, refusals of other protocols, limits, bad bytes and stopping.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// A wks-host serving an ephemeral loopback port; stopped with SIGTERM when it goes.
+class Server {
+public:
+    explicit Server(const std::string& options) {
+        int err[2];
+        if (pipe(err) != 0) return;
+        m_Pid = fork();
+        if (m_Pid == 0) {
+            dup2(err[1], STDERR_FILENO);
+            close(err[0]);
+            std::freopen("/dev/null", "r", stdin);
+            std::freopen("/dev/null", "w", stdout);
+            const std::string command = "exec ./wks-host --no-prompt --listen 127.0.0.1:0 " + options;
+            execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        close(err[1]);
+        m_Log = fdopen(err[0], "r");
+        char line[512];
+        while (m_Log && std::fgets(line, sizeof line, m_Log)) {
+            m_Text += line;
+            const char* at = std::strstr(line, "listening on 127.0.0.1:");
+            if (at) {
+                m_Port = std::atoi(at + std::strlen("listening on 127.0.0.1:"));
+                break;
+            }
+        }
+    }
+    ~Server() { Stop(); }
+    // SIGTERM; the exit status.
+    int Stop() {
+        if (m_Pid <= 0) return m_Status;
+        kill(m_Pid, SIGTERM);
+        int raw = 0;
+        waitpid(m_Pid, &raw, 0);
+        m_Pid = 0;
+        m_Status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+        char line[512];
+        while (m_Log && std::fgets(line, sizeof line, m_Log)) m_Text += line;
+        if (m_Log) std::fclose(m_Log), m_Log = nullptr;
+        return m_Status;
+    }
+    int Port() const { return m_Port; }
+    const std::string& Log() const { return m_Text; }
+
+private:
+    pid_t m_Pid = -1;
+    FILE* m_Log = nullptr;
+    int m_Port = 0;
+    int m_Status = -1;
+    std::string m_Text;
+};
+
+class Client {
+public:
+    explicit Client(int port) {
+        m_Fd = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (connect(m_Fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) close(m_Fd), m_Fd = -1;
+    }
+    ~Client() {
+        if (m_Fd >= 0) close(m_Fd);
+    }
+    bool Send(const std::string& bytes) {
+        size_t sent = 0;
+        while (sent < bytes.size()) {
+            const ssize_t n = send(m_Fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            if (n <= 0) return false;
+            sent += static_cast<size_t>(n);
+        }
+        return true;
+    }
+    // Reads until `bytes` have come, the peer closes, or two seconds pass without data.
+    std::string Receive(size_t bytes = SIZE_MAX) {
+        while (m_Buffer.size() < bytes) {
+            pollfd wait{m_Fd, POLLIN, 0};
+            if (poll(&wait, 1, 2000) <= 0) break;
+            char chunk[65536];
+            const ssize_t n = recv(m_Fd, chunk, sizeof chunk, 0);
+            if (n <= 0) {
+                m_Closed = true;
+                break;
+            }
+            m_Buffer.append(chunk, static_cast<size_t>(n));
+        }
+        std::string all;
+        all.swap(m_Buffer);
+        return all;
+    }
+    // Everything until the peer closes.
+    std::string UntilClosed() {
+        std::string all;
+        while (!m_Closed) {
+            const std::string more = Receive();
+            if (more.empty() && !m_Closed) break;
+            all += more;
+        }
+        return all;
+    }
+    bool Closed() const { return m_Closed; }
+    bool Connected() const { return m_Fd >= 0; }
+
+private:
+    int m_Fd = -1;
+    std::string m_Buffer;
+    bool m_Closed = false;
+};
+
+// The counted framing's blocks, one per message: each the list of its replies.
+std::vector<std::vector<std::string>> Blocks(const std::string& bytes) {
+    std::vector<std::vector<std::string>> blocks;
+    size_t at = 0;
+    while (at < bytes.size() && bytes[at] == '+') {
+        const size_t end = bytes.find('\n', at);
+        if (end == std::string::npos) break;
+        const int count = std::atoi(bytes.c_str() + at + 1);
+        at = end + 1;
+        std::vector<std::string> replies;
+        for (int i = 0; i < count; ++i) {
+            const size_t colon = bytes.find(':', at);
+            const size_t length = std::stoul(bytes.substr(at, colon - at));
+            replies.push_back(bytes.substr(colon + 1, length));
+            at = colon + 1 + length + 1;
+        }
+        blocks.push_back(replies);
+    }
+    return blocks;
+}
+
+// 1,000 lines of every kind in one write: every block belongs to its line, in order.
+TEST(Network, PipelinedMessagesAreAnsweredInOrder) {
+    Server server("--framing counted");
+    ASSERT_GT(server.Port(), 0) << server.Log();
+    Client client(server.Port());
+    std::string lines;
+    std::vector<std::vector<std::string>> expected;
+    for (int i = 0; i < 1000; ++i) {
+        switch (i % 5) {
+            case 0: lines += "Var1=" + std::to_string(i) + "\n", expected.push_back({}); break;
+            case 1: lines += "Var1?\r\n", expected.push_back({"Var1=" + std::to_string(i - 1)}); break;
+            case 2: lines += "Nobody?\r", expected.push_back({"?"}); break;
+            case 3: lines += "?\n", expected.push_back({"Var1=" + std::to_string(i - 3) + "\nVar2=Hello"}); break;
+            default: lines += "Station.ResultsView?\n", expected.push_back({"Length=12.25\nWidth=3.5"}); break;
+        }
+    }
+    ASSERT_TRUE(client.Send(lines));
+    std::string received;
+    for (int round = 0; round < 10000 && Blocks(received).size() < expected.size(); ++round) received += client.Receive(1);
+    EXPECT_EQ(Blocks(received), expected);
+}
+
+// Line ends of every kind, lines split at every byte, and a CR that ends one read before its LF.
+TEST(Network, LinesAreCutAtEveryKindOfLineEnd) {
+    Server server("--framing counted");
+    Client client(server.Port());
+    const std::string text = "Var1=7\r\nVar1?\rVar1?\nVar1=8\r";
+    for (char c : text) {
+        ASSERT_TRUE(client.Send(std::string(1, c)));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ASSERT_TRUE(client.Send("\nVar1?\n"));
+    const std::vector<std::vector<std::string>> expected{{}, {"Var1=7"}, {"Var1=7"}, {}, {"Var1=8"}};
+    std::string received;
+    for (int round = 0; round < 100 && Blocks(received).size() < expected.size(); ++round) received += client.Receive(1);
+    EXPECT_EQ(Blocks(received), expected) << "the LF after a CR read alone is no empty line";
+}
+
+// Clients at once, each answered in its own order; Break closes only its own connection; the
+// text framing ends every block with an empty line.
+TEST(Network, ClientsAreServedApartAndBreakClosesOnlyItsOwn) {
+    Server server("");
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 20; ++i) clients.push_back(std::make_unique<Client>(server.Port()));
+    for (int i = 0; i < 20; ++i) ASSERT_TRUE(clients[i]->Send("Lamp?\nStation.Feeder?\n"));
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(clients[i]->Receive(6), "0\n\n0\n\n") << i;
+    ASSERT_TRUE(clients[0]->Send("Lamp=1\nBreak\nLamp?\n"));
+    EXPECT_EQ(clients[0]->UntilClosed(), "\n") << "the assignment's empty block, then nothing";
+    EXPECT_TRUE(clients[0]->Closed());
+    ASSERT_TRUE(clients[1]->Send("Lamp?\n"));
+    EXPECT_EQ(clients[1]->Receive(3), "1\n\n") << "one object for every client";
+}
+
+// The first line decides: a token when one is required, and never another protocol's opening.
+TEST(Network, StrangersAreRefusedBeforeTheObjectSeesAnything) {
+    {
+        std::ofstream("e2e-token") << "s3cret\n";
+    }
+    Server server("--auth-file e2e-token");
+    const struct { std::string first; std::string answer; } rows[] = {
+        {"AUTH s3cret\nLamp?\n", "\n0\n\n"},
+        {"AUTH wrong\nLamp=1\n", "ERROR: authentication failed\n"},
+        {"Lamp=1\n", "ERROR: authentication failed\n"},
+        {"GET / HTTP/1.1\r\nHost: x\r\n\r\n", "ERROR: this is a line protocol: refused an HTTP request\n"},
+        {"host: example\n", "ERROR: this is a line protocol: refused an HTTP header\n"},
+        {"SSH-2.0-OpenSSH_9.2\r\n", "ERROR: this is a line protocol: refused an SSH banner\n"},
+        {std::string("\x16\x03\x01\x02\x00\x01", 6), "ERROR: this is a line protocol, not TLS\n"},
+    };
+    for (const auto& row : rows) {
+        Client client(server.Port());
+        ASSERT_TRUE(client.Send(row.first));
+        EXPECT_EQ(row.first.rfind("AUTH s3cret", 0) == 0 ? client.Receive(row.answer.size()) : client.UntilClosed(),
+                  row.answer)
+            << row.first;
+    }
+    Client check(server.Port());
+    check.Send("AUTH s3cret\nLamp?\n");
+    EXPECT_EQ(check.Receive(4), "\n0\n\n") << "nothing a refused client sent reached the object";
+    std::remove("e2e-token");
+}
+
+// Limits: the line length, the number of clients and a client that never reads.
+TEST(Network, LimitsDropOnlyTheClientThatPassesThem) {
+    Server server("--max-clients 3 --max-output 65536 --framing counted");
+    Client longLine(server.Port());
+    longLine.Send(std::string(70000, 'x'));
+    EXPECT_EQ(longLine.UntilClosed(), "-line too long\n");
+
+    Client a(server.Port()), b(server.Port()), c(server.Port());
+    a.Send("Var1?\n");
+    EXPECT_EQ(a.Receive(14), "+1\n8:Var1=100\n");
+    Client d(server.Port());
+    EXPECT_EQ(d.UntilClosed(), "-too many clients\n");
+
+    // b sends and never reads: once its unread answers pass the cap it is dropped, and c is not.
+    std::string many;
+    for (int i = 0; i < 2000; ++i) many += "?\n";
+    bool dropped = false;
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!dropped && std::chrono::steady_clock::now() < until) dropped = !b.Send(many);
+    EXPECT_TRUE(dropped);
+    c.Send(std::string("\x00\xff\xfe garbage \xc3\x28\n", 15) + "Var1?\n");
+    std::string received;
+    for (int round = 0; round < 100 && Blocks(received).size() < 2; ++round) received += c.Receive(1);
+    const std::vector<std::vector<std::string>> answers = Blocks(received);
+    ASSERT_EQ(answers.size(), 2u);
+    EXPECT_EQ(answers[1], std::vector<std::string>{"Var1=100"}) << "bad bytes disturb nobody";
+    server.Stop();
+    EXPECT_NE(server.Log().find("dropped: it does not read its answers"), std::string::npos) << server.Log();
+    EXPECT_NE(server.Log().find("already 3 clients"), std::string::npos) << server.Log();
+}
+
+// SIGTERM stops the service with status 0 after saving the state.
+TEST(Network, TerminationSavesTheState) {
+    std::remove("e2e-net.wks");
+    Server server("--state e2e-net.wks");
+    Client client(server.Port());
+    client.Send("Var1=77\n");
+    EXPECT_EQ(client.Receive(1), "\n");
+    EXPECT_EQ(server.Stop(), 0) << server.Log();
+    std::ifstream file("e2e-net.wks");
+    std::stringstream text;
+    text << file.rdbuf();
+    EXPECT_NE(text.str().find("\"integer\": 77"), std::string::npos) << text.str();
+    std::remove("e2e-net.wks");
+}
+
+}  // namespace
