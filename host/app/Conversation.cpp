@@ -71,6 +71,15 @@ bool CConversation::Feed(std::string_view bytes, std::string& out) {
 }
 
 bool CConversation::Line(std::string_view line, std::string& out) {
+    if (!m_Transcript) return Handle(line, out);
+    m_Transcript->Message(line);
+    const size_t before = out.size();
+    const bool goOn = Handle(line, out);
+    m_Transcript->Answer(std::string_view(out).substr(before));
+    return goOn;
+}
+
+bool CConversation::Handle(std::string_view line, std::string& out) {
     if (m_First) {
         m_First = false;
         if (const char* foreign = ForeignProtocol(line)) {

@@ -11,10 +11,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "host/app/Framing.h"
+#include "host/app/Transcript.h"
 #include "host/kit/ModuleHost.h"
 
 struct ConversationOptions {
@@ -33,12 +35,16 @@ public:
     // conversation is over: send `out`, then close; further bytes are ignored.
     bool Feed(std::string_view bytes, std::string& out);
 
+    // Records every line and its answer from now on.
+    void Record(std::unique_ptr<CTranscript> transcript) { m_Transcript = std::move(transcript); }
+
     // Why it ended: "break", or the error sent (empty while it goes on).
     const std::string& Ending() const { return m_Ending; }
     uint64_t Messages() const { return m_Messages; }
 
 private:
     bool Line(std::string_view line, std::string& out);
+    bool Handle(std::string_view line, std::string& out);
     bool Refuse(const char* why, std::string& out);
 
     CProtocolSession& m_Object;
@@ -52,4 +58,5 @@ private:
     bool m_Authenticated = false;
     uint64_t m_Messages = 0;
     std::string m_Ending;
+    std::unique_ptr<CTranscript> m_Transcript;
 };

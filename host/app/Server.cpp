@@ -121,7 +121,18 @@ CClient::CClient(CService& service, asio::ip::tcp::socket socket)
       m_Conversation(service.Object(), service.Options().conversation, service.AfterMessage()),
       m_Peer(Peer(m_Socket)) {}
 
+// Records `conversation` when the service records sessions; a failure is logged, never fatal.
+void Record(const ServerOptions& options, CConversation& conversation, const std::string& peer) {
+    if (options.recordFolder.empty()) return;
+    std::string error;
+    if (auto transcript = CTranscript::Open(options.recordFolder, peer, options.conversation, error))
+        conversation.Record(std::move(transcript));
+    else
+        ServerLog(LogLevel::kWarn, "not recording %s: %s", peer.c_str(), error.c_str());
+}
+
 void CClient::Start() {
+    Record(m_Service.Options(), m_Conversation, m_Peer);
     asio::error_code ignored;
     m_Socket.set_option(asio::ip::tcp::no_delay(true), ignored);
     ServerLog(LogLevel::kInfo, "%s connected", m_Peer.c_str());
@@ -247,6 +258,7 @@ void CService::Accept(asio::ip::tcp::acceptor& acceptor) {
 
 void CService::ServeStdin() {
     m_StdinConversation = std::make_unique<CConversation>(m_Object, m_Options.conversation, m_AfterMessage);
+    Record(m_Options, *m_StdinConversation, "stdin");
     const int fd = dup(STDIN_FILENO);
     struct stat status;
     const bool pollable =

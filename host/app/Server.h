@@ -18,6 +18,7 @@ struct ServerOptions {
     unsigned idleSeconds = 0;           // 0: never time out
     size_t maxOutput = 16u << 20;       // bytes a client may leave unread before it is dropped
     bool serveStdin = false;            // standard input as one more conversation, answered on standard output
+    std::string recordFolder;           // non-empty: a transcript per session there (host/app/Transcript.h)
 };
 
 // Log lines with a time stamp on standard error, at or above the chosen level.

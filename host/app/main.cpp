@@ -16,6 +16,7 @@
 #include "host/app/LineReader.h"
 #include "host/app/ObjectFiles.h"
 #include "host/app/Server.h"
+#include "host/app/Transcript.h"
 #include "host/kit/ModuleHost.h"
 #include "host/workspace/Workspace.h"
 
@@ -45,6 +46,8 @@ struct Options {
     unsigned idleSeconds = 0;
     size_t maxOutput = 16u << 20;
     std::string logLevel = "info";
+    std::string recordFolder;
+    std::string replay;
     bool maxLineGiven = false;
 };
 
@@ -118,6 +121,14 @@ int ParseOptions(int argc, char** argv, Options& options) {
     app.add_option("--log-level", options.logLevel, "what the network service logs on standard error: debug, info "
                    "(connections; the default), warning or error")
         ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
+    app.add_option("--record", options.recordFolder,
+                   "write a transcript of every session (standard input included) into FOLDER, as it goes")
+        ->type_name("FOLDER")
+        ->check(CLI::ExistingDirectory);
+    app.add_option("--replay", options.replay,
+                   "run the messages of a recorded session against a fresh object and print where its answers differ "
+                   "from the recorded ones (status 1 when they do)")
+        ->type_name("FILE");
     try {
         app.parse(argc, argv);
         options.maxLineGiven = app.count("--max-line") > 0;
@@ -137,7 +148,8 @@ int main(int argc, char** argv) {
     // the program leaves below.
     // Messages name them as the user wrote them.
     const Options shown = options;
-    for (std::string* path : {&options.state, &options.importXml, &options.exportXml, &options.authFile})
+    for (std::string* path :
+         {&options.state, &options.importXml, &options.exportXml, &options.authFile, &options.recordFolder, &options.replay})
         *path = AbsolutePath(*path);
     std::setlocale(LC_ALL, "");  // the host owns the locale; the module decodes under it
 
@@ -184,6 +196,13 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "wks-host: the WKSProtocol object could not be created and bound (0x%08X)\n",
                      static_cast<unsigned>(opened));
         return 1;
+    }
+    if (!options.replay.empty()) {
+        std::string report;
+        const int status = ReplayTranscript(options.replay, session, report);
+        std::fputs(report.c_str(), status == 2 ? stderr : stdout);
+        if (status == 0) std::printf("%s: every answer as recorded\n", shown.replay.c_str());
+        return status;
     }
     if (!options.importXml.empty() && !ImportParametersXml(session.Manager(), options.importXml, problem)) {
         std::fprintf(stderr, "wks-host: %s: %s\n", shown.importXml.c_str(), problem.c_str());
@@ -242,6 +261,7 @@ int main(int argc, char** argv) {
         server.idleSeconds = options.idleSeconds;
         server.maxOutput = options.maxOutput;
         server.serveStdin = true;
+        server.recordFolder = options.recordFolder;
         ServerSetLogLevel(options.logLevel == "debug"     ? LogLevel::kDebug
                           : options.logLevel == "warning" ? LogLevel::kWarn
                           : options.logLevel == "error"   ? LogLevel::kError
@@ -262,6 +282,11 @@ int main(int argc, char** argv) {
         }
     };
 
+    std::unique_ptr<CTranscript> transcript;
+    if (!options.recordFolder.empty() && !(transcript = CTranscript::Open(options.recordFolder, "stdin", ConversationOptions{framing, options.maxLine, std::string()}, error))) {
+        std::fprintf(stderr, "wks-host: --record: %s\n", error.c_str());
+        return 1;
+    }
     showPrompt();
     CLineReader input(STDIN_FILENO, options.maxLine);
     const char* line = nullptr;
@@ -278,6 +303,7 @@ int main(int argc, char** argv) {
             else FrameError(framing, "line too long", out);
             std::fwrite(out.data(), 1, out.size(), stdout);
         } else {
+            if (transcript) transcript->Message(std::string_view(line, static_cast<size_t>(length)));
             CReplyBlock block(framing);
             const HRESULT received = session.Exchange(line, static_cast<size_t>(length), [&](const unsigned char* reply, int32_t n) {
                 block.Add(std::string_view(reinterpret_cast<const char*>(reply), static_cast<size_t>(n)));
@@ -286,6 +312,7 @@ int main(int argc, char** argv) {
             if (received == E_BREAK) break;
             std::string out;
             block.Finish(out);
+            if (transcript) transcript->Answer(out);
             std::fwrite(out.data(), 1, out.size(), stdout);
         }
         std::fflush(stdout);

@@ -281,4 +281,60 @@ TEST(Network, TerminationSavesTheState) {
     std::remove("e2e-net.wks");
 }
 
+std::string Output(const std::string& command, int& status) {
+    FILE* run = popen(command.c_str(), "r");
+    std::string output;
+    char buffer[4096];
+    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) output.append(buffer, n);
+    const int raw = pclose(run);
+    status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return output;
+}
+
+// A person at netcat: CR LF line ends, an empty line after every message's replies.
+TEST(Network, NetcatSessionReadsAsTheReadmeSays) {
+    Server server("");
+    int status = -1;
+    const std::string transcript = Output("printf 'Lamp=1\\r\\nLamp?\\r\\n?\\r\\nNobody\\r\\n' | nc -q1 127.0.0.1 " +
+                                              std::to_string(server.Port()), status);
+    EXPECT_EQ(transcript, "\n1\n\nVar1=100\nVar2=Hello\n\n?\n\n");
+}
+
+// A recorded session replays without a difference; against another workspace the difference is
+// shown and the status says so.
+TEST(Network, RecordedSessionsReplay) {
+    std::system("rm -rf e2e-rec && mkdir e2e-rec");
+    {
+        std::ofstream("e2e-other.toml") << "[[object]]\nname = \"Lamp\"\nkind = \"result\"\nvalue = 7\n";
+        Server server("--framing counted --record e2e-rec");
+        Client client(server.Port());
+        client.Send("Lamp=1\nLamp?\nVar1=5\n?\nBreak\n");
+        client.UntilClosed();
+    }
+    int status = -1;
+    const std::string files = Output("ls e2e-rec | grep 127_0_0_1", status);
+    ASSERT_NE(files.find(".wksrec"), std::string::npos) << files;
+    const std::string file = "e2e-rec/" + files.substr(0, files.find('\n'));
+    EXPECT_NE(Output("./wks-host --replay " + file, status).find("every answer as recorded"), std::string::npos);
+    EXPECT_EQ(status, 0);
+    const std::string report = Output("./wks-host --replay " + file + " --workspace e2e-other.toml", status);
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(report.find("Lamp?\n- +1\\n1:1\\n\n+ +1\\n1:7\\n"), std::string::npos) << report;
+    std::system("rm -rf e2e-rec e2e-other.toml");
+}
+
+// An idle client is closed when asked; a wildcard address without a token is warned about.
+TEST(Network, IdleClientsCloseAndOpenAddressesWarn) {
+    Server server("--idle-timeout 1 --listen 0.0.0.0:0");
+    Client idle(server.Port());
+    const auto start = std::chrono::steady_clock::now();
+    idle.UntilClosed();
+    EXPECT_TRUE(idle.Closed());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+    server.Stop();
+    EXPECT_NE(server.Log().find("0.0.0.0:0 is reachable from other machines and no --auth-file is set"), std::string::npos)
+        << server.Log();
+    EXPECT_NE(server.Log().find("idle timeout"), std::string::npos) << server.Log();
+}
+
 }  // namespace

@@ -1,0 +1,158 @@
+#include "host/app/Transcript.h"
+
+#include <sys/time.h>
+
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <vector>
+
+#include "host/app/Conversation.h"
+#include "host/app/Files.h"
+
+namespace {
+
+constexpr char kHeader[] = "# wks-host transcript 1";
+
+std::string Escape(std::string_view bytes) {
+    static const char kHex[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(bytes.size());
+    for (char c : bytes) {
+        const unsigned char u = static_cast<unsigned char>(c);
+        if (c == '\\') out += "\\\\";
+        else if (c == '\n') out += "\\n";
+        else if (c == '\r') out += "\\r";
+        else if (c == '\t') out += "\\t";
+        else if (u < 0x20 || u >= 0x7F) out += std::string("\\x") + kHex[u >> 4] + kHex[u & 15];
+        else out += c;
+    }
+    return out;
+}
+
+bool Unescape(std::string_view text, std::string& out) {
+    out.clear();
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            out += text[i];
+            continue;
+        }
+        if (++i >= text.size()) return false;
+        switch (text[i]) {
+            case '\\': out += '\\'; break;
+            case 'n': out += '\n'; break;
+            case 'r': out += '\r'; break;
+            case 't': out += '\t'; break;
+            case 'x': {
+                if (i + 2 >= text.size()) return false;
+                auto digit = [](char c) { return c >= '0' && c <= '9' ? c - '0' : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1; };
+                const int high = digit(text[i + 1]), low = digit(text[i + 2]);
+                if (high < 0 || low < 0) return false;
+                out += static_cast<char>(high << 4 | low);
+                i += 2;
+                break;
+            }
+            default: return false;
+        }
+    }
+    return true;
+}
+
+std::string Stamp(bool forFileName) {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    std::tm local;
+    localtime_r(&now.tv_sec, &local);
+    char text[64];
+    std::strftime(text, sizeof text, forFileName ? "%Y%m%dT%H%M%S" : "%Y-%m-%dT%H:%M:%S", &local);
+    char zone[8];
+    std::strftime(zone, sizeof zone, "%z", &local);
+    char milliseconds[24];
+    std::snprintf(milliseconds, sizeof milliseconds, ".%03ld", static_cast<long>(now.tv_usec / 1000));
+    return std::string(text) + milliseconds + (forFileName ? "" : zone);
+}
+
+const char* FramingName(Framing framing) {
+    return framing == Framing::kCounted ? "counted" : framing == Framing::kRaw ? "raw" : "text";
+}
+
+}  // namespace
+
+std::unique_ptr<CTranscript> CTranscript::Open(const std::string& folder, const std::string& peer,
+                                               const ConversationOptions& options, std::string& error) {
+    static std::atomic<unsigned> sequence{0};
+    std::string safePeer;
+    for (char c : peer) safePeer += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+    const std::string path = folder + "/" + Stamp(true) + "-" + std::to_string(++sequence) + "-" + safePeer + ".wksrec";
+    FILE* file = std::fopen(path.c_str(), "wx");
+    if (file == nullptr) return error = path + ": " + std::strerror(errno), nullptr;
+    std::fprintf(file, "%s\n# framing %s\n# peer %s\n%s", kHeader, FramingName(options.framing), Escape(peer).c_str(),
+                 options.token.empty() ? "" : "# auth\n");
+    std::fflush(file);
+    return std::unique_ptr<CTranscript>(new CTranscript(file));
+}
+
+CTranscript::~CTranscript() { std::fclose(m_File); }
+
+void CTranscript::Event(char direction, std::string_view bytes) {
+    std::fprintf(m_File, "%s %c %s\n", Stamp(false).c_str(), direction, Escape(bytes).c_str());
+    std::fflush(m_File);
+}
+
+void CTranscript::Message(std::string_view line) { Event('>', line.substr(0, 5) == "AUTH " ? "AUTH *" : line); }
+
+void CTranscript::Answer(std::string_view bytes) {
+    if (!bytes.empty()) Event('<', bytes);
+}
+
+int ReplayTranscript(const std::string& path, CProtocolSession& object, std::string& report) {
+    std::string text, why;
+    if (!ReadWholeFile(path, text, why)) return report = path + ": " + why, 2;
+    if (text.rfind(kHeader, 0) != 0) return report = path + ": not a wks-host transcript", 2;
+    ConversationOptions options;
+    struct Step {
+        std::string message, recorded;
+        size_t line;
+    };
+    std::vector<Step> steps;
+    size_t number = 0;
+    for (size_t start = 0; start < text.size();) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos) end = text.size();
+        const std::string_view line(text.data() + start, end - start);
+        start = end + 1;
+        ++number;
+        if (line.empty()) continue;
+        if (line[0] == '#') {
+            if (line == "# framing counted") options.framing = Framing::kCounted;
+            else if (line == "# framing raw") options.framing = Framing::kRaw;
+            else if (line == "# auth") options.token = "*";  // the recorded AUTH line carries "*"
+            continue;
+        }
+        const size_t blank = line.find(' ');
+        std::string bytes;
+        if (blank == std::string_view::npos || blank + 3 > line.size() + 1 || line[blank + 2] != ' ' ||
+            (line[blank + 1] != '>' && line[blank + 1] != '<') || !Unescape(line.substr(blank + 3), bytes))
+            return report = path + ":" + std::to_string(number) + ": not a transcript event", 2;
+        if (line[blank + 1] == '>') {
+            steps.push_back({bytes, std::string(), number});
+        } else if (!steps.empty()) {
+            steps.back().recorded += bytes;
+        }
+    }
+    CConversation conversation(object, options, nullptr);
+    int differences = 0;
+    for (const Step& step : steps) {
+        std::string answer;
+        conversation.Feed(step.message + "\n", answer);
+        if (answer == step.recorded) continue;
+        ++differences;
+        report += "line " + std::to_string(step.line) + ": " + Escape(step.message) + "\n- " + Escape(step.recorded) +
+                  "\n+ " + Escape(answer) + "\n";
+    }
+    if (differences == 0) return 0;
+    report += std::to_string(differences) + " of " + std::to_string(steps.size()) + " messages answered differently\n";
+    return 1;
+}

@@ -1,0 +1,45 @@
+// Transcripts of sessions (--record DIR) and their replay (--replay FILE).
+//
+// A transcript is a text file, one event per line, written as the session goes:
+//   # wks-host transcript 1
+//   # framing text|counted|raw
+//   # peer 127.0.0.1:41234
+//   # auth                       (only when the session had to authenticate first)
+//   2026-11-23T19:50:01.123+0000 > Lamp=1
+//   2026-11-23T19:50:01.123+0000 < \n
+// ">" is one message as it was received (without its line end), "<" the bytes sent in answer.
+// Bytes are escaped: \\ for a backslash, \n, \r, \t, and \xHH for every other byte below 0x20,
+// 0x7F and above. The token of an "AUTH" line is never written: the line is recorded as "AUTH *".
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "host/app/Framing.h"
+#include "host/kit/ModuleHost.h"
+
+struct ConversationOptions;
+
+class CTranscript {
+public:
+    // A new transcript file in `folder`, named after the time and the peer; null (and `error`) when
+    // it cannot be created.
+    static std::unique_ptr<CTranscript> Open(const std::string& folder, const std::string& peer,
+                                             const ConversationOptions& options, std::string& error);
+    ~CTranscript();
+    void Message(std::string_view line);
+    void Answer(std::string_view bytes);
+
+private:
+    explicit CTranscript(FILE* file) : m_File(file) {}
+    void Event(char direction, std::string_view bytes);
+    FILE* m_File;
+};
+
+// Runs the messages of the transcript at `path` against `object` (fresh and bound by the caller)
+// and compares the answers with the recorded ones. Returns 0 when they agree, 1 when they differ
+// (`report` then shows each differing message with the recorded and the new answer), 2 when the
+// file is no transcript (`report` says why).
+int ReplayTranscript(const std::string& path, CProtocolSession& object, std::string& report);
