@@ -70,6 +70,16 @@ bool CConversation::Feed(std::string_view bytes, std::string& out) {
     return true;
 }
 
+void CConversation::End(std::string& out) {
+    if (!m_Over && !m_Partial.empty()) {
+        std::string line;
+        line.swap(m_Partial);
+        Line(line, out);
+    }
+    if (!m_Over) m_Ending = "end of input";
+    m_Over = true;
+}
+
 bool CConversation::Line(std::string_view line, std::string& out) {
     if (!m_Transcript) return Handle(line, out);
     m_Transcript->Message(line);

@@ -35,6 +35,10 @@ public:
     // conversation is over: send `out`, then close; further bytes are ignored.
     bool Feed(std::string_view bytes, std::string& out);
 
+    // The input has ended: a last line without its line end is still a message. Appends its
+    // answer to `out`; the conversation is over.
+    void End(std::string& out);
+
     // Records every line and its answer from now on.
     void Record(std::unique_ptr<CTranscript> transcript) { m_Transcript = std::move(transcript); }
 

@@ -151,7 +151,15 @@ void CClient::ArmIdle() {
 void CClient::Read() {
     m_Socket.async_read_some(asio::buffer(m_Buffer), [self = shared_from_this()](const asio::error_code& error, size_t n) {
         if (self->m_Closed) return;
-        if (error) return self->Finish(error == asio::error::eof ? "closed by the client" : "connection lost");
+        if (error == asio::error::eof) {
+            // The client is done sending; it may still read the answer to a last line without
+            // its line end.
+            std::string out;
+            self->m_Conversation.End(out);
+            self->m_Ending = true;
+            return self->Send(out);
+        }
+        if (error) return self->Finish("connection lost");
         self->ArmIdle();
         std::string out;
         const bool goOn = self->m_Conversation.Feed(std::string_view(self->m_Buffer, n), out);
@@ -281,6 +289,7 @@ void CService::ReadStdin() {
     auto handle = [this](const char* bytes, size_t n, bool end) {
         std::string out;
         const bool goOn = !end && m_StdinConversation->Feed(std::string_view(bytes, n), out);
+        if (end) m_StdinConversation->End(out);
         std::fwrite(out.data(), 1, out.size(), stdout);
         std::fflush(stdout);
         if (!goOn) return StdinDone();

@@ -291,11 +291,12 @@ std::string Output(const std::string& command, int& status) {
     return output;
 }
 
-// A person at netcat: CR LF line ends, an empty line after every message's replies.
+// A person at netcat: CR LF line ends, an empty line after every message's replies; the last
+// line, sent without its line end before the input ended, is still answered.
 TEST(Network, NetcatSessionReadsAsTheReadmeSays) {
     Server server("");
     int status = -1;
-    const std::string transcript = Output("printf 'Lamp=1\\r\\nLamp?\\r\\n?\\r\\nNobody\\r\\n' | nc -q1 127.0.0.1 " +
+    const std::string transcript = Output("printf 'Lamp=1\\r\\nLamp?\\r\\n?\\r\\nNobody' | nc -q1 127.0.0.1 " +
                                               std::to_string(server.Port()), status);
     EXPECT_EQ(transcript, "\n1\n\nVar1=100\nVar2=Hello\n\n?\n\n");
 }
