@@ -219,7 +219,7 @@ bool CService::Listen(std::string& error) {
         if (!ServerParseEndpoint(text, address, port)) return error = "--listen " + text + ": not [ADDRESS:]PORT", false;
         asio::error_code problem;
         const asio::ip::address ip = asio::ip::make_address(address, problem);
-        if (problem) return error = "--listen " + text + ": " + problem.message(), false;
+        if (problem) return error = "--listen " + text + ": '" + address + "' is not an IP address (names are not looked up)", false;
         auto acceptor = std::make_unique<asio::ip::tcp::acceptor>(m_Io);
         const asio::ip::tcp::endpoint endpoint(ip, port);
         acceptor->open(endpoint.protocol(), problem);
