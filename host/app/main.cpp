@@ -62,6 +62,7 @@ int ParseOptions(int argc, char** argv, Options& options) {
         "session on standard input: every line is one message, every reply is printed on a line of its own, \"?\" "
         "answers a failed command, and a line beginning with \"Break\" ends the session.",
         "wks-host"};
+    app.set_version_flag("--version", "wks-host " WKS_VERSION);
     app.add_option("--workspace", options.workspace,
                    "the workspace to serve, in TOML (default: the built-in sample; see host/workspace/sample.toml)")
         ->type_name("FILE");
