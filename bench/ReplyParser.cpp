@@ -55,13 +55,13 @@ CReplyParser::Result CReplyParser::Parse(std::string_view& bytes) {
                 result = Header();
                 break;
             case State::kLength:
-                while (!bytes.empty() && bytes.front() != ':' && m_Line.size() <= 9) {
+                while (!bytes.empty() && bytes.front() != ':' && m_Line.size() < 9) {
                     m_Line += bytes.front();
                     bytes.remove_prefix(1);
                 }
                 if (bytes.empty()) return Result::kNeedMore;
-                if (bytes.front() != ':' || Number(m_Line) < 0)
-                    return Fail("a reply's length '" + Shown(m_Line + bytes.front()) + "' is not digits and ':'");
+                if (bytes.front() != ':') return Fail("a reply's length '" + Shown(m_Line) + "...' is too long");
+                if (Number(m_Line) < 0) return Fail("a reply's length '" + Shown(m_Line) + "' is not a number");
                 bytes.remove_prefix(1);
                 m_Need = static_cast<size_t>(Number(m_Line));
                 if (m_Held.size() + m_Need + 4 * (m_Ends.size() + 1) > kMaxHeld)
