@@ -271,7 +271,7 @@ int main(int argc, char** argv) {
     app.add_option("--warmup", options.warmup, "seconds before measuring (default 1)")->check(CLI::Range(0.0, 3600.0));
     app.add_option("--line", options.line, "the line sent (default Var1? for wks, PING for redis)");
     app.add_option("--expect", options.expect,
-                   "a reply every answer must hold; repeat it for an answer of several replies, in order "
+                   "the reply every answer must be; repeat it for an answer of several replies, in order "
                    "(without it, only errors are counted)");
     app.add_option("--protocol", options.protocol, "wks (wks-host --framing counted) or redis (default wks)")
         ->check(CLI::IsMember({"wks", "redis"}));
@@ -336,7 +336,7 @@ int main(int argc, char** argv) {
 
     if (options.json) {
         std::printf("{\"protocol\":%s,\"connect\":%s,\"connections\":%d,\"in_flight\":%d,\"threads\":%d,"
-                    "\"warmup_s\":%g,\"duration_s\":%g,\"answers\":%" PRIu64 ",\"replies_per_s\":%.1f,"
+                    "\"warmup_s\":%g,\"duration_s\":%g,\"replies\":%" PRIu64 ",\"replies_per_s\":%.1f,"
                     "\"p50_us\":%.1f,\"p90_us\":%.1f,\"p99_us\":%.1f,\"p999_us\":%.1f,"
                     "\"mismatches\":%" PRIu64 ",\"failures\":%" PRIu64 ",\"lost\":%" PRIu64 "}\n",
                     JsonText(options.protocol).c_str(), JsonText(options.connect).c_str(), options.connections,
