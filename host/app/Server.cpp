@@ -258,7 +258,13 @@ void CService::Accept(asio::ip::tcp::acceptor& acceptor) {
                 client->Start();
             }
         } else if (error != asio::error::operation_aborted) {
+            // Out of file descriptors, say: try again a little later rather than spin.
             ServerLog(LogLevel::kWarn, "accepting failed: %s", error.message().c_str());
+            auto pause = std::make_shared<asio::steady_timer>(m_Io, std::chrono::milliseconds(100));
+            pause->async_wait([this, &acceptor, pause](const asio::error_code&) {
+                if (acceptor.is_open()) Accept(acceptor);
+            });
+            return;
         }
         Accept(acceptor);
     });

@@ -40,15 +40,17 @@ public:
         }
         close(err[1]);
         m_Log = fdopen(err[0], "r");
+        // One "listening on ADDRESS:PORT" line per --listen, in their order.
+        size_t listeners = 1;
+        for (size_t at = options.find("--listen"); at != std::string::npos; at = options.find("--listen", at + 1)) ++listeners;
         char line[512];
-        while (m_Log && std::fgets(line, sizeof line, m_Log)) {
+        while (m_Ports.size() < listeners && m_Log && std::fgets(line, sizeof line, m_Log)) {
             m_Text += line;
-            const char* at = std::strstr(line, "listening on 127.0.0.1:");
-            if (at) {
-                m_Port = std::atoi(at + std::strlen("listening on 127.0.0.1:"));
-                break;
-            }
+            const char* at = std::strstr(line, "listening on ");
+            const char* colon = at ? std::strrchr(line, ':') : nullptr;
+            if (colon) m_Ports.push_back(std::atoi(colon + 1));
         }
+        m_Port = m_Ports.empty() ? 0 : m_Ports.front();
     }
     ~Server() { Stop(); }
     // SIGTERM; the exit status.
@@ -65,25 +67,37 @@ public:
         return m_Status;
     }
     int Port() const { return m_Port; }
+    const std::vector<int>& Ports() const { return m_Ports; }
     const std::string& Log() const { return m_Text; }
 
 private:
     pid_t m_Pid = -1;
     FILE* m_Log = nullptr;
     int m_Port = 0;
+    std::vector<int> m_Ports;
     int m_Status = -1;
     std::string m_Text;
 };
 
 class Client {
 public:
-    explicit Client(int port) {
-        m_Fd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(m_Fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) close(m_Fd), m_Fd = -1;
+    explicit Client(int port, bool v6 = false) {
+        m_Fd = socket(v6 ? AF_INET6 : AF_INET, SOCK_STREAM, 0);
+        int connected = -1;
+        if (v6) {
+            sockaddr_in6 address{};
+            address.sin6_family = AF_INET6;
+            address.sin6_port = htons(static_cast<uint16_t>(port));
+            address.sin6_addr = in6addr_loopback;
+            connected = connect(m_Fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        } else {
+            sockaddr_in address{};
+            address.sin_family = AF_INET;
+            address.sin_port = htons(static_cast<uint16_t>(port));
+            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+            connected = connect(m_Fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        }
+        if (connected != 0) close(m_Fd), m_Fd = -1;
     }
     ~Client() {
         if (m_Fd >= 0) close(m_Fd);
@@ -336,6 +350,18 @@ TEST(Network, IdleClientsCloseAndOpenAddressesWarn) {
     EXPECT_NE(server.Log().find("0.0.0.0:0 is reachable from other machines and no --auth-file is set"), std::string::npos)
         << server.Log();
     EXPECT_NE(server.Log().find("idle timeout"), std::string::npos) << server.Log();
+}
+
+// Several addresses at once, IPv6 among them, all reaching the one object.
+TEST(Network, ServesSeveralAddressesIPv6Included) {
+    Server server("--listen [::1]:0");
+    ASSERT_EQ(server.Ports().size(), 2u) << server.Log();
+    Client v4(server.Ports()[0]), v6(server.Ports()[1], true);
+    if (!v6.Connected()) GTEST_SKIP() << "no IPv6 loopback here";
+    v6.Send("Lamp=1\n");
+    EXPECT_EQ(v6.Receive(1), "\n");
+    v4.Send("Lamp?\n");
+    EXPECT_EQ(v4.Receive(3), "1\n\n");
 }
 
 }  // namespace
