@@ -9,20 +9,17 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/Arguments.h"
+#include "fuzz/ModuleHost.h"
 #include "host/app/Conversation.h"
 #include "host/collections/HostObject.h"
 #include "host/collections/SuperCollection.h"
 
 namespace {
 
-CModuleHost* gHost = nullptr;  // never destroyed: objects of the module may outlive the run
+CModuleHost* gHost = nullptr;
 int32_t gLiveAtRest = 0;
 
-[[noreturn]] void Fail(const char* what, const std::string& detail = std::string()) {
-    std::fprintf(stderr, "fuzz_conversation: %s%s\n", what, detail.c_str());
-    std::abort();
-}
+[[noreturn]] void Fail(const char* what, const std::string& detail = std::string()) { FUZZFail("fuzz_conversation", what, detail); }
 
 // The number of blocks in `out`, which must hold nothing but blocks and at most one error line
 // at its end.
@@ -73,11 +70,7 @@ std::string Converse(std::string_view bytes, bool token, size_t step, uint64_t& 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    FUZZAbsolutePaths(argc, argv);
-    if (!HOSTChangeToFolderOf(HOSTProgramFolder())) Fail("cannot move into the program's folder");
-    gHost = new CModuleHost;
-    std::string error;
-    if (!gHost->Load("./WKSProtocol.so", error)) Fail(error.c_str());
+    gHost = &FUZZLoadModule("fuzz_conversation", argc, argv);
     uint64_t messages = 0;
     Converse("?\nVar1=1\nVar1?\nLamp?\n", false, 0, messages);  // the module's factories exist from here on
     gLiveAtRest = HOSTLiveObjects();

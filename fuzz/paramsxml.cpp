@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/Arguments.h"
+#include "fuzz/ModuleHost.h"
 #include "host/collections/HostObject.h"
 #include "host/collections/SuperCollection.h"
 #include "host/components/XmlStream.h"
@@ -17,13 +17,10 @@
 
 namespace {
 
-CModuleHost* gHost = nullptr;  // never destroyed: objects of the module may outlive the run
+CModuleHost* gHost = nullptr;
 int32_t gLiveAtRest = 0;
 
-[[noreturn]] void Fail(const char* what) {
-    std::fprintf(stderr, "fuzz_paramsxml: %s\n", what);
-    std::abort();
-}
+[[noreturn]] void Fail(const char* what) { FUZZFail("fuzz_paramsxml", what); }
 
 constexpr int32_t kRebuild = 0x1000000, kInPlace = 0x2000000;
 
@@ -65,12 +62,7 @@ void LoadAndQuery(std::string_view text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    FUZZAbsolutePaths(argc, argv);
-    // The module loads ./CollectionsEx.so relative to the current directory.
-    if (!HOSTChangeToFolderOf(HOSTProgramFolder())) Fail("cannot move into the program's folder");
-    gHost = new CModuleHost;
-    std::string error;
-    if (!gHost->Load("./WKSProtocol.so", error)) Fail(error.c_str());
+    gHost = &FUZZLoadModule("fuzz_paramsxml", argc, argv);
     // The module's factories and the host components it caches stay alive from their first use.
     LoadAndQuery("<wks version=\"1\"><Var1>5</Var1><Use_Prompt>1</Use_Prompt></wks>");
     gLiveAtRest = HOSTLiveObjects();

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/Arguments.h"
+#include "fuzz/ModuleHost.h"
 #include "host/collections/HostObject.h"
 #include "host/collections/SuperCollection.h"
 #include "host/components/FolderStream.h"
@@ -18,13 +18,10 @@
 
 namespace {
 
-CModuleHost* gHost = nullptr;  // never destroyed: objects of the module may outlive the run
+CModuleHost* gHost = nullptr;
 int32_t gLiveAtRest = 0;
 
-[[noreturn]] void Fail(const char* what, const std::string& detail = std::string()) {
-    std::fprintf(stderr, "fuzz_statefile: %s%s\n", what, detail.c_str());
-    std::abort();
-}
+[[noreturn]] void Fail(const char* what, const std::string& detail = std::string()) { FUZZFail("fuzz_statefile", what, detail); }
 
 // A fresh protocol object loads `folder` (when given) and answers "?".
 void LoadAndQuery(IFolderStream* folder) {
@@ -47,12 +44,7 @@ void LoadAndQuery(IFolderStream* folder) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    FUZZAbsolutePaths(argc, argv);
-    // The module loads ./CollectionsEx.so relative to the current directory.
-    if (!HOSTChangeToFolderOf(HOSTProgramFolder())) Fail("cannot move into the program's folder");
-    gHost = new CModuleHost;
-    std::string error;
-    if (!gHost->Load("./WKSProtocol.so", error)) Fail(error.c_str());
+    gHost = &FUZZLoadModule("fuzz_statefile", argc, argv);
     // The module's factories and the host components it caches stay alive from their first use.
     LoadAndQuery(nullptr);
     gLiveAtRest = HOSTLiveObjects();

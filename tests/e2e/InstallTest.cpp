@@ -10,20 +10,11 @@
 #include <sstream>
 #include <string>
 
+#include "support/Output.h"
+
 namespace {
 
 namespace fs = std::filesystem;
-
-// Runs a shell command; its exit status goes to `status`.
-std::string Output(const std::string& command, int& status) {
-    FILE* run = popen(command.c_str(), "r");
-    std::string output;
-    if (run == nullptr) return status = -1, output;
-    char buffer[256];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) output.append(buffer, n);
-    status = pclose(run);
-    return output;
-}
 
 // For the shell; the paths here hold no quote.
 std::string Quoted(const fs::path& path) { return "'" + path.string() + "'"; }

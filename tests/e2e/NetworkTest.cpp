@@ -20,6 +20,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/Output.h"
+
 namespace {
 
 // A wks-host serving an ephemeral loopback port; stopped with SIGTERM when it goes.
@@ -293,16 +295,6 @@ TEST(Network, TerminationSavesTheState) {
     text << file.rdbuf();
     EXPECT_NE(text.str().find("\"integer\": 77"), std::string::npos) << text.str();
     std::remove("e2e-net.wks");
-}
-
-std::string Output(const std::string& command, int& status) {
-    FILE* run = popen(command.c_str(), "r");
-    std::string output;
-    char buffer[4096];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) output.append(buffer, n);
-    const int raw = pclose(run);
-    status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    return output;
 }
 
 // A person at netcat: CR LF line ends, an empty line after every message's replies; the last

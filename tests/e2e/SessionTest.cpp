@@ -15,6 +15,7 @@
 #include "host/components/Inputs.h"
 #include "host/kit/ModuleHost.h"
 #include "host/workspace/Workspace.h"
+#include "support/Output.h"
 
 namespace {
 
@@ -162,17 +163,6 @@ TEST_F(Session, BindLooksUpInputsUnlessTheirFlagSaysNever) {
     m_Live = HOSTLiveObjects();  // the two inputs stay with the object
 }
 
-// Runs a shell command in the build folder (where the suite starts); its exit status goes to `status`.
-std::string Output(const std::string& command, int& status) {
-    FILE* run = popen(command.c_str(), "r");
-    std::string output;
-    if (run == nullptr) return status = -1, output;
-    char buffer[256];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) output.append(buffer, n);
-    status = pclose(run);
-    return output;
-}
-
 // wks-host on a scripted session, whose transcript is the replies, one per line; wrong input of
 // every kind is named, and the host stops with a status that says so.
 TEST(WksHost, SessionsAndRefusals) {
@@ -201,7 +191,7 @@ TEST(WksHost, SessionsAndRefusals) {
     for (const auto& row : rows) {
         int status = -1;
         const std::string output = Output(std::string("./wks-host --no-prompt ") + row.arguments + " 2>&1", status);
-        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, row.status) << row.arguments;
+        EXPECT_EQ(status, row.status) << row.arguments;
         if (row.output) EXPECT_EQ(output, row.output) << row.arguments;
         else EXPECT_NE(output.find("Run with --help"), std::string::npos) << row.arguments << ": " << output;
     }

@@ -14,19 +14,14 @@
 #include <string>
 #include <thread>
 
+#include "support/Output.h"
+
 namespace {
 
 // wks-host with `arguments`, reading `input`; its standard output and error.
 std::string RunHost(const std::string& arguments, const std::string& input, int& status) {
     std::ofstream("e2e-in.txt", std::ios::binary) << input;
-    FILE* run = popen(("./wks-host --no-prompt " + arguments + " < e2e-in.txt 2>&1").c_str(), "r");
-    std::string output;
-    if (run == nullptr) return status = -1, output;
-    char buffer[256];
-    while (size_t n = std::fread(buffer, 1, sizeof buffer, run)) output.append(buffer, n);
-    const int raw = pclose(run);
-    status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    return output;
+    return Output("./wks-host --no-prompt " + arguments + " < e2e-in.txt 2>&1", status);
 }
 
 std::string Contents(const char* path) {
