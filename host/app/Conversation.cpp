@@ -33,16 +33,32 @@ bool CConversation::Refuse(const char* why, std::string& out) {
 
 bool CConversation::Feed(std::string_view bytes, std::string& out) {
     if (m_Over) return false;
+    if (m_Backlog.empty()) return Consume(bytes, out);
+    std::string held;
+    held.swap(m_Backlog);
+    held.append(bytes);
+    return Consume(held, out);
+}
+
+bool CConversation::Consume(std::string_view bytes, std::string& out) {
     // A TLS handshake begins with a record of type 22: no line end may ever come.
-    if (m_First && m_Partial.empty() && !bytes.empty() && bytes[0] == 0x16)
+    if (m_Options.guard && m_First && m_Partial.empty() && !bytes.empty() && bytes[0] == 0x16)
         return Refuse("this is a line protocol, not TLS", out);
     size_t start = 0;
     if (m_SkipLf && !bytes.empty() && bytes[0] == '\n') start = 1;
     m_SkipLf = false;
+    // The next LF is searched for once and kept while lines that end in CR come before it.
+    const char* lf = nullptr;
+    bool lfSearched = false;  // and lf is the next LF at or after `start`, or null when none is left
     while (start < bytes.size()) {
-        const void* found = std::memchr(bytes.data() + start, '\n', bytes.size() - start);
-        const void* cr = std::memchr(bytes.data() + start, '\r', (found ? static_cast<const char*>(found) : bytes.data() + bytes.size()) - (bytes.data() + start));
-        const char* end = static_cast<const char*>(cr ? cr : found);
+        const char* from = bytes.data() + start;
+        const char* last = bytes.data() + bytes.size();
+        if (!lfSearched || (lf != nullptr && lf < from)) {
+            lf = static_cast<const char*>(std::memchr(from, '\n', static_cast<size_t>(last - from)));
+            lfSearched = true;
+        }
+        const char* cr = static_cast<const char*>(std::memchr(from, '\r', static_cast<size_t>((lf ? lf : last) - from)));
+        const char* end = cr ? cr : lf;
         if (end == nullptr) {
             if (m_Partial.size() + (bytes.size() - start) > m_Options.maxLine)
                 return Refuse("line too long", out);
@@ -65,6 +81,10 @@ bool CConversation::Feed(std::string_view bytes, std::string& out) {
         if (*end == '\r') {
             if (start == bytes.size()) m_SkipLf = true;  // its LF may come with the next read
             else if (bytes[start] == '\n') ++start;
+        }
+        if (m_Options.pauseAt != 0 && out.size() >= m_Options.pauseAt && start < bytes.size()) {
+            m_Backlog.assign(bytes.substr(start));
+            return true;
         }
     }
     return true;
@@ -92,7 +112,7 @@ bool CConversation::Line(std::string_view line, std::string& out) {
 bool CConversation::Handle(std::string_view line, std::string& out) {
     if (m_First) {
         m_First = false;
-        if (const char* foreign = ForeignProtocol(line)) {
+        if (const char* foreign = m_Options.guard ? ForeignProtocol(line) : nullptr) {
             std::string why = std::string("this is a line protocol: refused ") + foreign;
             FrameError(m_Options.framing, why, out);
             m_Ending = std::move(why);

@@ -23,6 +23,10 @@ struct ConversationOptions {
     Framing framing = Framing::kText;
     size_t maxLine = 64 * 1024;  // bytes of one line, its line end not counted
     std::string token;           // empty: no authentication
+    bool guard = true;           // refuse a first line of another protocol
+    // Stop handling lines once this many bytes of answers wait to be sent (0: never), and keep
+    // the rest of the input until Resume: a client's input cannot make unbounded answers.
+    size_t pauseAt = 0;
 };
 
 class CConversation {
@@ -34,6 +38,10 @@ public:
     // Handles the received `bytes` and appends what is to be sent to `out`. False once the
     // conversation is over: send `out`, then close; further bytes are ignored.
     bool Feed(std::string_view bytes, std::string& out);
+    // Paused: input is held back because the answers reached `pauseAt`. Resume once they have
+    // been sent; it handles what was held back (and may pause again).
+    bool Paused() const { return !m_Backlog.empty(); }
+    bool Resume(std::string& out) { return Feed(std::string_view(), out); }
 
     // The input has ended: a last line without its line end is still a message. Appends its
     // answer to `out`; the conversation is over.
@@ -47,6 +55,7 @@ public:
     uint64_t Messages() const { return m_Messages; }
 
 private:
+    bool Consume(std::string_view bytes, std::string& out);
     bool Line(std::string_view line, std::string& out);
     bool Handle(std::string_view line, std::string& out);
     bool Refuse(const char* why, std::string& out);
@@ -56,6 +65,7 @@ private:
     std::function<void()> m_AfterMessage;
     CReplyBlock m_Block;
     std::string m_Partial;   // a line begun in an earlier read
+    std::string m_Backlog;   // input held back while paused
     bool m_SkipLf = false;   // the last read ended in CR: a LF that follows belongs to it
     bool m_First = true;     // no line seen yet
     bool m_Over = false;

@@ -4,11 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <signal.h>
+#include <termios.h>
+
 #include <asio.hpp>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <mutex>
+#include <thread>
 #include <unordered_set>
 
 namespace {
@@ -57,11 +62,13 @@ private:
     void Send(std::string& out);
     void Write();
     void ArmIdle();
+    void ArmStall();
     void Finish(const char* how);
 
     CService& m_Service;
     asio::ip::tcp::socket m_Socket;
     asio::steady_timer m_Idle;
+    asio::steady_timer m_Stall;  // runs while input is held back for unsent answers
     CConversation m_Conversation;
     std::string m_Peer;
     std::chrono::steady_clock::time_point m_Opened = std::chrono::steady_clock::now();
@@ -70,12 +77,18 @@ private:
     std::string m_Writing;  // answers the socket is writing now
     bool m_Ending = false;  // the conversation is over: close once everything is written
     bool m_Closed = false;
+    uint64_t m_Written = 0;  // bytes the socket took, to tell a slow reader from one that stopped
 };
 
 class CService {
 public:
     CService(const ServerOptions& options, CProtocolSession& object, const std::function<void()>& afterMessage)
-        : m_Options(options), m_Object(object), m_AfterMessage(afterMessage), m_Signals(m_Io, SIGINT, SIGTERM) {}
+        : m_Options(options), m_Object(object), m_AfterMessage(afterMessage), m_Signals(m_Io, SIGINT, SIGTERM),
+          m_SaveTimer(m_Io), m_ClientOptions(ClientOptions()) {
+        m_ScheduleSave = [this] { ScheduleSave(); };
+    }
+    ~CService() { CloseStdin(); }
+    const ConversationOptions& ClientConversation() const { return m_ClientOptions; }
 
     bool Listen(std::string& error);
     int Run();
@@ -83,7 +96,12 @@ public:
     asio::io_context& Io() { return m_Io; }
     const ServerOptions& Options() const { return m_Options; }
     CProtocolSession& Object() { return m_Object; }
-    const std::function<void()>& AfterMessage() const { return m_AfterMessage; }
+    const std::function<void()>& AfterMessage() const { return m_ScheduleSave; }
+    ConversationOptions ClientOptions() const {
+        ConversationOptions options = m_Options.conversation;
+        options.pauseAt = m_Options.maxOutput;
+        return options;
+    }
     void Closed(const std::shared_ptr<CClient>& client) { m_Clients.erase(client); }
     void Refused(const std::string& peer, const std::string& why) {
         unsigned suppressed = 0;
@@ -95,8 +113,9 @@ public:
 private:
     void Accept(asio::ip::tcp::acceptor& acceptor);
     void ServeStdin();
-    void ReadStdin();
-    void StdinDone();
+    void HandleStdin(const std::string& bytes, bool end);
+    void CloseStdin();
+    void ScheduleSave();
     void Stop();
 
     const ServerOptions& m_Options;
@@ -107,18 +126,31 @@ private:
     std::vector<std::unique_ptr<asio::ip::tcp::acceptor>> m_Acceptors;
     std::unordered_set<std::shared_ptr<CClient>> m_Clients;
     CRateLimit m_RefusalLog;
-    // Standard input: watched by the loop when it can be (a terminal, a pipe, a socket); a file
-    // or /dev/null never blocks, so it is read in posted steps instead.
-    std::unique_ptr<asio::posix::stream_descriptor> m_Stdin;
+    // Saving is coalesced: at most once per kSavePause, whatever the number of messages.
+    asio::steady_timer m_SaveTimer;
+    bool m_SavePending = false;
+    std::function<void()> m_ScheduleSave;
+    ConversationOptions m_ClientOptions;
+    // Standard input is read by a thread of its own with blocking reads, which it posts to the
+    // loop: the loop never makes the terminal's (shared) file non-blocking, and a terminal that
+    // waits for a person never holds the loop up. `open` is cleared, under the lock, when the
+    // loop no longer wants the bytes; the thread posts nothing after that.
+    struct StdinFeed {
+        std::mutex lock;
+        bool open = true;
+    };
+    std::shared_ptr<StdinFeed> m_StdinFeed;
     std::unique_ptr<CConversation> m_StdinConversation;
-    char m_StdinBuffer[kReadSize];
 };
+
+constexpr auto kSavePause = std::chrono::milliseconds(100);
 
 CClient::CClient(CService& service, asio::ip::tcp::socket socket)
     : m_Service(service),
       m_Socket(std::move(socket)),
       m_Idle(service.Io()),
-      m_Conversation(service.Object(), service.Options().conversation, service.AfterMessage()),
+      m_Stall(service.Io()),
+      m_Conversation(service.Object(), service.ClientConversation(), service.AfterMessage()),
       m_Peer(Peer(m_Socket)) {}
 
 // Records `conversation` when the service records sessions; a failure is logged, never fatal.
@@ -169,18 +201,37 @@ void CClient::Read() {
             if (why.rfind("this is a line protocol", 0) == 0) self->m_Service.Refused(self->m_Peer, why);
         }
         self->Send(out);
-        if (goOn && !self->m_Closed) self->Read();
+        if (!goOn || self->m_Closed) return;
+        if (self->m_Conversation.Paused()) return self->ArmStall();  // Write resumes it
+        self->Read();
+    });
+}
+
+// A paused client is dropped when the socket takes none of its answers for the stall time.
+void CClient::ArmStall() {
+    m_Stall.expires_after(std::chrono::seconds(m_Service.Options().stallSeconds));
+    m_Stall.async_wait([self = shared_from_this(), written = m_Written](const asio::error_code& error) {
+        if (error || self->m_Closed || !self->m_Conversation.Paused()) return;
+        if (self->m_Written == written) return self->Finish("dropped: it does not read its answers");
+        self->ArmStall();
     });
 }
 
 void CClient::Send(std::string& out) {
     if (m_Closed) return;
     m_Pending += out;
-    if (m_Pending.size() + m_Writing.size() > m_Service.Options().maxOutput) return Finish("dropped: it does not read its answers");
     if (m_Writing.empty()) Write();
 }
 
 void CClient::Write() {
+    if (m_Pending.empty() && m_Conversation.Paused() && !m_Ending) {
+        // Everything held back so far is sent: take up the input again.
+        std::string out;
+        const bool goOn = m_Conversation.Resume(out);
+        if (!goOn) m_Ending = true;
+        m_Pending.swap(out);
+        if (goOn && !m_Conversation.Paused()) Read();
+    }
     if (m_Pending.empty()) {
         if (m_Ending) Finish(m_Conversation.Ending().c_str());
         return;
@@ -188,6 +239,7 @@ void CClient::Write() {
     m_Writing.swap(m_Pending);
     asio::async_write(m_Socket, asio::buffer(m_Writing), [self = shared_from_this()](const asio::error_code& error, size_t) {
         if (self->m_Closed) return;
+        self->m_Written += self->m_Writing.size();
         self->m_Writing.clear();
         if (error) return self->Finish("connection lost");
         self->Write();
@@ -208,6 +260,7 @@ void CClient::Close() {
     m_Closed = true;
     asio::error_code ignored;
     m_Idle.cancel();
+    m_Stall.cancel();
     m_Socket.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
     m_Socket.close(ignored);
 }
@@ -271,52 +324,60 @@ void CService::Accept(asio::ip::tcp::acceptor& acceptor) {
 }
 
 void CService::ServeStdin() {
-    m_StdinConversation = std::make_unique<CConversation>(m_Object, m_Options.conversation, m_AfterMessage);
+    // A background job never reads its terminal: that would stop the whole program.
+    if (isatty(STDIN_FILENO) && tcgetpgrp(STDIN_FILENO) != getpgrp()) {
+        ServerLog(LogLevel::kInfo, "standard input is the terminal of another job: not served");
+        return;
+    }
+    m_StdinConversation = std::make_unique<CConversation>(m_Object, m_Options.stdinConversation, m_ScheduleSave);
     Record(m_Options, *m_StdinConversation, "stdin");
-    const int fd = dup(STDIN_FILENO);
-    struct stat status;
-    const bool pollable =
-        fd >= 0 && ((fstat(fd, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))) || isatty(fd));
-    if (pollable) {
-        m_Stdin = std::make_unique<asio::posix::stream_descriptor>(m_Io);
-        asio::error_code problem;
-        m_Stdin->assign(fd, problem);
-        if (problem) {
-            m_Stdin.reset();
-            close(fd);
+    signal(SIGTTIN, SIG_IGN);  // should the job go to the background later, reading fails instead
+    auto feed = m_StdinFeed = std::make_shared<StdinFeed>();
+    std::thread([this, feed] {
+        std::string chunk;
+        for (;;) {
+            chunk.resize(kReadSize);
+            const ssize_t n = read(STDIN_FILENO, chunk.data(), chunk.size());
+            if (n < 0 && errno == EINTR) continue;
+            chunk.resize(n > 0 ? static_cast<size_t>(n) : 0);
+            const bool end = n <= 0;
+            std::lock_guard<std::mutex> hold(feed->lock);
+            if (!feed->open) return;
+            asio::post(m_Io, [this, bytes = std::move(chunk), end] { HandleStdin(bytes, end); });
+            if (end) return;
         }
-    } else if (fd >= 0) {
-        close(fd);
-    }
-    ReadStdin();
+    }).detach();
 }
 
-void CService::ReadStdin() {
-    auto handle = [this](const char* bytes, size_t n, bool end) {
-        std::string out;
-        const bool goOn = !end && m_StdinConversation->Feed(std::string_view(bytes, n), out);
-        if (end) m_StdinConversation->End(out);
-        std::fwrite(out.data(), 1, out.size(), stdout);
-        std::fflush(stdout);
-        if (!goOn) return StdinDone();
-        ReadStdin();
-    };
-    if (m_Stdin) {
-        m_Stdin->async_read_some(asio::buffer(m_StdinBuffer), [this, handle](const asio::error_code& error, size_t n) {
-            handle(m_StdinBuffer, n, error.value() != 0);
-        });
-    } else {
-        asio::post(m_Io, [this, handle] {
-            const ssize_t n = read(STDIN_FILENO, m_StdinBuffer, sizeof m_StdinBuffer);
-            handle(m_StdinBuffer, n > 0 ? static_cast<size_t>(n) : 0, n <= 0);
-        });
-    }
-}
-
-// Standard input ended (or asked to break): the network goes on; without it, the host stops.
-void CService::StdinDone() {
-    m_Stdin.reset();
+void CService::HandleStdin(const std::string& bytes, bool end) {
+    if (!m_StdinConversation) return;
+    std::string out;
+    const bool goOn = !end && m_StdinConversation->Feed(bytes, out);
+    if (end) m_StdinConversation->End(out);
+    std::fwrite(out.data(), 1, out.size(), stdout);
+    std::fflush(stdout);
+    if (goOn) return;
+    // Standard input ended (or asked to break): the network goes on; without it, the host stops.
+    CloseStdin();
     if (m_Acceptors.empty()) Stop();
+}
+
+void CService::CloseStdin() {
+    if (m_StdinFeed) {
+        std::lock_guard<std::mutex> hold(m_StdinFeed->lock);
+        m_StdinFeed->open = false;
+    }
+    m_StdinFeed.reset();
+}
+
+void CService::ScheduleSave() {
+    if (m_SavePending || !m_AfterMessage) return;
+    m_SavePending = true;
+    m_SaveTimer.expires_after(kSavePause);
+    m_SaveTimer.async_wait([this](const asio::error_code& error) {
+        m_SavePending = false;
+        if (!error) m_AfterMessage();
+    });
 }
 
 void CService::Stop() {
@@ -325,7 +386,8 @@ void CService::Stop() {
     for (const auto& client : m_Clients) client->Close();
     m_Clients.clear();
     m_Signals.cancel(ignored);
-    m_Stdin.reset();
+    m_SaveTimer.cancel();
+    CloseStdin();
     m_Io.stop();
 }
 

@@ -16,7 +16,9 @@ struct ServerOptions {
     ConversationOptions conversation;
     size_t maxClients = 256;
     unsigned idleSeconds = 0;           // 0: never time out
-    size_t maxOutput = 16u << 20;       // bytes a client may leave unread before it is dropped
+    size_t maxOutput = 16u << 20;       // answers waiting for a client before its input is held back
+    unsigned stallSeconds = 30;         // a client whose waiting answers move not at all for this long is dropped
+    ConversationOptions stdinConversation;  // standard input's own (no token, its line limit)
     bool serveStdin = false;            // standard input as one more conversation, answered on standard output
     std::string recordFolder;           // non-empty: a transcript per session there (host/app/Transcript.h)
 };
@@ -28,7 +30,8 @@ void ServerSetLogLevel(LogLevel level);
 
 // Serves until SIGINT or SIGTERM (or, without listeners, until standard input ends). Returns the
 // exit status; `error` says why when the service could not start (a bad address, a port in use).
-// `afterMessage` runs after every message handled, whoever sent it.
+// `afterMessage` runs soon after messages were handled (at most ten times a second, and once more
+// when the service stops), whoever sent them: it saves the state.
 int ServerRun(const ServerOptions& options, CProtocolSession& object, const std::function<void()>& afterMessage,
               std::string& error);
 

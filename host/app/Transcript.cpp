@@ -133,7 +133,7 @@ int ReplayTranscript(const std::string& path, CProtocolSession& object, std::str
         }
         const size_t blank = line.find(' ');
         std::string bytes;
-        if (blank == std::string_view::npos || blank + 3 > line.size() + 1 || line[blank + 2] != ' ' ||
+        if (blank == std::string_view::npos || blank + 3 > line.size() || line[blank + 2] != ' ' ||
             (line[blank + 1] != '>' && line[blank + 1] != '<') || !Unescape(line.substr(blank + 3), bytes))
             return report = path + ":" + std::to_string(number) + ": not a transcript event", 2;
         if (line[blank + 1] == '>') {

@@ -45,6 +45,7 @@ struct Options {
     size_t maxClients = 256;
     unsigned idleSeconds = 0;
     size_t maxOutput = 16u << 20;
+    unsigned stallSeconds = 30;
     std::string logLevel = "info";
     std::string recordFolder;
     std::string replay;
@@ -116,9 +117,15 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "close a network client silent for this many seconds (default 0: never)")
         ->type_name("SECONDS");
     app.add_option("--max-output", options.maxOutput,
-                   "bytes of answers a network client may leave unread before it is dropped (default 16777216)")
+                   "bytes of answers waiting for a network client before its further input is held back (default "
+                   "16777216)")
         ->type_name("BYTES")
         ->check(CLI::Range(static_cast<size_t>(1024), static_cast<size_t>(1) << 32));
+    app.add_option("--stall-timeout", options.stallSeconds,
+                   "drop a network client whose input is held back and that takes none of its answers for this many "
+                   "seconds (default 30)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1u, 86400u));
     app.add_option("--log-level", options.logLevel, "what the network service logs on standard error: debug, info "
                    "(connections; the default), warning or error")
         ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
@@ -261,7 +268,12 @@ int main(int argc, char** argv) {
         server.maxClients = options.maxClients;
         server.idleSeconds = options.idleSeconds;
         server.maxOutput = options.maxOutput;
+        server.stallSeconds = options.stallSeconds;
         server.serveStdin = true;
+        // Standard input is the operator's: no token, no guard, its own line limit.
+        server.stdinConversation.framing = framing;
+        server.stdinConversation.maxLine = options.maxLine;
+        server.stdinConversation.guard = false;
         server.recordFolder = options.recordFolder;
         ServerSetLogLevel(options.logLevel == "debug"     ? LogLevel::kDebug
                           : options.logLevel == "warning" ? LogLevel::kWarn

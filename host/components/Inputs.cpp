@@ -109,7 +109,8 @@ void CInputParameter::SaveFields(CFields& fields) {
 }
 
 void CInputParameter::LoadFields(CFields& fields) {
-    fields.ReadText(L"Name", m_Name);
+    // A declared input keeps its name: the collection found its fields by that name.
+    if (m_Name.empty()) fields.ReadText(L"Name", m_Name);
     fields.ReadInteger(L"Flags", m_InputFlags);
     fields.ReadBytes(L"IID", m_Interface.bytes, 16);
     SmartPtr<IUnknown> moniker = fields.ReadObject(L"Moniker");

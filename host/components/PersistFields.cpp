@@ -76,7 +76,8 @@ CFields CFields::WriteGroup(const std::wstring& name) {
 SmartPtr<IXMLStream> CFields::XmlElement(const std::wstring& name, std::wstring* text) {
     SmartPtr<IXMLStream> child;
     tagREFString content{0, nullptr};
-    if (!m_Xml || m_Xml->OpenElement(static_cast<int32_t>(name.size()), name.c_str(), &content, child.Out(), 1) < 0)
+    if (!m_Xml || m_Xml->OpenElement(static_cast<int32_t>(name.size()), name.c_str(), text ? &content : nullptr,
+                                     child.Out(), 1) < 0)
         return SmartPtr<IXMLStream>();
     if (text != nullptr) text->assign(content.text ? content.text : L"", content.text ? content.length : 0);
     return child;

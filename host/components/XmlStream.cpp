@@ -30,6 +30,7 @@ constexpr char kVersion[] = "1";
 constexpr unsigned kParseOptions =
     (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single | pugi::parse_fragment;
 constexpr char32_t kReplacement = 0xFFFD;
+constexpr int kMaxObjectDepth = 64;
 
 // Answered only by CXmlStream, so that the host API can tell its own streams from any other
 // IXMLStream. Never handed to anyone: it is no interface of the framework's.
@@ -435,6 +436,14 @@ HRESULT CXmlStream::OpenElement(int32_t nameLength, const wchar_t* name, tagREFS
 }
 
 HRESULT CXmlStream::LoadObject(pugi::xml_node_struct* element, IUnknown** object) {
+    // Objects that load objects from their own elements nest as deep as the document does: as
+    // deep as folders may nest, and no deeper, so that a hostile document cannot exhaust the stack.
+    static int depth = 0;
+    if (depth >= kMaxObjectDepth) return E_FAIL;
+    struct Nesting {
+        Nesting() { ++depth; }
+        ~Nesting() { --depth; }
+    } nesting;
     const CREATORFUNCTION creator = HOSTFindComponent(NameOf(Node(element)));
     if (creator == nullptr) return E_FAIL;
     SmartPtr<IDataPersist> persist;

@@ -253,7 +253,7 @@ TEST(Network, StrangersAreRefusedBeforeTheObjectSeesAnything) {
 
 // Limits: the line length, the number of clients and a client that never reads.
 TEST(Network, LimitsDropOnlyTheClientThatPassesThem) {
-    Server server("--max-clients 3 --max-output 65536 --framing counted");
+    Server server("--max-clients 3 --max-output 65536 --stall-timeout 1 --framing counted");
     Client longLine(server.Port());
     longLine.Send(std::string(70000, 'x'));
     EXPECT_EQ(longLine.UntilClosed(), "-line too long\n");
@@ -264,7 +264,8 @@ TEST(Network, LimitsDropOnlyTheClientThatPassesThem) {
     Client d(server.Port());
     EXPECT_EQ(d.UntilClosed(), "-too many clients\n");
 
-    // b sends and never reads: once its unread answers pass the cap it is dropped, and c is not.
+    // b sends and never reads: once its answers fill the cap its input is held back, and when
+    // the socket takes none of them for the stall time it is dropped; c is not.
     std::string many;
     for (int i = 0; i < 2000; ++i) many += "?\n";
     bool dropped = false;
@@ -354,6 +355,35 @@ TEST(Network, ServesSeveralAddressesIPv6Included) {
     EXPECT_EQ(v6.Receive(1), "\n");
     v4.Send("Lamp?\n");
     EXPECT_EQ(v4.Receive(3), "1\n\n");
+}
+
+// Answers far larger than the cap are still all delivered to a client that reads them: its input
+// waits while they go out, and the host's memory stays near the cap.
+TEST(Network, LargeAnswersWaitForAReaderInsteadOfPilingUp) {
+    Server server("--max-output 65536 --framing counted");
+    Client client(server.Port());
+    const std::string value(2000, 'x');
+    std::string lines = "Var2=" + value + "\n";
+    for (int i = 0; i < 1000; ++i) lines += "Var2?\n";
+    ASSERT_TRUE(client.Send(lines));
+    const std::string block = "+1\n" + std::to_string(value.size() + 5) + ":Var2=" + value + "\n";
+    const size_t expected = 3 + block.size() * 1000;  // "+0\n" for the assignment first
+    const std::string received = client.Receive(expected);
+    ASSERT_EQ(received.size(), expected);
+    EXPECT_EQ(received.compare(expected - block.size(), block.size(), block), 0);
+}
+
+// Standard input served beside the network is the operator's: no token asked of it.
+TEST(Network, StandardInputNeedsNoToken) {
+    {
+        std::ofstream("e2e-token2") << "s3cret\n";
+    }
+    int status = -1;
+    const std::string output = Output("printf 'Lamp?\\n' | timeout --preserve-status -s TERM 1 ./wks-host --no-prompt "
+                                      "--listen 127.0.0.1:0 --auth-file e2e-token2 --log-level error", status);
+    EXPECT_EQ(output, "0\n\n");
+    EXPECT_EQ(status, 0);
+    std::remove("e2e-token2");
 }
 
 }  // namespace
