@@ -60,8 +60,9 @@ constexpr int32_t kReturnStyleItem = 2;
 int ParseOptions(int argc, char** argv, Options& options) {
     CLI::App app{
         "Loads WKSProtocol.so from the program's folder, binds a WKSProtocol object to a workspace and runs a "
-        "session on standard input: every line is one message, every reply is printed on a line of its own, \"?\" "
-        "answers a failed command, and a line beginning with \"Break\" ends the session.",
+        "session on standard input (and, with --listen, for TCP clients): every line is one message, its replies "
+        "are written as one block (--framing), \"?\" answers a failed command, and a line beginning with "
+        "\"Break\" ends the session.",
         "wks-host"};
     app.set_version_flag("--version", "wks-host " WKS_VERSION);
     app.add_option("--workspace", options.workspace,
@@ -74,7 +75,8 @@ int ParseOptions(int argc, char** argv, Options& options) {
         "(default: only on a terminal)");
     app.add_flag("--no-prompt", options.noPrompt, "never show the prompt")->excludes(prompt);
     app.add_option("--max-line", options.maxLine,
-                   "the longest line accepted, in bytes; a longer line is refused whole (default 1048576, at most 268435456)")
+                   "the longest line accepted, in bytes; a longer line is refused whole (default 1048576 on standard input, "
+                   "65536 on the network; at most 268435456)")
         ->type_name("BYTES")
         ->check(CLI::Range(static_cast<size_t>(1), kLargestMaxLine));
     app.add_option("--return-style", options.returnStyle,
@@ -88,8 +90,8 @@ int ParseOptions(int argc, char** argv, Options& options) {
         ->transform(CLI::CheckedTransformer(std::map<std::string, int>{{"on", 1}, {"off", 0}}, CLI::ignore_case));
     app.add_option("--state", options.state,
                    "keep the object's settings, parameters and inputs in FILE: loaded at start when it exists, "
-                   "replaced safely after every message that changed them; a FILE that cannot be loaded stops "
-                   "the host and is left as it is")
+                   "replaced safely after messages that changed them (serving the network, at most ten times a "
+                   "second); a FILE that cannot be loaded stops the host and is left as it is")
         ->type_name("FILE");
     app.add_option("--import-xml", options.importXml,
                    "at start, after --state, set the parameters that the XML FILE names (as --export-xml writes it)")
