@@ -154,17 +154,18 @@ CClient::CClient(CService& service, asio::ip::tcp::socket socket)
       m_Peer(Peer(m_Socket)) {}
 
 // Records `conversation` when the service records sessions; a failure is logged, never fatal.
-void Record(const ServerOptions& options, CConversation& conversation, const std::string& peer) {
+void Record(const ServerOptions& options, const ConversationOptions& conversationOptions, CConversation& conversation,
+            const std::string& peer) {
     if (options.recordFolder.empty()) return;
     std::string error;
-    if (auto transcript = CTranscript::Open(options.recordFolder, peer, options.conversation, error))
+    if (auto transcript = CTranscript::Open(options.recordFolder, peer, conversationOptions, error))
         conversation.Record(std::move(transcript));
     else
         ServerLog(LogLevel::kWarn, "not recording %s: %s", peer.c_str(), error.c_str());
 }
 
 void CClient::Start() {
-    Record(m_Service.Options(), m_Conversation, m_Peer);
+    Record(m_Service.Options(), m_Service.ClientConversation(), m_Conversation, m_Peer);
     asio::error_code ignored;
     m_Socket.set_option(asio::ip::tcp::no_delay(true), ignored);
     ServerLog(LogLevel::kInfo, "%s connected", m_Peer.c_str());
@@ -330,7 +331,7 @@ void CService::ServeStdin() {
         return;
     }
     m_StdinConversation = std::make_unique<CConversation>(m_Object, m_Options.stdinConversation, m_ScheduleSave);
-    Record(m_Options, *m_StdinConversation, "stdin");
+    Record(m_Options, m_Options.stdinConversation, *m_StdinConversation, "stdin");
     signal(SIGTTIN, SIG_IGN);  // should the job go to the background later, reading fails instead
     auto feed = m_StdinFeed = std::make_shared<StdinFeed>();
     std::thread([this, feed] {
