@@ -120,6 +120,20 @@ bool AcceptsElement(IUnknown* object, const tagREFString& element) {
     return CREFString(element).CompareI(name, 0) >= 0;  // fails when either is empty
 }
 
+// Calls `each(xml, element, name)` for every top-level element of an XML stream, in document order,
+// after emptying the collection when it is to be rebuilt; nothing for another kind of stream.
+template <class Each>
+void ForEachElement(IParametersCreatable* parameters, IDataStream* stream, bool rebuild, Each each) {
+    SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
+    if (!xml) return;
+    if (rebuild) parameters->RemoveAll();
+    tagREFString element{0, nullptr};
+    while (xml->NextElement(&element) >= 0) {
+        SmartPtr<IString> name(ISCreate(element));
+        each(xml.get(), element, name.get());
+    }
+}
+
 }  // namespace
 
 IString* PARAMETERSValueText(IVariant* value) {
@@ -144,27 +158,22 @@ HRESULT PARAMETERSSaveXML(IParametersCreatable* parameters, IDataStream* stream,
 }
 
 HRESULT PARAMETERSLoadXML(IParametersCreatable* parameters, IDataStream* stream, int32_t mode) {
-    SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
-    if (!xml) return S_OK;
     const bool rebuild = (mode & PERSIST_REBUILD) != 0;
-    if (rebuild) parameters->RemoveAll();
-    tagREFString element{0, nullptr};
-    while (xml->NextElement(&element) >= 0) {
-        SmartPtr<IString> name(ISCreate(element));
+    ForEachElement(parameters, stream, rebuild, [&](IXMLStream* xml, const tagREFString& element, IString* name) {
         int32_t index = -1;
         if (rebuild) {
             // Its index stands as the value until a value is read.
             parameters->get_Count(&index);
             SmartPtr<IVariant> placeholder(IVCreate(index));
-            if (parameters->Add(name.get(), placeholder.get(), nullptr, 0) < 0) continue;
-        } else if (parameters->get_Index(name.get(), &index) < 0) {
-            continue;  // not ours: skipped with its children
+            if (parameters->Add(name, placeholder.get(), nullptr, 0) < 0) return;
+        } else if (parameters->get_Index(name, &index) < 0) {
+            return;  // not ours: skipped with its children
         }
         SmartPtr<IXMLStream> opened;
         tagREFString text{0, nullptr};
-        if (xml->OpenElement(element.length, element.text, &text, opened.Out(), 1) < 0 || !opened) continue;
+        if (xml->OpenElement(element.length, element.text, &text, opened.Out(), 1) < 0 || !opened) return;
         LoadValue(parameters, opened.get(), index);
-    }
+    });
     return S_OK;
 }
 
@@ -203,19 +212,14 @@ HRESULT PARAMETERSSaveXMLObjects(IParametersCreatable* parameters, IDataStream* 
 }
 
 HRESULT PARAMETERSLoadXMLObjects(IParametersCreatable* parameters, IDataStream* stream, int32_t mode) {
-    SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
-    if (!xml) return S_OK;
     const bool rebuild = (mode & PERSIST_REBUILD) != 0;
-    if (rebuild) parameters->RemoveAll();
-    tagREFString element{0, nullptr};
-    while (xml->NextElement(&element) >= 0) {
-        SmartPtr<IString> name(ISCreate(element));
+    ForEachElement(parameters, stream, rebuild, [&](IXMLStream* xml, const tagREFString& element, IString* name) {
         SmartPtr<IUnknown> object, descriptor;
         int32_t flags = 0;
         bool readChildren = true;
         int32_t index = -1;
         if (mode & PERSIST_IN_PLACE) {
-            if (parameters->get_Index(name.get(), &index) >= 0) parameters->get_Item(index, object.Out());
+            if (parameters->get_Index(name, &index) >= 0) parameters->get_Item(index, object.Out());
             else readChildren = false;
         }
         SmartPtr<IXMLStream> opened;
@@ -239,12 +243,12 @@ HRESULT PARAMETERSLoadXMLObjects(IParametersCreatable* parameters, IDataStream* 
             }
         }
         if (rebuild) {
-            if (CREFString(name.get()).length > 0 && object) parameters->Add(name.get(), object.get(), descriptor.get(), flags);
-        } else if (parameters->get_Index(name.get(), &index) >= 0) {
+            if (CREFString(name).length > 0 && object) parameters->Add(name, object.get(), descriptor.get(), flags);
+        } else if (parameters->get_Index(name, &index) >= 0) {
             parameters->put_Item(index, object.get());
             parameters->put_ItemFlags(index, flags);
             parameters->put_ItemDescriptor(index, descriptor.get());
         }
-    }
+    });
     return S_OK;
 }

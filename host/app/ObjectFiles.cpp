@@ -1,6 +1,6 @@
 #include "host/app/ObjectFiles.h"
 
-#include "host/app/Files.h"
+#include "host/kit/Files.h"
 #include "host/components/FolderStream.h"
 #include "host/components/XmlStream.h"
 #include "module/SmartPtr.h"

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "host/app/Conversation.h"
-#include "host/app/Files.h"
+#include "host/kit/Files.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "host/app/Files.h"
+#include "host/kit/Files.h"
 #include "host/app/LineReader.h"
 #include "host/app/ObjectFiles.h"
 #include "host/app/Server.h"

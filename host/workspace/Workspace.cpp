@@ -1,8 +1,5 @@
 #include "host/workspace/Workspace.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <toml++/toml.h>
 
 #include <algorithm>
@@ -18,6 +15,7 @@
 #include "host/collections/Utf8.h"
 #include "host/components/HostParameters.h"
 #include "host/components/Inputs.h"
+#include "host/kit/Files.h"
 #include "module/ValueType.h"
 
 namespace {
@@ -419,23 +417,7 @@ bool WorkspaceLoad(const std::string& text, const std::string& source, Workspace
 }
 
 bool WorkspaceLoadFile(const std::string& path, Workspace& out, std::string& error, std::vector<std::string>* warnings) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return error = path + ": cannot read: " + std::strerror(errno), false;
-    // A directory opens for reading; only reading it fails, with a less helpful reason.
-    struct stat status;
-    if (fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
-        close(fd);
-        return error = path + ": is a directory", false;
-    }
-    std::string text;
-    char buffer[65536];
-    ssize_t got = 0;
-    while ((got = read(fd, buffer, sizeof buffer)) != 0) {
-        if (got > 0) text.append(buffer, static_cast<size_t>(got));
-        else if (errno != EINTR) break;
-    }
-    const int problem = errno;
-    close(fd);
-    if (got < 0) return error = path + ": cannot read: " + std::strerror(problem), false;
+    std::string text, problem;
+    if (!ReadWholeFile(path, text, problem)) return error = path + ": " + problem, false;
     return WorkspaceLoad(text, path, out, error, warnings);
 }

@@ -1,4 +1,4 @@
-#include "host/app/Files.h"
+#include "host/kit/Files.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-// Whole-file reading and crash-safe replacement, for the files wks-host keeps.
+// Whole-file reading and crash-safe replacement, for the files a host reads and keeps.
 #pragma once
 
 #include <string>
