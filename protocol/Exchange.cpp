@@ -11,7 +11,6 @@ constexpr int32_t kLineBudget = 11;  // lines of one message that are executed
 // and decoding goes on at the next byte.
 constexpr wchar_t kUndecodable = 0xFFFD;
 constexpr wchar_t kBreak[] = L"Break";
-constexpr tagREFString kLineEnds = {2, L"\r\n"};
 
 }  // namespace
 
@@ -20,13 +19,21 @@ HRESULT CWKSProtocol::RecievedMessage(unsigned char* message, int32_t length) {
     SmartPtr<IString> text(CREFString::CreateString());
     if (text && length > 0 && message != nullptr) {
         const char* bytes = reinterpret_cast<const char*>(message);
+        const bool asciiItself = m_Locale.AsciiDecodesItself();
+        IString* target = text.get();
         mbstate_t state{};
         for (int32_t p = 0; p < length;) {
             wchar_t c = 0;
-            const int used = m_Locale.Decode(&c, bytes + p, static_cast<size_t>(length - p), state);
-            if (used < 0) c = kUndecodable;
-            p += used > 0 ? used : 1;
-            text->AppendText(1, &c);
+            const unsigned char b = message[p];
+            if (asciiItself && b - 1u < 0x7Fu) {  // 0x01 to 0x7F, with the shift state still initial
+                c = b;
+                ++p;
+            } else {
+                const int used = m_Locale.Decode(&c, bytes + p, static_cast<size_t>(length - p), state);
+                if (used < 0) c = kUndecodable;
+                p += used > 0 ? used : 1;
+            }
+            target->AppendText(1, &c);
         }
     }
     m_Message = std::move(text);  // the previous message is released
@@ -62,8 +69,11 @@ HRESULT CWKSProtocol::GetResponse(unsigned char** response, int32_t* length) {
     m_ResponseLength = 0;
 
     // The line runs up to the first carriage return or line feed, which stays in the text.
-    tagREFString line{0, nullptr};
-    m_Text.GetWord(&line, true, kLineEnds);
+    int32_t end = 0;
+    while (end < m_Text.length && m_Text.text[end] != L'\r' && m_Text.text[end] != L'\n') ++end;
+    const tagREFString line{end, m_Text.text};
+    m_Text.text += end;
+    m_Text.length -= end;
 
     const HRESULT hr = ParseCommand(line, table.get());
     if (hr < 0) {

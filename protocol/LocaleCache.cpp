@@ -4,6 +4,7 @@
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
+#include <langinfo.h>
 #include <locale.h>
 
 void CLocaleCache::Refresh() {
@@ -14,7 +15,9 @@ void CLocaleCache::Refresh() {
         m_Locale[0] = '\0';
         return;
     }
-    const char* name = std::setlocale(LC_CTYPE, nullptr);
+    // The name of the global locale's character classes, as setlocale(LC_CTYPE, nullptr) gives
+    // it, but read without taking libc's locale lock: this runs twice for every line.
+    const char* name = nl_langinfo(_NL_LOCALE_NAME(LC_CTYPE));
     if (name == nullptr) name = "";
     // libc may hand a new locale's name in the memory of an old one: the text decides.
     if (m_Cached && name == m_Name && std::strcmp(name, m_Locale) == 0) return;
@@ -42,6 +45,8 @@ void CLocaleCache::Refresh() {
         m_Lower[b] = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(b)));
         m_SpaceOrControl[b] = std::iswspace(static_cast<wint_t>(b)) || std::iswcntrl(static_cast<wint_t>(b));
     }
+    m_AsciiItself = true;
+    for (int b = 1; b < 128; ++b) m_AsciiItself = m_AsciiItself && m_Decoded[b] == 1 && m_Char[b] == static_cast<wchar_t>(b);
     m_Cached = true;
 }
 

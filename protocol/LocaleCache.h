@@ -25,6 +25,9 @@ public:
         }
         return DecodeByLibc(out, bytes, available, state);
     }
+    // True when every byte from 0x01 to 0x7F decodes, on its own, to the character of the same
+    // code (as in every ASCII-compatible locale), so that a run of such bytes needs no lookup.
+    bool AsciiDecodesItself() const { return m_Cached && m_AsciiItself; }
     // As wctomb(out, c); `out` holds at least MB_LEN_MAX bytes.
     int Encode(char* out, wchar_t c, mbstate_t& state);
     // As towlower(c).
@@ -55,6 +58,7 @@ private:
     static constexpr size_t kNameCapacity = 128;
 
     bool m_Cached = false;  // the tables hold the answers of the locale named m_Locale
+    bool m_AsciiItself = false;
     const char* m_Name = nullptr;  // libc's name string of that locale, when it was asked
     char m_Locale[kNameCapacity] = {};
     wchar_t m_Char[128] = {};         // what each byte below 0x80 decodes to

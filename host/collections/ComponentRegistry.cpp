@@ -1,16 +1,21 @@
 #include "host/collections/ComponentRegistry.h"
 
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
+#include "host/collections/NameIndex.h"
 #include "host/collections/InterfaceMap.h"
 
 namespace {
 
 class Registry {
+    struct NameAt {
+        const Registry* registry;
+        std::wstring_view operator()(int32_t i) const { return registry->m_Entries[i].first; }
+    };
+
 public:
     Registry() {
         const std::pair<const wchar_t*, CREATORFUNCTION> builtIn[] = {
@@ -35,23 +40,24 @@ public:
 
     void Register(const std::wstring& name, CREATORFUNCTION creator) {
         ++m_Version;
-        auto found = m_Index.find(name);
-        if (found != m_Index.end()) {
-            m_Entries[found->second].second = creator;
+        const int32_t found = IndexOf(name);
+        if (found >= 0) {
+            m_Entries[found].second = creator;
             return;
         }
-        m_Index.emplace(name, static_cast<int32_t>(m_Entries.size()));
         m_Entries.emplace_back(name, creator);
+        const int32_t count = static_cast<int32_t>(m_Entries.size());
+        m_Index.Add(name, count - 1, count, NameAt{this});
     }
 
-    int32_t IndexOf(const std::wstring& name) const {
-        auto found = m_Index.find(name);
-        return found == m_Index.end() ? -1 : found->second;
+    int32_t IndexOf(std::wstring_view name) const {
+        return m_Index.Find(name, static_cast<int32_t>(m_Entries.size()), NameAt{this});
     }
 
     std::vector<std::pair<std::wstring, CREATORFUNCTION>> m_Entries;
-    std::unordered_map<std::wstring, int32_t> m_Index;
+    CNameIndex m_Index;
     uint32_t m_Version = 1;
+
 };
 
 Registry& Components() {
@@ -65,7 +71,7 @@ void HOSTRegisterComponent(const wchar_t* name, CREATORFUNCTION creator) {
     if (name != nullptr && creator != nullptr) Components().Register(name, creator);
 }
 
-CREATORFUNCTION HOSTFindComponent(const std::wstring& name) {
+CREATORFUNCTION HOSTFindComponent(std::wstring_view name) {
     const int32_t index = Components().IndexOf(name);
     return index < 0 ? nullptr : Components().m_Entries[index].second;
 }
@@ -77,7 +83,7 @@ std::wstring HOSTComponentName(int32_t index) {
     return Components().m_Entries[index].first;
 }
 
-int32_t HOSTComponentIndex(const std::wstring& name) { return Components().IndexOf(name); }
+int32_t HOSTComponentIndex(std::wstring_view name) { return Components().IndexOf(name); }
 
 uint32_t HOSTComponentVersion() { return Components().m_Version; }
 

@@ -2,15 +2,16 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "host/collections/HostObject.h"
 
 // The creator registered under `name`, or null.
-CREATORFUNCTION HOSTFindComponent(const std::wstring& name);
+CREATORFUNCTION HOSTFindComponent(std::wstring_view name);
 int32_t HOSTComponentCount();
 // The name at `index` (registration order), or empty.
 std::wstring HOSTComponentName(int32_t index);
-int32_t HOSTComponentIndex(const std::wstring& name);
+int32_t HOSTComponentIndex(std::wstring_view name);
 // Changes whenever a component is registered, so that cached creators can be looked up again.
 uint32_t HOSTComponentVersion();
 

@@ -49,7 +49,7 @@ public:
     HRESULT CreateComponent(tagREFString name, IID* iid, void** object) override {
         if (object == nullptr) return E_POINTER;
         if (name.length < 0 || (name.length > 0 && name.text == nullptr)) return E_INVALIDARG;
-        CREATORFUNCTION creator = HOSTFindComponent(std::wstring(name.text ? name.text : L"", name.length));
+        CREATORFUNCTION creator = HOSTFindComponent(std::wstring_view(name.text ? name.text : L"", static_cast<size_t>(name.length)));
         if (creator == nullptr) return E_FAIL;
         return creator(nullptr, iid, object);
     }
@@ -87,7 +87,7 @@ HRESULT HOSTCreateGlobalComponentCollection(void*, IID* iid, void** object) {
 extern "C" HOST_API HRESULT CreateFunction(tagREFString name, void** creator) {
     if (creator == nullptr) return E_POINTER;
     if (name.length < 0 || (name.length > 0 && name.text == nullptr)) return E_INVALIDARG;
-    CREATORFUNCTION found = HOSTFindComponent(std::wstring(name.text ? name.text : L"", name.length));
+    CREATORFUNCTION found = HOSTFindComponent(std::wstring_view(name.text ? name.text : L"", static_cast<size_t>(name.length)));
     if (found == nullptr) return E_FAIL;
     *creator = reinterpret_cast<void*>(found);
     return S_OK;

@@ -18,8 +18,18 @@
 // CollectionsEx.so exports its host API; everything else in it is hidden.
 #define HOST_API __attribute__((visibility("default")))
 
-HOST_API void HOSTObjectCreated();
-HOST_API void HOSTObjectDestroyed();
+// The counts behind the functions below, shared by every binary of the process through
+// CollectionsEx.so; read and changed inline, since every host object made and destroyed touches
+// them (single-threaded, as the host is: see above).
+struct HOSTCounts {
+    int32_t live = 0;       // host objects alive now
+    int64_t creations = 0;  // creations tried since the last HOSTFailCreation
+    int64_t failing = 0;    // the creation that must fail; 0: none
+};
+extern HOST_API HOSTCounts gHOSTCounts;
+
+inline void HOSTObjectCreated() { ++gHOSTCounts.live; }
+inline void HOSTObjectDestroyed() { --gHOSTCounts.live; }
 // Host objects alive now, in this process (all made by CollectionsEx.so and by code linked to it).
 extern "C" HOST_API int32_t HOSTLiveObjects();
 
@@ -32,7 +42,7 @@ extern "C" HOST_API int32_t HOSTLiveObjects();
 extern "C" HOST_API void HOSTFailCreation(int64_t n);
 extern "C" HOST_API int64_t HOSTCreationCount();
 // Counts one creation; false when it is the one that must fail.
-HOST_API bool HOSTMayCreate();
+inline bool HOSTMayCreate() { return ++gHOSTCounts.creations != gHOSTCounts.failing; }
 
 // Adds or replaces a component that the global component collection creates by name.
 HOST_API void HOSTRegisterComponent(const wchar_t* name, CREATORFUNCTION creator);

@@ -14,10 +14,12 @@
 // that row's facets), so that every IUnknown of one object is the same pointer.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <mutex>
 #include <type_traits>
 #include <utility>
 
@@ -59,11 +61,103 @@ inline uint64_t HOSTIIDHigh(const IID& iid) {
     return word;
 }
 
+// A map laid out for lookup: an open-addressed table of slots keyed by a hash of the identifier,
+// each slot holding a row's identifier, facets, and where its interface lies in the object (a
+// static_cast to a base of a final class moves the pointer by the same amount for every object).
+// A map's slots are laid out at its class's first QueryInterface: the identifier variables are
+// computed when the binary is loaded, so they are not constants here. Rows go in in table order
+// and a lookup walks the probe sequence in that order, so the first row that names an identifier
+// and fits the facets is still the one that answers.
+template <std::size_t Rows>
+struct HOSTInterfaceSlots {
+    static constexpr std::size_t kSlots = [] {
+        std::size_t slots = 8;
+        while (slots < 4 * Rows) slots *= 2;  // at most a quarter full: a miss mostly ends at once
+        return slots;
+    }();
+
+    static std::size_t Hash(uint64_t low, uint64_t high) {
+        // Identifiers pack the letters of names: related names share a first half, so both mix in.
+        return static_cast<std::size_t>(((low ^ (high * 0x9E3779B97F4A7C15ull)) * 0xC2B2AE3D27D4EB4Full) >> 40) &
+               (kSlots - 1);
+    }
+
+    struct Slot {
+        uint64_t low = 0, high = 0;
+        unsigned facets = 0;  // 0: an empty slot
+        int32_t offset = 0;   // of the interface from the object's address
+    };
+    Slot slot[kSlots];
+};
+
+// The slots of one map. Laid out by the first QueryInterface of any object of the class, once even
+// when threads race; after that a lookup reads them with one plain load of the flag, so that a
+// QueryInterface makes no call and saves no registers.
+template <const auto& Table, class T>
+class HOSTMapSlots {
+public:
+    using Slots = HOSTInterfaceSlots<std::size(Table)>;
+    static bool Ready() { return gReady.load(std::memory_order_acquire); }
+    static const Slots& Get() { return gSlots; }
+    __attribute__((noinline)) static void LayOut(T* self) {
+        static std::once_flag once;
+        std::call_once(once, [self] {
+            for (const auto& row : Table) {
+                if (row.facets == 0) continue;  // answers for no object
+                const uint64_t low = HOSTIIDLow(*row.iid), high = HOSTIIDHigh(*row.iid);
+                std::size_t s = Slots::Hash(low, high);
+                while (gSlots.slot[s].facets != 0) s = (s + 1) & (Slots::kSlots - 1);
+                const auto offset = static_cast<char*>(row.cast(self)) - reinterpret_cast<char*>(self);
+                gSlots.slot[s] = typename Slots::Slot{low, high, row.facets, static_cast<int32_t>(offset)};
+            }
+            gReady.store(true, std::memory_order_release);
+        });
+    }
+
+private:
+    static inline Slots gSlots;
+    static inline std::atomic<bool> gReady{false};
+};
+
 // The interface of the first row that names the identifier (`low`, `high`) and fits the facets
-// `have`, or null. One expression per row: the table is a template argument, so every row's
-// identifier address, cast and facets are constants, and the rows unroll into straight-line code.
+// `have`, or null.
+//
+// Every path a command names asks each object on it for about a dozen interfaces, most of which it
+// lacks, so the miss is the common case and is kept short: one hash of the identifier and one slot
+// read, which is empty three times in four. A hit costs one compare more and no call.
+template <const auto& Table, class T>
+inline void* HOSTFindInterface(T* self, uint64_t low, uint64_t high, unsigned have) {
+    using Slots = typename HOSTMapSlots<Table, T>::Slots;
+    const Slots& slots = HOSTMapSlots<Table, T>::Get();
+    for (std::size_t s = Slots::Hash(low, high); slots.slot[s].facets != 0; s = (s + 1) & (Slots::kSlots - 1)) {
+        const auto& slot = slots.slot[s];
+        if (slot.low == low && slot.high == high && (slot.facets & have) != 0)
+            return reinterpret_cast<char*>(self) + slot.offset;
+    }
+    return nullptr;
+}
+
+// QueryInterface of `self`, an object with `facets`, from its map `Table`: E_POINTER for a null
+// `object`; else the interface of the first row that names `iid` and fits the facets, with one
+// reference added, and S_OK; else null and E_NOINTERFACE. IUnknown is asked for often, to compare
+// identities: it goes first.
+template <const auto& Table, class T>
+inline HRESULT HOSTQueryInterface(T* self, const IID& iid, void** object, unsigned facets = 0);
+
+// The first QueryInterface of a class lays its map out, then asks again. Out of line, so that the
+// common path saves no registers.
+template <const auto& Table, class T>
+__attribute__((noinline)) HRESULT HOSTQueryInterfaceFirst(T* self, const IID& iid, void** object, unsigned facets) {
+    HOSTMapSlots<Table, T>::LayOut(self);
+    return HOSTQueryInterface<Table>(self, iid, object, facets);
+}
+
+// Maps of a few rows are not hashed: one compare of each row's first half, unrolled (the table is
+// a template argument, so every row's identifier address, cast and facets are constants).
+constexpr std::size_t kHOSTScannedRows = 3;
+
 template <const auto& Table, class T, std::size_t... Row>
-inline void* HOSTFindInterface(T* self, uint64_t low, uint64_t high, unsigned have, std::index_sequence<Row...>) {
+inline void* HOSTScanInterface(T* self, uint64_t low, uint64_t high, unsigned have, std::index_sequence<Row...>) {
     void* found = nullptr;
     (void)(((HOSTIIDLow(*Table[Row].iid) == low && HOSTIIDHigh(*Table[Row].iid) == high &&
              (Table[Row].facets & have) != 0 && (found = Table[Row].cast(self)) != nullptr)) ||
@@ -71,29 +165,24 @@ inline void* HOSTFindInterface(T* self, uint64_t low, uint64_t high, unsigned ha
     return found;
 }
 
-// QueryInterface of `self`, an object with `facets`, from its map `Table`: E_POINTER for a null
-// `object`; else the interface of the first row that names `iid` and fits the facets, with one
-// reference added, and S_OK; else null and E_NOINTERFACE.
-//
-// Every path a command names asks each object on it for about a dozen interfaces, most of which it
-// lacks, so the miss is the common case and is kept short: one compare per row of the identifier's
-// first half against the row's identifier, read from its own address, with a branch that is almost
-// never taken; the second half and the facets are looked at only when the first half matches, and
-// the cast is the compiler's own. Measured on a whole path query: a loop over the table in one
-// out-of-line function cost about a quarter more than the hand-written comparisons this replaces;
-// a cast called through the row's function pointer about 3% more than this; testing the facets
-// before the identifier (they differ from object to object, so that branch mispredicts) about 5%.
-// IUnknown is asked for often, to compare identities: it goes first.
 template <const auto& Table, class T>
-inline HRESULT HOSTQueryInterface(T* self, const IID& iid, void** object, unsigned facets = 0) {
+inline HRESULT HOSTQueryInterface(T* self, const IID& iid, void** object, unsigned facets) {
     using Row = typename std::remove_reference_t<decltype(Table[0])>;
     static_assert(std::is_same_v<std::remove_const_t<Row>, HOSTInterfaceEntry<T>>, "the map is made for T");
+    constexpr bool kHashed = std::size(Table) > kHOSTScannedRows;
     if (object == nullptr) return E_POINTER;
+    if constexpr (kHashed) {
+        if (!HOSTMapSlots<Table, T>::Ready()) return HOSTQueryInterfaceFirst<Table>(self, iid, object, facets);
+    }
     const uint64_t low = HOSTIIDLow(iid), high = HOSTIIDHigh(iid);
-    void* found = low == HOSTIIDLow(IID_IUnknown) && high == HOSTIIDHigh(IID_IUnknown)
-                      ? Table[0].cast(self)
-                      : HOSTFindInterface<Table>(self, low, high, facets | HOST_FACET_ALWAYS,
-                                                 std::make_index_sequence<std::size(Table)>());
+    void* found = nullptr;
+    if (low == HOSTIIDLow(IID_IUnknown) && high == HOSTIIDHigh(IID_IUnknown))
+        found = Table[0].cast(self);
+    else if constexpr (kHashed)
+        found = HOSTFindInterface<Table>(self, low, high, facets | HOST_FACET_ALWAYS);
+    else
+        found = HOSTScanInterface<Table>(self, low, high, facets | HOST_FACET_ALWAYS,
+                                         std::make_index_sequence<std::size(Table)>());
     *object = found;
     if (found == nullptr) return E_NOINTERFACE;
     self->HostAddRef();

@@ -2,21 +2,13 @@
 // single-threaded: see HostObject.h).
 #include "host/collections/HostObject.h"
 
-namespace {
-int32_t gLiveObjects = 0;
-int64_t gCreations = 0;
-int64_t gFailingCreation = 0;  // 0: none
-}  // namespace
+HOSTCounts gHOSTCounts;
 
-void HOSTObjectCreated() { ++gLiveObjects; }
-void HOSTObjectDestroyed() { --gLiveObjects; }
-int32_t HOSTLiveObjects() { return gLiveObjects; }
+int32_t HOSTLiveObjects() { return gHOSTCounts.live; }
 
 void HOSTFailCreation(int64_t n) {
-    gCreations = 0;
-    gFailingCreation = n > 0 ? n : 0;
+    gHOSTCounts.creations = 0;
+    gHOSTCounts.failing = n > 0 ? n : 0;
 }
 
-int64_t HOSTCreationCount() { return gCreations; }
-
-bool HOSTMayCreate() { return ++gCreations != gFailingCreation; }
+int64_t HOSTCreationCount() { return gHOSTCounts.creations; }

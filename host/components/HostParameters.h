@@ -16,8 +16,9 @@
 #include <vector>
 
 #include "host/collections/HostObject.h"
+#include "host/collections/HostRecycled.h"
 
-class HOST_API CHostParameters final : public IParametersCreatable, public CHostObject<CHostParameters> {
+class HOST_API CHostParameters final : public IParametersCreatable, public CHostRecycled<CHostParameters> {
 public:
     HOST_FORWARD_REFCOUNT
     HRESULT QueryInterface(const IID& iid, void** object) override;

@@ -15,14 +15,32 @@ constexpr int kNumberBuffer = 256;
 // or, when that text would not fit 255 characters (magnitudes from about 1e246 on), in exponent
 // notation with nine mantissa decimals less their trailing zeros ("1e+300", "-2.5e+300"). NaN
 // and infinities print as libc writes them: "nan", "-nan", "inf", "-inf".
+// A whole number as decimal digits, exactly as "%d" (or "%.0f" of a whole real) writes it.
+void AppendWhole(int64_t value, std::wstring& out) {
+    wchar_t digits[24];
+    wchar_t* end = digits + 24;
+    wchar_t* p = end;
+    uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    do {
+        *--p = static_cast<wchar_t>(L'0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (value < 0) *--p = L'-';
+    out.append(p, static_cast<size_t>(end - p));
+}
+
 void AppendNumber(IVariant* variant, std::wstring& out) {
-    wchar_t buffer[kNumberBuffer];
     if (variant->get_NumberType() == 1) {
-        const int n = std::swprintf(buffer, kNumberBuffer, L"%d", variant->get_Integer());
-        if (n > 0) out.append(buffer, static_cast<size_t>(n));
+        AppendWhole(variant->get_Integer(), out);
         return;
     }
     const double real = variant->get_Double();
+    // A whole real prints without decimals: as its integer, save -0, which "%.0f" writes as "-0".
+    if (real == std::trunc(real) && std::fabs(real) < 1e15 && !(real == 0 && std::signbit(real))) {
+        AppendWhole(static_cast<int64_t>(real), out);
+        return;
+    }
+    wchar_t buffer[kNumberBuffer];
     int decimals = 0;
     double whole = 0;
     for (double scaled = std::fabs(real); decimals < 9 && std::isfinite(scaled) && std::modf(scaled, &whole) >= 1e-8;
@@ -44,12 +62,19 @@ void AppendNumber(IVariant* variant, std::wstring& out) {
     out.append(buffer, static_cast<size_t>(n));
 }
 
+void AppendText(IString* text, std::wstring& out) {
+    wchar_t* chars = nullptr;
+    int32_t length = 0;
+    if (text != nullptr && text->GetText(&chars, &length) >= 0 && chars != nullptr && length > 0)
+        out.append(chars, static_cast<size_t>(length));
+}
+
 void AppendValue(IUnknown* value, std::wstring& out) {
     if (SmartPtr<IVariant> variant = QueryAs<IVariant>(value, IID_IVariant)) {
         if (variant->IsString()) {
             SmartPtr<IString> text;
             variant->get_String(text.Out());
-            out += HOSTText(text.get());
+            AppendText(text.get(), out);
         } else if (variant->get_NumberType() != 0) {
             AppendNumber(variant.get(), out);
         } else if (variant->IsObject()) {
@@ -60,7 +85,7 @@ void AppendValue(IUnknown* value, std::wstring& out) {
         return;
     }
     if (SmartPtr<IString> text = QueryAs<IString>(value, IID_IString)) {
-        out += HOSTText(text.get());
+        AppendText(text.get(), out);
         return;
     }
     if (SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(value, IID_IObjectInfo)) {
@@ -72,7 +97,7 @@ void AppendValue(IUnknown* value, std::wstring& out) {
 void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, std::wstring& out) {
     if (!first) out += separator;
     if (name) {
-        out += HOSTText(name);
+        AppendText(name, out);
         out += L'=';
     }
     AppendValue(value, out);

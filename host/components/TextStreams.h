@@ -12,6 +12,7 @@
 #include <string>
 
 #include "host/collections/HostObject.h"
+#include "host/collections/HostRecycled.h"
 
 // Appends the entries of `collection` to `out`, separated by `separator`.
 HOST_API void HOSTWriteEntries(IUnknown* collection, wchar_t separator, std::wstring& out);
@@ -38,7 +39,7 @@ protected:
     std::wstring m_Text;
 };
 
-class HOST_API CCSVStream final : public CTextStream<ICSVStream>, public CHostObject<CCSVStream> {
+class HOST_API CCSVStream final : public CTextStream<ICSVStream>, public CHostRecycled<CCSVStream> {
 public:
     HOST_FORWARD_REFCOUNT
     HRESULT QueryInterface(const IID& iid, void** object) override;
@@ -46,7 +47,7 @@ public:
     HRESULT Open(int32_t, int32_t) override { m_Text.clear(); return S_OK; }
 };
 
-class HOST_API CINIStream final : public CTextStream<IINIStream>, public CHostObject<CINIStream> {
+class HOST_API CINIStream final : public CTextStream<IINIStream>, public CHostRecycled<CINIStream> {
 public:
     HOST_FORWARD_REFCOUNT
     HRESULT QueryInterface(const IID& iid, void** object) override;

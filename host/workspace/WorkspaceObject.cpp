@@ -54,11 +54,11 @@ static_assert((WS_SEARCH << 1) < HOST_FACET_ALWAYS, "workspace facets stay clear
 }  // namespace
 
 HRESULT CWorkspaceObject::QueryInterface(const IID& iid, void** object) {
-    const HRESULT hr = HOSTQueryInterface<kInterfaces>(this, iid, object, m_Facets);
-    // The parameter interfaces belong to the object's own parameter collection, when it has one.
-    if (hr == E_NOINTERFACE && m_Parameters && (iid == IID_IParameters || iid == IID_IParametersCreatable))
+    // The parameter interfaces belong to the object's own parameter collection, when it has one
+    // (the map lists neither).
+    if (m_Parameters && (iid == IID_IParameters || iid == IID_IParametersCreatable))
         return m_Parameters->QueryInterface(iid, object);
-    return hr;
+    return HOSTQueryInterface<kInterfaces>(this, iid, object, m_Facets);
 }
 
 HRESULT CWorkspaceObject::get_Count(int32_t* count) {
@@ -79,10 +79,12 @@ HRESULT CWorkspaceObject::get_Index(IUnknown* key, int32_t* index) {
     if (index == nullptr) return E_POINTER;
     *index = -1;
     SmartPtr<IString> name = QueryAs<IString>(key, IID_IString);
-    if (!name) return E_FAIL;
-    auto found = m_Index.find(HOSTText(name.get()));
-    if (found == m_Index.end()) return E_FAIL;
-    *index = found->second;
+    wchar_t* text = nullptr;
+    int32_t length = 0;
+    if (!name || name->GetText(&text, &length) < 0 || length < 0 || (length > 0 && text == nullptr)) return E_FAIL;
+    const int32_t found = IndexOf(std::wstring_view(text, static_cast<size_t>(length)));
+    if (found < 0) return E_FAIL;
+    *index = found;
     return S_OK;
 }
 
@@ -220,17 +222,23 @@ HRESULT CWorkspaceObject::GetName(int32_t, tagREFString* name) {
     return S_OK;
 }
 
+int32_t CWorkspaceObject::IndexOf(std::wstring_view name) const {
+    return m_Index.Find(name, static_cast<int32_t>(m_Children.size()),
+                        [this](int32_t i) { return std::wstring_view(m_Children[i].first); });
+}
+
 void CWorkspaceObject::AddChild(IUnknown* child, const std::wstring& name) {
-    m_Index.emplace(name, static_cast<int32_t>(m_Children.size()));  // the first of a name wins
     SmartPtr<IUnknown> held;
     held.Assign(child);
     m_Children.emplace_back(name, std::move(held));
+    const int32_t count = static_cast<int32_t>(m_Children.size());
+    m_Index.Add(name, count - 1, count, [this](int32_t i) { return std::wstring_view(m_Children[i].first); });
 }
 
 CWorkspaceObject* CWorkspaceObject::Child(const std::wstring& name) const {
-    auto found = m_Index.find(name);
-    if (found == m_Index.end()) return nullptr;
+    const int32_t found = IndexOf(name);
+    if (found < 0) return nullptr;
     // Other objects answer IObjectInfo too (a moniker names its component): only the class tells.
-    SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(m_Children[found->second].second.get(), IID_IObjectInfo);
+    SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(m_Children[found].second.get(), IID_IObjectInfo);
     return dynamic_cast<CWorkspaceObject*>(info.get());
 }

@@ -6,10 +6,10 @@
 #include <chrono>
 #include <functional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "host/collections/HostObject.h"
+#include "host/collections/NameIndex.h"
 
 enum WorkspaceFacet : unsigned {
     WS_NAMED = 1u << 0,      // INamedCollection of its children
@@ -95,12 +95,13 @@ public:
 
 private:
     void Record(const std::string& call);
+    int32_t IndexOf(std::wstring_view name) const;
 
     std::wstring m_Name;
     unsigned m_Facets;
     WorkspaceLog* m_Log;
     std::vector<std::pair<std::wstring, SmartPtr<IUnknown>>> m_Children;
-    std::unordered_map<std::wstring, int32_t> m_Index;
+    CNameIndex m_Index;
     SmartPtr<IParametersCreatable> m_Parameters;
     std::chrono::steady_clock::time_point m_BusyUntil{};
 };
