@@ -206,5 +206,3 @@ BENCHMARK(BM_MultibyteReply)->Arg(100000)->Arg(1000000)->Arg(4000000)->Unit(benc
 BENCHMARK(BM_ContainerQuery)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 // A measurement of memory, not of time: one pass, whatever the repetitions asked for.
 BENCHMARK(BM_MemoryTenMillionLines)->Iterations(1)->Repetitions(1)->Unit(benchmark::kMillisecond);
-
-BENCHMARK_MAIN();
