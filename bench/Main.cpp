@@ -46,13 +46,14 @@ public:
             const char* what;
             const char* measured;
             const char* base;  // null: the measured time itself, in ns, is held to the target
-            double target;
+            double target;  // 0: a figure for reference, with no target
         };
         static const Row rows[] = {
-            {"path query, 10,000 objects / floor", "BM_PathQuery/10000", "BM_Floor", 2.0},
+            {"path query, 10,000 objects / floor", "BM_PathQuery/10000", "BM_Floor/10000", 2.0},
             {"path query, 1,000,000 / 10,000 objects", "BM_PathQuery/1000000", "BM_PathQuery/10000", 1.3},
-            {"mixed 11-line message / floor", "BM_MixedMessage", "BM_Floor", 1.5},
-            {"assignment / floor", "BM_Assignment", "BM_Floor", 1.0},
+            {"floor, 1,000,000 / 10,000 names", "BM_Floor/1000000", "BM_Floor/10000", 0},
+            {"mixed 11-line message / floor", "BM_MixedMessage", "BM_Floor/10000", 1.5},
+            {"assignment / floor", "BM_Assignment", "BM_Floor/10000", 1.0},
             {"assignment, CPU ns per line", "BM_Assignment", nullptr, 290},
         };
         char line[160];
@@ -66,13 +67,13 @@ public:
             const auto base = m_PerLine.find(row.base ? row.base : row.measured);
             char times[40] = "-", value[16] = "-", target[16];
             const char* verdict = "not measured";
-            std::snprintf(target, sizeof target, row.base ? "<= %.1f" : "<= %.0f", row.target);
+            std::snprintf(target, sizeof target, row.target == 0 ? "-" : row.base ? "<= %.1f" : "<= %.0f", row.target);
             if (measured != m_PerLine.end() && base != m_PerLine.end()) {
                 const double v = row.base ? measured->second / base->second : measured->second;
                 if (row.base) std::snprintf(times, sizeof times, "%.0f / %.0f", measured->second, base->second);
                 else std::snprintf(times, sizeof times, "%.0f", measured->second);
                 std::snprintf(value, sizeof value, row.base ? "%.2f" : "%.0f", v);
-                verdict = v <= row.target ? "met" : "not met";
+                verdict = row.target == 0 ? "(reference)" : v <= row.target ? "met" : "not met";
             }
             std::snprintf(line, sizeof line, "%-40s %16s %8s %8s  %s\n", row.what, times, value, target, verdict);
             out << line;

@@ -52,10 +52,10 @@ public:
     HRESULT get_Item(int32_t index, IUnknown** item) override {
         if (item == nullptr) return E_POINTER;
         if (!InRange(index)) return E_INVALIDARG;
-        this->CollectionLock();
+        Owner().CollectionLock();
         SmartPtr<IUnknown> value;
-        const HRESULT hr = this->getParameter(m_Parameters[index], value.Out());
-        this->CollectionUnlock();
+        const HRESULT hr = Owner().getParameter(m_Parameters[index], value.Out());
+        Owner().CollectionUnlock();
         if (hr < 0) return hr;
         if (SmartPtr<IVariant> variant = QueryAs<IVariant>(value.get(), IID_IVariant)) {
             if (variant->IsObject()) return variant->get_Object(item);
@@ -95,16 +95,16 @@ public:
     }
     HRESULT get_ItemName(int32_t index, IString** name) override {
         if (!InRange(index)) return E_INVALIDARG;
-        this->CollectionLock();
+        Owner().CollectionLock();
         *name = m_Parameters[index]->Name.Copy();
-        this->CollectionUnlock();
+        Owner().CollectionUnlock();
         return *name ? S_OK : E_FAIL;
     }
     HRESULT Rename(int32_t index, IString* name) override {
         if (!InRange(index)) return E_INVALIDARG;
-        this->CollectionLock();
+        Owner().CollectionLock();
         m_Parameters[index]->Name.Assign(name);
-        this->CollectionUnlock();
+        Owner().CollectionUnlock();
         return S_OK;
     }
     HRESULT CollectionLock() override {
@@ -122,48 +122,48 @@ public:
     // IParameters
     HRESULT Get(int32_t index, IString** name, IVariant** value, IUnknown** descriptor, int32_t* flags) override {
         if (!InRange(index)) return E_INVALIDARG;
-        this->CollectionLock();
+        Owner().CollectionLock();
         PARAMETEROBJECT* entry = m_Parameters[index];
         if (value != nullptr) {
             SmartPtr<IUnknown> effective;
-            if (this->getParameter(entry, effective.Out()) < 0) effective.Reset();
+            if (Owner().getParameter(entry, effective.Out()) < 0) effective.Reset();
             *value = AsVariant(effective.get());
         }
         if (descriptor != nullptr && entry->Descriptor) *descriptor = entry->Descriptor.Copy();
         if (flags != nullptr) *flags = entry->Flags;
-        this->CollectionUnlock();
-        if (name != nullptr) this->get_ItemName(index, name);  // its result does not matter here
+        Owner().CollectionUnlock();
+        if (name != nullptr) Owner().get_ItemName(index, name);  // its result does not matter here
         return S_OK;
     }
     HRESULT get_ItemVariant(int32_t index, IVariant** value) override {
         if (!InRange(index)) return E_INVALIDARG;
-        this->CollectionLock();
+        Owner().CollectionLock();
         SmartPtr<IUnknown> effective;
-        const HRESULT hr = this->getParameter(m_Parameters[index], effective.Out());
+        const HRESULT hr = Owner().getParameter(m_Parameters[index], effective.Out());
         if (hr >= 0) *value = AsVariant(effective.get());
-        this->CollectionUnlock();
+        Owner().CollectionUnlock();
         return hr;
     }
     HRESULT put_Item(int32_t index, IUnknown* value) override {
         if (!InRange(index)) return E_INVALIDARG;
-        this->CollectionLock();
+        Owner().CollectionLock();
         // A variant is shared with the caller; the old value is released after the new one is in.
         m_Parameters[index]->Item.Attach(AsVariant(value));
-        this->CollectionUnlock();
+        Owner().CollectionUnlock();
         return S_OK;
     }
     HRESULT get_ItemDescriptor(int32_t index, IUnknown** descriptor) override {
         if (!InRange(index)) return E_INVALIDARG;
-        this->CollectionLock();
+        Owner().CollectionLock();
         *descriptor = m_Parameters[index]->Descriptor.Copy();
-        this->CollectionUnlock();
+        Owner().CollectionUnlock();
         return *descriptor ? S_OK : E_FAIL;
     }
     HRESULT put_ItemDescriptor(int32_t index, IUnknown* descriptor) override {
         if (!InRange(index)) return E_INVALIDARG;
-        this->CollectionLock();
+        Owner().CollectionLock();
         m_Parameters[index]->Descriptor.Assign(descriptor);
-        this->CollectionUnlock();
+        Owner().CollectionUnlock();
         return S_OK;
     }
     HRESULT get_ItemFlags(int32_t index, int32_t* flags) override {
@@ -182,12 +182,12 @@ public:
         if (m_Count >= m_Capacity) {
             PARAMETEROBJECT** grown = new (std::nothrow) PARAMETEROBJECT*[m_Capacity + kGrowth];
             if (grown == nullptr) return E_FAIL;
-            this->CollectionLock();
+            Owner().CollectionLock();
             if (m_Count > 0) std::memcpy(grown, m_Parameters, sizeof(PARAMETEROBJECT*) * m_Count);
             delete[] m_Parameters;
             m_Parameters = grown;
             m_Capacity += kGrowth;
-            this->CollectionUnlock();
+            Owner().CollectionUnlock();
         }
         SmartPtr<IVariant> stored;
         if (value == nullptr) {
@@ -200,32 +200,32 @@ public:
         }
         PARAMETEROBJECT* entry = new (std::nothrow) PARAMETEROBJECT();
         if (entry == nullptr) return E_FAIL;
-        this->CollectionLock();
+        Owner().CollectionLock();
         m_Parameters[m_Count] = entry;
         entry->Name.Assign(name);
         entry->Item.Attach(stored.Detach());
         entry->Descriptor.Assign(descriptor);
         entry->Flags = flags;
         ++m_Count;
-        this->CollectionUnlock();
+        Owner().CollectionUnlock();
         return S_OK;
     }
     HRESULT Remove(int32_t index) override {
         if (!InRange(index)) return E_INVALIDARG;
-        this->CollectionLock();
+        Owner().CollectionLock();
         PARAMETEROBJECT* entry = m_Parameters[index];
         std::memmove(m_Parameters + index, m_Parameters + index + 1, sizeof(PARAMETEROBJECT*) * (m_Count - index - 1));
         --m_Count;
         Free(entry);
-        this->CollectionUnlock();
+        Owner().CollectionUnlock();
         return S_OK;
     }
     HRESULT RemoveAll() override {
-        this->CollectionLock();
+        Owner().CollectionLock();
         const int32_t count = m_Count;
         m_Count = 0;  // first, so that a release that reaches back finds an empty collection
         for (int32_t i = 0; i < count; ++i) Free(m_Parameters[i]);
-        this->CollectionUnlock();
+        Owner().CollectionUnlock();
         return S_OK;
     }
     HRESULT Copy(IParameters* source) override {
@@ -240,7 +240,7 @@ public:
             source->Get(i, name.Out(), value.Out(), descriptor.Out(), &flags);
             SmartPtr<IVariant> copy(CREFString::CreateVariant());
             if (copy) copy->put_Object(value.get());
-            this->Add(name.get(), copy.get(), descriptor.get(), flags);
+            Owner().Add(name.get(), copy.get(), descriptor.get(), flags);
         }
         return S_OK;
     }
@@ -264,18 +264,18 @@ public:
         bool first = true;
         for (int32_t i = 0; i < m_Count; ++i) {
             int32_t flags = 0;
-            this->get_ItemFlags(i, &flags);
+            Owner().get_ItemFlags(i, &flags);
             if ((mode & PERSIST_COMPACT) && (flags & PARAMETER_NOT_COMPACT)) continue;
             if (!first) write({1, L","});
             first = false;
             if (mode & PERSIST_CSV_NAMES) {
                 SmartPtr<IString> name;
-                this->get_ItemName(i, name.Out());
+                Owner().get_ItemName(i, name.Out());
                 write(CREFString(name.get()));
                 write({1, L"="});
             }
             SmartPtr<IVariant> value;
-            this->get_ItemVariant(i, value.Out());
+            Owner().get_ItemVariant(i, value.Out());
             SmartPtr<IString> text(PARAMETERSValueText(value.get()));
             write(CREFString(text.get()));
         }
@@ -305,7 +305,7 @@ public:
         // then leaves the collection empty.
         SmartPtr<INamedCollection> entries = QueryAs<INamedCollection>(folder.get(), IID_INamedCollection);
         if (mode & PERSIST_REBUILD) {
-            this->RemoveAll();
+            Owner().RemoveAll();
             int32_t count = 0;
             if (entries) entries->get_Count(&count);
             for (int32_t j = 0; j < count; ++j) {
@@ -323,14 +323,14 @@ public:
                 } else if (value) {
                     folder->ReadValue(name.get(), value.get());
                 }
-                this->Add(name.get(), value.get(), descriptor.get(), flags);
+                Owner().Add(name.get(), value.get(), descriptor.get(), flags);
             }
             return S_OK;
         }
         const int32_t count = m_Count;
         for (int32_t i = 0; i < count && entries; ++i) {
             SmartPtr<IString> name;
-            this->get_ItemName(i, name.Out());
+            Owner().get_ItemName(i, name.Out());
             int32_t index = -1;
             if (!name || entries->get_Index(name.get(), &index) < 0) continue;
             SmartPtr<IUnknown> entry;
@@ -339,17 +339,17 @@ public:
             SmartPtr<IFolderStream> child = QueryAs<IFolderStream>(entry.get(), IID_IFolderStream);
             if (!child) {
                 if (value) folder->ReadValue(name.get(), value.get());
-                this->put_Item(i, value.get());
+                Owner().put_Item(i, value.get());
                 continue;
             }
             int32_t flags = 0;
-            if (child->ReadBytes(FolderName(L"Flags").get(), &flags, 4, 0) >= 0) this->put_ItemFlags(i, flags);
+            if (child->ReadBytes(FolderName(L"Flags").get(), &flags, 4, 0) >= 0) Owner().put_ItemFlags(i, flags);
             else flags = 0;
             ReadFolderValue(child.get(), value.get(), flags);
-            this->put_Item(i, value.get());
+            Owner().put_Item(i, value.get());
             SmartPtr<IUnknown> descriptor;
             if (child->ReadObject(FolderName(L"Descriptor").get(), descriptor.Out(), 0) >= 0)
-                this->put_ItemDescriptor(i, descriptor.get());
+                Owner().put_ItemDescriptor(i, descriptor.get());
         }
         return S_OK;
     }
@@ -417,9 +417,9 @@ private:
     // One parameter into the folder: the compact decisions, then a plain value or a child folder.
     void SaveToFolder(IFolderStream* folder, int32_t i, int32_t mode) {
         int32_t flags = 0;
-        this->get_ItemFlags(i, &flags);
+        Owner().get_ItemFlags(i, &flags);
         SmartPtr<IUnknown> descriptor;
-        this->get_ItemDescriptor(i, descriptor.Out());
+        Owner().get_ItemDescriptor(i, descriptor.Out());
         const bool binding = static_cast<bool>(QueryAs<IInputParameter>(descriptor.get(), IID_IInputParameter));
         int32_t written = flags;
         if (!(mode & PERSIST_COMPACT)) {
@@ -433,14 +433,14 @@ private:
             return;
         }
         SmartPtr<IString> name;
-        this->get_ItemName(i, name.Out());
+        Owner().get_ItemName(i, name.Out());
         if (CREFString(name.get()).length == 0) {
             wchar_t numbered[256];
             _swprintf(numbered, 256, L"Item%d", i + 1);
             name.Attach(ISCreate(numbered));
         }
         SmartPtr<IVariant> value;
-        this->get_ItemVariant(i, value.Out());
+        Owner().get_ItemVariant(i, value.Out());
         const bool holdsObject = value && value->IsObject();
         if (written == 0 && !descriptor && !holdsObject) {
             folder->WriteValue(name.get(), value.get());
@@ -506,7 +506,7 @@ private:
         if (length > 0) {
             for (int32_t i = 0; i < m_Count; ++i) {
                 SmartPtr<IString> name;
-                if (this->get_ItemName(i, name.Out()) < 0 || !name) continue;
+                if (Owner().get_ItemName(i, name.Out()) < 0 || !name) continue;
                 wchar_t* candidate = nullptr;
                 int32_t candidateLength = 0;
                 name->GetText(&candidate, &candidateLength);
@@ -522,7 +522,7 @@ private:
 
     // First by the identity of the entries' value objects, then by the identity of their descriptors.
     HRESULT IndexOfObject(IUnknown* object, IUnknown* key, int32_t* index) {
-        this->CollectionLock();
+        Owner().CollectionLock();
         SmartPtr<IUnknown> wanted = QueryAs<IUnknown>(object, IID_IUnknown);
         for (int32_t i = 0; i < m_Count; ++i) {
             SmartPtr<IVariant> item = QueryAs<IVariant>(m_Parameters[i]->Item.get(), IID_IVariant);
@@ -530,7 +530,7 @@ private:
             if (item) item->get_Object(held.Out());
             if (held && wanted && QueryAs<IUnknown>(held.get(), IID_IUnknown).get() == wanted.get()) {
                 *index = i;
-                this->CollectionUnlock();
+                Owner().CollectionUnlock();
                 return S_OK;
             }
         }
@@ -539,11 +539,11 @@ private:
             IUnknown* descriptor = m_Parameters[i]->Descriptor.get();
             if (descriptor && keyIdentity && QueryAs<IUnknown>(descriptor, IID_IUnknown).get() == keyIdentity.get()) {
                 *index = i;
-                this->CollectionUnlock();
+                Owner().CollectionUnlock();
                 return S_OK;
             }
         }
-        this->CollectionUnlock();
+        Owner().CollectionUnlock();
         return E_FAIL;
     }
 };

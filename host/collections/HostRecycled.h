@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <string>
 
 #include "host/collections/HostObject.h"
 
@@ -65,6 +66,29 @@ inline void HOSTGiveBlock(void* block, std::size_t size) noexcept {
     bucket->free = kept;
     ++bucket->kept;
 }
+
+// An allocator whose small blocks come from the free lists: for what host objects hold and drop
+// with them on every line (a parameter collection's entries, a stream's text).
+template <class T>
+struct HOSTRecycling {
+    using value_type = T;
+    HOSTRecycling() noexcept = default;
+    template <class U>
+    HOSTRecycling(const HOSTRecycling<U>&) noexcept {}
+    T* allocate(std::size_t n) {
+        if (n > static_cast<std::size_t>(-1) / sizeof(T)) throw std::bad_array_new_length();
+        if (void* block = HOSTTakeBlock(n * sizeof(T))) return static_cast<T*>(block);
+        throw std::bad_alloc();
+    }
+    void deallocate(T* block, std::size_t n) noexcept { HOSTGiveBlock(block, n * sizeof(T)); }
+    template <class U>
+    bool operator==(const HOSTRecycling<U>&) const noexcept { return true; }
+    template <class U>
+    bool operator!=(const HOSTRecycling<U>&) const noexcept { return false; }
+};
+
+// Wide text held in recycled blocks.
+using HOSTRecycledText = std::basic_string<wchar_t, std::char_traits<wchar_t>, HOSTRecycling<wchar_t>>;
 
 // The base of a host object whose memory is recycled, in place of CHostObject<T>: its allocation
 // functions hide CHostObject's and count the creation the same way. T is final, so every block

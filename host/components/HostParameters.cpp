@@ -213,7 +213,7 @@ HRESULT CHostParameters::Remove(int32_t index) {
 }
 
 HRESULT CHostParameters::RemoveAll() {
-    std::vector<Entry> removed;
+    decltype(m_Entries) removed;
     removed.swap(m_Entries);  // a release that reaches back finds an empty collection
     return S_OK;
 }

@@ -55,7 +55,7 @@ private:
     // stored variant.
     SmartPtr<IVariant> ValueOf(const Entry& entry) const;
 
-    std::vector<Entry> m_Entries;
+    std::vector<Entry, HOSTRecycling<Entry>> m_Entries;
     int32_t m_Locked = 0;
 };
 

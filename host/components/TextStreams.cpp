@@ -16,7 +16,7 @@ constexpr int kNumberBuffer = 256;
 // notation with nine mantissa decimals less their trailing zeros ("1e+300", "-2.5e+300"). NaN
 // and infinities print as libc writes them: "nan", "-nan", "inf", "-inf".
 // A whole number as decimal digits, exactly as "%d" (or "%.0f" of a whole real) writes it.
-void AppendWhole(int64_t value, std::wstring& out) {
+void AppendWhole(int64_t value, HOSTRecycledText& out) {
     wchar_t digits[24];
     wchar_t* end = digits + 24;
     wchar_t* p = end;
@@ -29,7 +29,7 @@ void AppendWhole(int64_t value, std::wstring& out) {
     out.append(p, static_cast<size_t>(end - p));
 }
 
-void AppendNumber(IVariant* variant, std::wstring& out) {
+void AppendNumber(IVariant* variant, HOSTRecycledText& out) {
     if (variant->get_NumberType() == 1) {
         AppendWhole(variant->get_Integer(), out);
         return;
@@ -62,14 +62,14 @@ void AppendNumber(IVariant* variant, std::wstring& out) {
     out.append(buffer, static_cast<size_t>(n));
 }
 
-void AppendText(IString* text, std::wstring& out) {
+void AppendText(IString* text, HOSTRecycledText& out) {
     wchar_t* chars = nullptr;
     int32_t length = 0;
     if (text != nullptr && text->GetText(&chars, &length) >= 0 && chars != nullptr && length > 0)
         out.append(chars, static_cast<size_t>(length));
 }
 
-void AppendValue(IUnknown* value, std::wstring& out) {
+void AppendValue(IUnknown* value, HOSTRecycledText& out) {
     if (SmartPtr<IVariant> variant = QueryAs<IVariant>(value, IID_IVariant)) {
         if (variant->IsString()) {
             SmartPtr<IString> text;
@@ -94,7 +94,7 @@ void AppendValue(IUnknown* value, std::wstring& out) {
     }
 }
 
-void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, std::wstring& out) {
+void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, HOSTRecycledText& out) {
     if (!first) out += separator;
     if (name) {
         AppendText(name, out);
@@ -105,7 +105,7 @@ void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, 
 
 }  // namespace
 
-void HOSTWriteEntries(IUnknown* collection, wchar_t separator, std::wstring& out) {
+void HOSTWriteEntries(IUnknown* collection, wchar_t separator, HOSTRecycledText& out) {
     // A parameter collection is read through its variants (values delivered by input bindings
     // included); any other named collection through its items.
     SmartPtr<IParameters> parameters = QueryAs<IParameters>(collection, IID_IParameters);

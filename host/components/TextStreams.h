@@ -15,7 +15,7 @@
 #include "host/collections/HostRecycled.h"
 
 // Appends the entries of `collection` to `out`, separated by `separator`.
-HOST_API void HOSTWriteEntries(IUnknown* collection, wchar_t separator, std::wstring& out);
+HOST_API void HOSTWriteEntries(IUnknown* collection, wchar_t separator, HOSTRecycledText& out);
 
 template <class I>
 class CTextStream : public I {
@@ -36,7 +36,7 @@ public:
     }
 
 protected:
-    std::wstring m_Text;
+    HOSTRecycledText m_Text;
 };
 
 class HOST_API CCSVStream final : public CTextStream<ICSVStream>, public CHostRecycled<CCSVStream> {
