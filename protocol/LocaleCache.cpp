@@ -46,7 +46,11 @@ void CLocaleCache::Refresh() {
         m_SpaceOrControl[b] = std::iswspace(static_cast<wint_t>(b)) || std::iswcntrl(static_cast<wint_t>(b));
     }
     m_AsciiItself = true;
-    for (int b = 1; b < 128; ++b) m_AsciiItself = m_AsciiItself && m_Decoded[b] == 1 && m_Char[b] == static_cast<wchar_t>(b);
+    m_AsciiWritesItself = true;
+    for (int b = 1; b < 128; ++b) {
+        m_AsciiItself = m_AsciiItself && m_Decoded[b] == 1 && m_Char[b] == static_cast<wchar_t>(b);
+        m_AsciiWritesItself = m_AsciiWritesItself && m_Encoded[b] == 1 && m_Byte[b] == static_cast<char>(b);
+    }
     m_Cached = true;
 }
 

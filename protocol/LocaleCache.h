@@ -28,6 +28,9 @@ public:
     // True when every byte from 0x01 to 0x7F decodes, on its own, to the character of the same
     // code (as in every ASCII-compatible locale), so that a run of such bytes needs no lookup.
     bool AsciiDecodesItself() const { return m_Cached && m_AsciiItself; }
+    // True when every character from U+0001 to U+007F encodes, on its own, to the one byte of the
+    // same code.
+    bool AsciiEncodesItself() const { return m_Cached && m_AsciiWritesItself; }
     // As wctomb(out, c); `out` holds at least MB_LEN_MAX bytes.
     int Encode(char* out, wchar_t c, mbstate_t& state);
     // As towlower(c).
@@ -59,6 +62,7 @@ private:
 
     bool m_Cached = false;  // the tables hold the answers of the locale named m_Locale
     bool m_AsciiItself = false;
+    bool m_AsciiWritesItself = false;
     const char* m_Name = nullptr;  // libc's name string of that locale, when it was asked
     char m_Locale[kNameCapacity] = {};
     wchar_t m_Char[128] = {};         // what each byte below 0x80 decodes to

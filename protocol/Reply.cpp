@@ -59,9 +59,16 @@ HRESULT CWKSProtocol::StoreReply(const wchar_t* text, int32_t count) {
     mbstate_t state{};
     int64_t used = 0;
     bool ok = true;
+    const bool asciiItself = m_Locale.AsciiEncodesItself();  // the locale was noticed by ParseCommand
     for (int32_t i = 0; i < count && ok; ++i) {
+        // At least 4 bytes are free here: a character that writes itself goes straight in.
+        if (asciiItself && static_cast<uint32_t>(text[i]) - 1u < 0x7Fu) {
+            work[used++] = static_cast<unsigned char>(text[i]);
+            if (size - used < 4) ok = grow(used + 4);
+            continue;
+        }
         char bytes[MB_LEN_MAX];
-        const int n = m_Locale.Encode(bytes, text[i], state);  // the locale was noticed by ParseCommand
+        const int n = m_Locale.Encode(bytes, text[i], state);
         if (n <= 0) continue;
         if (size - used < n + 4) ok = grow(used + n + 4);
         if (!ok) break;

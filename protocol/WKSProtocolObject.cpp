@@ -13,6 +13,35 @@ constexpr uint32_t kPageRangeItem = 0x10;
 constexpr uint32_t kPageChoiceItem = 0x40;
 
 SmartPtr<IString> WideName(const wchar_t* text) { return SmartPtr<IString>(ISCreate(text)); }
+
+// A filter of the identifiers the object answers: one bit of 256 for each, from a hash of all 16
+// bytes. A command asks the object it reaches for a dozen interfaces, most of which it lacks; those
+// find their bit clear and skip the comparisons. Made once, when the first object is asked
+// (identifiers are computed as the module loads, so they are not constants here).
+class CAnswerFilter {
+public:
+    CAnswerFilter() {
+        for (const IID* iid : {&IID_IObjectInfo, &IID_IProtocolManager, &IID_IUIPropInterrogate, &IID_IParametersCreatable,
+                               &IID_IUIPropertyPageSpecify, &IID_IBindableObject, &IID_IDataPersist, &IID_IInputParameters,
+                               &IID_IParameters, &IID_INamedCollection}) {
+            const unsigned bit = Bit(*iid);
+            m_Bits[bit >> 6] |= uint64_t{1} << (bit & 63);
+        }
+    }
+    bool MayAnswer(const IID& iid) const {
+        const unsigned bit = Bit(iid);
+        return ((m_Bits[bit >> 6] >> (bit & 63)) & 1) != 0;
+    }
+
+private:
+    static unsigned Bit(const IID& iid) {
+        uint64_t low, high;
+        std::memcpy(&low, iid.bytes, 8);
+        std::memcpy(&high, iid.bytes + 8, 8);
+        return static_cast<unsigned>(((low ^ high) * 0x9E3779B97F4A7C15ull) >> 56);
+    }
+    uint64_t m_Bits[4] = {};
+};
 }  // namespace
 
 CWKSProtocol::~CWKSProtocol() { delete[] m_Response; }
@@ -25,6 +54,8 @@ HRESULT CWKSProtocol::QueryInterface(const IID& iid, void** object) {
         return S_OK;
     }
     *object = nullptr;
+    static const CAnswerFilter gAnswers;
+    if (!gAnswers.MayAnswer(iid)) return E_NOINTERFACE;
     if (iid == IID_IObjectInfo) *object = static_cast<IObjectInfo*>(this);
     else if (iid == IID_IProtocolManager) *object = static_cast<IProtocolManager*>(this);
     else if (iid == IID_IUIPropInterrogate) *object = static_cast<IUIPropInterrogateEx*>(this);
