@@ -36,7 +36,7 @@ public:
         if (count <= kScanned) return;
         if (m_Slots.empty() || 2 * static_cast<size_t>(count) > m_Slots.size()) {
             size_t slots = 16;
-            while (slots < 4 * static_cast<size_t>(count)) slots *= 2;  // at most a quarter full after growing
+            while (slots < 4 * static_cast<size_t>(count)) slots *= 2;  // a quarter to half full
             m_Slots.assign(slots, Slot{});
             for (int32_t i = 0; i < count; ++i) Insert(nameAt(i), i, nameAt);
             return;

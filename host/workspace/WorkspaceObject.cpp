@@ -18,7 +18,7 @@ void WorkspaceLog::Record(const std::string& call) {
 }
 
 CWorkspaceObject::CWorkspaceObject(std::wstring name, unsigned facets, WorkspaceLog* log)
-    : m_Name(std::move(name)), m_Facets(facets), m_Log(log) {}
+    : m_Facets(facets), m_Name(std::move(name)), m_Log(log) {}
 
 CWorkspaceObject::~CWorkspaceObject() = default;
 
