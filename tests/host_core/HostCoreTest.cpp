@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <set>
@@ -14,6 +15,7 @@
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
+#include "host/collections/NameIndex.h"
 #include "host/collections/SuperCollection.h"
 #include "host/components/FolderStream.h"
 #include "host/components/HostParameters.h"
@@ -362,11 +364,15 @@ TEST_F(HostCore, CSVAndINIWriteOneEntryPerItem) {
     const std::pair<const wchar_t*, IUnknown*> items[] = {{L"Var1", integer.get()}, {L"Var2", text.get()}, {nullptr, bare.get()},
                                                           {L"Obj", nameless.get()}, {L"E", empty.get()}};
     for (const auto& [name, value] : items) sample->Add(SmartPtr<IString>(name ? HOSTNewString(name) : nullptr).get(), value, 0, 0);
-    for (double value : {-0.125, 1.0 / 3, 7766279631452241920.0, 1e300, -2.5e300, 1.234567891e290, 1e20, -HUGE_VAL}) {
+    for (double value : {-0.125, 1.0 / 3, 7766279631452241920.0, 1e300, -2.5e300, 1.234567891e290, 1e20, -HUGE_VAL,
+                         -0.0, -7.0, 999999999999999.0, 1e15}) {
         SmartPtr<IVariant> number = NewVariant();
         number->put_Double(value);
         sample->Add(nullptr, number.get(), 0, 0);
     }
+    SmartPtr<IVariant> lowest = NewVariant();
+    lowest->put_Integer(INT32_MIN);
+    sample->Add(nullptr, lowest.get(), 0, 0);
     SmartPtr<ICSVStream> csv;
     SmartPtr<IINIStream> ini;
     ASSERT_EQ(HOSTCreateCSVStream(nullptr, &IID_ICSVStream, csv.OutVoid()), S_OK);
@@ -379,7 +385,8 @@ TEST_F(HostCore, CSVAndINIWriteOneEntryPerItem) {
     }
     std::wstring csvText, iniText;
     for (const wchar_t* entry : {L"Var1=100", L"Var2=Hello", L"bare", L"Obj=", L"E=", L"-0.125", L"0.333333333", L"7766279631452241920",
-                                 L"1e+300", L"-2.5e+300", L"1.234567891e+290", L"100000000000000000000", L"-inf"}) {
+                                 L"1e+300", L"-2.5e+300", L"1.234567891e+290", L"100000000000000000000", L"-inf",
+                                 L"-0", L"-7", L"999999999999999", L"1000000000000000", L"-2147483648"}) {
         csvText += (csvText.empty() ? L"" : L",") + std::wstring(entry);
         iniText += (iniText.empty() ? L"" : L"\n") + std::wstring(entry);
     }
@@ -387,6 +394,27 @@ TEST_F(HostCore, CSVAndINIWriteOneEntryPerItem) {
     EXPECT_EQ(Content(ini.get()), iniText);
     EXPECT_EQ(ini->Write(L"|x", 2 * sizeof(wchar_t), 0), S_OK);
     EXPECT_EQ(Content(ini.get()), iniText + L"|x") << "raw bytes are appended";
+}
+
+// A name is found without copying it, in lists short enough to scan and in hashed ones, across
+// the growth from one to the other; the first entry of a repeated name is the one found.
+TEST(NameIndex, FindsTheFirstEntryOfEveryName) {
+    for (int count : {1, 8, 9, 40, 1000}) {
+        std::vector<std::wstring> names;
+        CNameIndex index;
+        auto nameAt = [&](int32_t i) { return std::wstring_view(names[static_cast<size_t>(i)]); };
+        auto add = [&](const std::wstring& name) {
+            names.push_back(name);
+            index.Add(name, static_cast<int32_t>(names.size()) - 1, static_cast<int32_t>(names.size()), nameAt);
+        };
+        for (int i = 0; i < count; ++i) add(L"n" + std::to_wstring(i));
+        add(L"n0");  // a repeat, after every other
+        const int32_t size = static_cast<int32_t>(names.size());
+        for (int i = 0; i < count; ++i) EXPECT_EQ(index.Find(L"n" + std::to_wstring(i), size, nameAt), i) << count;
+        EXPECT_EQ(index.Find(L"n" + std::to_wstring(count), size, nameAt), -1) << count;
+        EXPECT_EQ(index.Find(L"N0", size, nameAt), -1) << "names are compared exactly";
+        EXPECT_EQ(index.Find(L"", size, nameAt), -1) << count;
+    }
 }
 
 // Removing a string table entry never makes its component known.
