@@ -25,7 +25,7 @@ HRESULT CWKSProtocol::RecievedMessage(unsigned char* message, int32_t length) {
         for (int32_t p = 0; p < length;) {
             wchar_t c = 0;
             const unsigned char b = message[p];
-            if (asciiItself && b - 1u < 0x7Fu) {  // 0x01 to 0x7F, with the shift state still initial
+            if (asciiItself && b - 1u < 0x7Fu) {  // 0x01 to 0x7F, each a character of its own code
                 c = b;
                 ++p;
             } else {

@@ -123,8 +123,11 @@ private:
 // `have`, or null.
 //
 // Every path a command names asks each object on it for about a dozen interfaces, most of which it
-// lacks, so the miss is the common case and is kept short: one hash of the identifier and one slot
-// read, which is empty three times in four. A hit costs one compare more and no call.
+// lacks, so the miss is the common case and is kept short: one hash of the identifier and a probe
+// or two. A hit costs one compare more and no call. Measured on a whole path query, a workspace
+// object's QueryInterface (16 rows) took about 47 instructions a call this way against about 65
+// for one compare per row; a filter in front of the probe, and a layout per facet set, made it
+// slower in time for all their saved instructions, and were dropped.
 template <const auto& Table, class T>
 inline void* HOSTFindInterface(T* self, uint64_t low, uint64_t high, unsigned have) {
     using Slots = typename HOSTMapSlots<Table, T>::Slots;
