@@ -1,5 +1,7 @@
 #include "host/app/Server.h"
 
+#include "host/app/Console.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -124,6 +126,7 @@ private:
     asio::io_context m_Io;
     asio::signal_set m_Signals;
     std::vector<std::unique_ptr<asio::ip::tcp::acceptor>> m_Acceptors;
+    std::unique_ptr<CConsole> m_Console;
     std::unordered_set<std::shared_ptr<CClient>> m_Clients;
     CRateLimit m_RefusalLog;
     // Saving is coalesced: at most once per kSavePause, whatever the number of messages.
@@ -290,6 +293,11 @@ bool CService::Listen(std::string& error) {
                       "can connect can drive the workspace", text.c_str());
         m_Acceptors.push_back(std::move(acceptor));
     }
+    if (!m_Options.http.empty() && m_Options.workspace != nullptr) {
+        m_Console = ConsoleStart(m_Io, m_Options.http, m_Object, *m_Options.workspace, m_Options.conversation,
+                                 m_Options.maxClients, m_ScheduleSave, error);
+        if (!m_Console) return false;
+    }
     return true;
 }
 
@@ -360,7 +368,7 @@ void CService::HandleStdin(const std::string& bytes, bool end) {
     if (goOn) return;
     // Standard input ended (or asked to break): the network goes on; without it, the host stops.
     CloseStdin();
-    if (m_Acceptors.empty()) Stop();
+    if (m_Acceptors.empty() && !m_Console) Stop();
 }
 
 void CService::CloseStdin() {
@@ -384,6 +392,7 @@ void CService::ScheduleSave() {
 void CService::Stop() {
     asio::error_code ignored;
     for (auto& acceptor : m_Acceptors) acceptor->close(ignored);
+    if (m_Console) m_Console->Stop();
     for (const auto& client : m_Clients) client->Close();
     m_Clients.clear();
     m_Signals.cancel(ignored);

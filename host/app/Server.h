@@ -21,6 +21,8 @@ struct ServerOptions {
     ConversationOptions stdinConversation;  // standard input's own (no token, its line limit)
     bool serveStdin = false;            // standard input as one more conversation, answered on standard output
     std::string recordFolder;           // non-empty: a transcript per session there (host/app/Transcript.h)
+    std::vector<std::string> http;      // the browser console's [ADDR:]PORT (host/app/Console.h)
+    const struct Workspace* workspace = nullptr;  // what the console shows
 };
 
 // Log lines with a time stamp on standard error, at or above the chosen level.

@@ -40,6 +40,7 @@ struct Options {
     std::string importXml;
     // The network service.
     std::vector<std::string> listen;
+    std::vector<std::string> http;
     std::string framing;  // empty: text on the network, raw on standard input alone
     std::string authFile;
     size_t maxClients = 256;
@@ -103,6 +104,10 @@ int ParseOptions(int argc, char** argv, Options& options) {
     app.add_option("--listen", options.listen,
                    "serve TCP clients on [ADDRESS:]PORT (repeatable; a bare port means 127.0.0.1, [::1]:PORT is IPv6, "
                    "0.0.0.0:PORT or [::]:PORT every interface); standard input is served too")
+        ->type_name("[ADDR:]PORT");
+    app.add_option("--http", options.http,
+                   "serve the browser console on [ADDRESS:]PORT (repeatable; a bare port means 127.0.0.1): the "
+                   "workspace, a command console and the object's property pages, with --auth-file's token")
         ->type_name("[ADDR:]PORT");
     app.add_option("--framing", options.framing,
                    "how the replies to one message are sent: text (the replies, then an empty line; the default on the "
@@ -247,11 +252,13 @@ int main(int argc, char** argv) {
     const Framing framing = options.framing == "counted" ? Framing::kCounted
                             : options.framing == "raw"   ? Framing::kRaw
                             : options.framing == "text"  ? Framing::kText
-                            : options.listen.empty()     ? Framing::kRaw
+                            : options.listen.empty() && options.http.empty() ? Framing::kRaw
                                                          : Framing::kText;
-    if (!options.listen.empty()) {
+    if (!options.listen.empty() || !options.http.empty()) {
         ServerOptions server;
         server.listen = options.listen;
+        server.http = options.http;
+        server.workspace = &workspace;
         server.conversation.framing = framing;
         if (options.maxLineGiven) server.conversation.maxLine = options.maxLine;
         if (!options.authFile.empty()) {

@@ -237,8 +237,11 @@ void CWorkspaceObject::AddChild(IUnknown* child, const std::wstring& name) {
 
 CWorkspaceObject* CWorkspaceObject::Child(const std::wstring& name) const {
     const int32_t found = IndexOf(name);
-    if (found < 0) return nullptr;
+    return found < 0 ? nullptr : ChildAt(found);
+}
+
+CWorkspaceObject* CWorkspaceObject::ChildAt(int32_t index) const {
     // Other objects answer IObjectInfo too (a moniker names its component): only the class tells.
-    SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(m_Children[found].second.get(), IID_IObjectInfo);
+    SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(m_Children[static_cast<size_t>(index)].second.get(), IID_IObjectInfo);
     return dynamic_cast<CWorkspaceObject*>(info.get());
 }

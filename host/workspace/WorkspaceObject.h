@@ -82,6 +82,11 @@ public:
     // Building a workspace.
     void AddChild(IUnknown* child, const std::wstring& name);
     CWorkspaceObject* Child(const std::wstring& name) const;
+    // The children in order, for showing the workspace: their names and objects (a moniker is
+    // no workspace object: ChildAt gives null for it).
+    int32_t ChildCount() const { return static_cast<int32_t>(m_Children.size()); }
+    const std::wstring& ChildName(int32_t index) const { return m_Children[static_cast<size_t>(index)].first; }
+    CWorkspaceObject* ChildAt(int32_t index) const;
     void SetParameters(IParametersCreatable* parameters) { m_Parameters.Assign(parameters); }
     void SetBusyFor(int milliseconds);
 

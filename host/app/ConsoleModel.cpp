@@ -1,0 +1,241 @@
+#include "host/app/ConsoleModel.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "host/collections/ComponentList.h"
+#include "host/collections/HostString.h"
+#include "host/collections/Utf8.h"
+
+using nlohmann::json;
+
+namespace {
+
+constexpr int32_t kTableId = 0x2000000;  // the id that addresses the property table as a whole
+
+const char* KindOf(const CWorkspaceObject& object) {
+    const unsigned facets = object.Facets();
+    static const std::pair<unsigned, const char*> kinds[] = {
+        {WS_TABS, "tabs"},   {WS_MANAGER, "manager"}, {WS_FILES, "files"},   {WS_TOOLBAR, "toolbar"},
+        {WS_MANAGERS, "managers"}, {WS_STEP, "step"}, {WS_IO, "io"},         {WS_RESULT, "result"},
+        {WS_BUTTON, "button"}, {WS_SEARCH, "search"},
+    };
+    for (const auto& [facet, kind] : kinds)
+        if (facets & facet) return kind;
+    return "container";
+}
+
+std::string Number(double value) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.9g", value);
+    return text;
+}
+
+std::string ValueOf(CWorkspaceObject& object, const std::string& kind) {
+    if (kind == "step") return object.m_State ? "on" : "off";
+    if (kind == "io") return (object.m_State & 1) ? "1" : "0";
+    if (kind == "result") return Number(object.m_Value);
+    if (kind == "files") return object.IsBusy() ? "busy" : "idle";
+    if ((kind == "tabs" || kind == "manager") && object.m_State >= 0 && object.m_State < object.ChildCount())
+        return HOSTNarrowUtf8(object.ChildName(object.m_State));
+    return "";
+}
+
+void AddObjects(const CWorkspaceObject& parent, const std::string& prefix, int depth, json& out) {
+    for (int32_t i = 0; i < parent.ChildCount(); ++i) {
+        const std::string name = HOSTNarrowUtf8(parent.ChildName(i));
+        const std::string path = prefix.empty() ? name : prefix + "." + name;
+        CWorkspaceObject* child = parent.ChildAt(i);
+        const std::string kind = child ? KindOf(*child) : "moniker";
+        out.push_back({{"path", path}, {"name", name}, {"depth", depth}, {"kind", kind},
+                       {"value", child ? ValueOf(*child, kind) : ""}});
+        if (child) AddObjects(*child, path, depth + 1, out);
+    }
+}
+
+std::string Text(IString* text) { return HOSTNarrowUtf8(HOSTText(text)); }
+
+// The captions of the object's items: its strings in the host's string table, by number.
+std::map<int, std::string> Captions(IProtocolManager* object) {
+    std::map<int, std::string> captions;
+    SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(object, IID_IObjectInfo);
+    tagREFString name{0, nullptr};
+    if (!info || info->GetName(0, &name) < 0 || name.text == nullptr) return captions;
+    SmartPtr<IStringTable> table;
+    SmartPtr<INamedCollection> strings;
+    SmartPtr<IString> component(HOSTNewString(name.text, name.length));
+    if (HOSTCreateStringTable(nullptr, const_cast<IID*>(&IID_IStringTable), table.OutVoid()) < 0 ||
+        table->get_ComponentStrings(component.get(), strings.Out()) < 0 || !strings)
+        return captions;
+    int32_t count = 0;
+    strings->get_Count(&count);
+    for (int32_t i = 0; i < count; ++i) {
+        SmartPtr<IString> number, text;
+        SmartPtr<IUnknown> item;
+        strings->get_ItemName(i, number.Out());
+        strings->get_Item(i, item.Out());
+        text = QueryAs<IString>(item.get(), IID_IString);
+        captions[std::atoi(Text(number.get()).c_str())] = Text(text.get());
+    }
+    return captions;
+}
+
+json Choices(IUnknown* enumeration) {
+    json choices = json::array();
+    SmartPtr<INamedCollection> list = QueryAs<INamedCollection>(enumeration, IID_INamedCollection);
+    int32_t count = 0;
+    if (list) list->get_Count(&count);
+    for (int32_t i = 0; i < count; ++i) {
+        SmartPtr<IString> name;
+        SmartPtr<IUnknown> item;
+        list->get_ItemName(i, name.Out());
+        list->get_Item(i, item.Out());
+        SmartPtr<IVariant> value = QueryAs<IVariant>(item.get(), IID_IVariant);
+        choices.push_back({{"text", Text(name.get())}, {"value", value ? value->get_Integer() : i}});
+    }
+    return choices;
+}
+
+json Items(IProtocolManager* object) {
+    json items = json::array();
+    SmartPtr<IUIPropInterrogate> table = QueryAs<IUIPropInterrogate>(object, IID_IUIPropInterrogate);
+    int32_t count = 0, first = 0, last = -1;
+    if (!table || table->Inquire(kTableId, &count) < 0 || count <= 0 || table->ParameterRange(kTableId, &first, &last) < 0)
+        return items;
+    const std::map<int, std::string> captions = Captions(object);
+    for (int64_t id = first; id <= last; ++id) {
+        int32_t value = 0;
+        const HRESULT flags = table->Inquire(static_cast<int32_t>(id), &value);
+        const int type = flags & 0xF;
+        if (flags < 0 || type < 1 || type > 3) continue;  // the page edits integers only
+        const auto caption = captions.find(static_cast<int>(id));
+        json item = {{"id", id}, {"caption", caption != captions.end() ? caption->second : "Item " + std::to_string(id)},
+                     {"value", value}};
+        int32_t minimum = 0, maximum = 0;
+        SmartPtr<IUnknown> enumeration;
+        if (table->ParameterRange(static_cast<int32_t>(id), &minimum, &maximum) >= 0) {
+            item["kind"] = "range";
+            item["min"] = minimum;
+            item["max"] = maximum;
+        } else if (table->ParameterEnumeration(static_cast<int32_t>(id), enumeration.Out()) >= 0) {
+            item["kind"] = "enumeration";
+            item["choices"] = Choices(enumeration.get());
+        } else {
+            continue;
+        }
+        items.push_back(std::move(item));
+    }
+    return items;
+}
+
+const char* TypeName(int32_t flags) {
+    switch (flags & 0xF) {
+        case 1: case 2: case 3: return "integer";
+        case 4: case 5: return "real";
+        case 6: return "text";
+        case 7: return "object";
+        default: return "none";
+    }
+}
+
+std::string ValueText(IVariant* value) {
+    if (value == nullptr) return "";
+    if (value->IsString()) {
+        SmartPtr<IString> text;
+        value->get_String(text.Out());
+        return Text(text.get());
+    }
+    if (value->get_NumberType() == 1) return std::to_string(value->get_Integer());
+    if (value->get_NumberType() != 0) return Number(value->get_Double());
+    if (value->IsObject()) {
+        SmartPtr<IUnknown> object;
+        value->get_Object(object.Out());
+        SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(object.get(), IID_IObjectInfo);
+        tagREFString name{0, nullptr};
+        if (info && info->GetName(0, &name) >= 0 && name.text) return HOSTNarrowUtf8(std::wstring_view(name.text, name.length));
+    }
+    return "";
+}
+
+json Parameters(IProtocolManager* object) {
+    json parameters = json::array();
+    SmartPtr<IParameters> list = QueryAs<IParameters>(object, IID_IParameters);
+    int32_t count = 0;
+    if (list) list->get_Count(&count);
+    for (int32_t i = 0; i < count; ++i) {
+        SmartPtr<IString> name;
+        SmartPtr<IVariant> value;
+        int32_t flags = 0;
+        list->get_ItemName(i, name.Out());
+        list->get_ItemVariant(i, value.Out());
+        list->get_ItemFlags(i, &flags);
+        parameters.push_back({{"index", i}, {"name", Text(name.get())}, {"type", TypeName(flags)}, {"value", ValueText(value.get())}});
+    }
+    return parameters;
+}
+
+}  // namespace
+
+std::string ConsoleTree(const Workspace& workspace) {
+    json objects = json::array();
+    if (const CWorkspaceObject* root = workspace.Root()) AddObjects(*root, "", 0, objects);
+    return json{{"type", "tree"}, {"objects", std::move(objects)}}.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::string ConsolePages(IProtocolManager* object) {
+    return json{{"type", "pages"}, {"items", Items(object)}, {"parameters", Parameters(object)}}.dump(-1, ' ', false,
+                                                                                                      json::error_handler_t::replace);
+}
+
+bool ConsoleControl(IProtocolManager* object, int id, long long value, std::string& error) {
+    SmartPtr<IUIPropInterrogate> table = QueryAs<IUIPropInterrogate>(object, IID_IUIPropInterrogate);
+    int32_t current = 0, minimum = 0, maximum = 0;
+    if (!table || table->Inquire(id, &current) < 0) return error = "no setting " + std::to_string(id), false;
+    SmartPtr<IUnknown> enumeration;
+    bool allowed = false;
+    if (table->ParameterRange(id, &minimum, &maximum) >= 0) {
+        allowed = value >= minimum && value <= maximum;
+    } else if (table->ParameterEnumeration(id, enumeration.Out()) >= 0) {
+        for (const json& choice : Choices(enumeration.get())) allowed |= choice["value"].get<long long>() == value;
+    }
+    if (!allowed) return error = "setting " + std::to_string(id) + " does not take " + std::to_string(value), false;
+    if (table->Control(id, static_cast<int32_t>(value)) < 0) return error = "setting " + std::to_string(id) + " refused the value", false;
+    return true;
+}
+
+bool ConsoleSetParameter(IProtocolManager* object, int index, const std::string& text, std::string& error) {
+    SmartPtr<IParameters> list = QueryAs<IParameters>(object, IID_IParameters);
+    int32_t count = 0, flags = 0;
+    if (list) list->get_Count(&count);
+    if (index < 0 || index >= count) return error = "no parameter " + std::to_string(index), false;
+    list->get_ItemFlags(index, &flags);
+    const std::string type = TypeName(flags);
+    SmartPtr<IVariant> value;
+    if (HOSTCreateVariant(nullptr, const_cast<IID*>(&IID_IVariant), value.OutVoid()) < 0) return error = "out of memory", false;
+    char* end = nullptr;
+    errno = 0;
+    if (type == "integer") {
+        const long long number = std::strtoll(text.c_str(), &end, 10);
+        if (text.empty() || *end != '\0' || errno != 0 || number < INT32_MIN || number > INT32_MAX)
+            return error = "'" + text + "' is not a 32-bit integer", false;
+        value->put_Integer(static_cast<int32_t>(number));
+    } else if (type == "real") {
+        const double number = std::strtod(text.c_str(), &end);
+        if (text.empty() || *end != '\0' || !std::isfinite(number)) return error = "'" + text + "' is not a number", false;
+        value->put_Double(number);
+    } else if (type == "text") {
+        std::wstring wide;
+        if (!HOSTDecodeUtf8(text, wide)) return error = "the text is not UTF-8", false;
+        SmartPtr<IString> string(HOSTNewString(wide.c_str(), static_cast<int32_t>(wide.size())));
+        value->put_String(string.get());
+    } else {
+        return error = "parameter " + std::to_string(index) + " is not edited here", false;
+    }
+    list->put_Item(index, value.get());
+    return true;
+}
