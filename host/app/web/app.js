@@ -126,7 +126,7 @@ function showReply(frame) {
   pending.delete(frame.id);
   entry.classList.remove('pending');
   const replies = frame.replies || [];
-  if (!replies.length) entry.append(el('div', 'none', 'done, no reply'));
+  if (!replies.length && !frame.ended) entry.append(el('div', 'none', 'done, no reply'));
   replies.forEach((text, i) => {
     const failed = frame.failed && frame.failed[i];
     const row = el('div', failed ? 'answer failed' : 'answer');
