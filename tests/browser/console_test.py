@@ -10,12 +10,16 @@ import sys
 import tempfile
 import time
 
-from selenium import webdriver
-from selenium.common.exceptions import WebDriverException
-from selenium.webdriver.chrome.service import Service
-from selenium.webdriver.common.by import By
-from selenium.webdriver.common.keys import Keys
-from selenium.webdriver.support.ui import Select
+try:
+    from selenium import webdriver
+    from selenium.common.exceptions import WebDriverException
+    from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.by import By
+    from selenium.webdriver.common.keys import Keys
+    from selenium.webdriver.support.ui import Select
+except ImportError:
+    sys.exit(f"{sys.executable} has no selenium: run this test with /usr/bin/python3 "
+             "(Debian's python3-selenium, chromium and chromium-driver)")
 
 from hostproc import Checks, Host
 
@@ -57,7 +61,8 @@ class Page:
         return self.driver.find_elements(By.CSS_SELECTOR, css)
 
     def state(self):
-        return self.find("#status").get_attribute("data-state")
+        status = self.all("#status")
+        return status[0].get_attribute("data-state") if status else "no #status on the page"
 
     def value(self, path):
         return self.find(f'#tree [data-path="{path}"] .value').text

@@ -10,7 +10,10 @@ import sys
 import tempfile
 import time
 
-import websocket
+try:
+    import websocket
+except ImportError:
+    sys.exit(f"{sys.executable} has no websocket module: run this test with /usr/bin/python3 (Debian's python3-websocket)")
 
 from hostproc import Checks, Host
 
