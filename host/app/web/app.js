@@ -9,14 +9,14 @@ const tree = $('tree'), log = $('console-log'), input = $('console-input'), send
 const settings = $('settings'), parameters = $('parameters');
 
 let socket = null;
-let token = null;        // only ever held here: never stored, never put in the address
+let token = null;           // only ever held here: never stored, never put in the address
 let nextId = 1;
-const pending = new Map(); // line id -> its entry in the log, until the reply comes
-const earlier = [];     // the lines sent, for ArrowUp/ArrowDown
-let recalled = 0;        // where ArrowUp/ArrowDown are in earlier; earlier.length is the draft
+const pending = new Map();  // line id -> its entry in the log, until the reply comes
+const earlier = [];         // the lines sent, for ArrowUp/ArrowDown
+let recalled = 0;           // where ArrowUp/ArrowDown are in earlier; earlier.length is the draft
 let draft = '';
-let pagesShape = '';     // what the property pages are made of, so that a change of values only updates them
-let lastParameter = null; // the parameter input last applied, to point at when an error answers it
+let pagesShape = '';        // what the property pages are made of, so that new values only update them
+let lastParameter = null;   // the parameter input last applied, to point at when an error answers it
 
 function el(tag, className, text) {
   const node = document.createElement(tag);
@@ -55,7 +55,10 @@ function connect() {
     if (ws !== socket) return;
     socket = null;
     authForm.hidden = true;
-    for (const entry of pending.values()) entry.classList.remove('pending');
+    for (const entry of pending.values()) {
+      entry.classList.remove('pending');
+      entry.append(el('div', 'none', 'no reply: the connection closed'));
+    }
     pending.clear();
     if (statusLine.dataset.state !== 'ended') setState('closed', 'Closed');
     const focused = document.activeElement;
