@@ -260,11 +260,12 @@ void CConsoleService::Receive(Handle handle, const std::string& payload) {
     if (type == "control" && frame.contains("item") && frame["item"].is_number_integer() && frame.contains("value") &&
         frame["value"].is_number_integer()) {
         if (!ConsoleControl(m_Object.Manager(), frame["item"].get<int>(), frame["value"].get<long long>(), error))
-            return Send(handle, tab, json{{"type", "error"}, {"text", error}}.dump());
+            return Send(handle, tab, json{{"type", "error"}, {"text", error}, {"item", frame["item"]}}.dump());
     } else if (type == "parameter" && frame.contains("index") && frame["index"].is_number_integer() && frame.contains("value") &&
                frame["value"].is_string()) {
         if (!ConsoleSetParameter(m_Object.Manager(), frame["index"].get<int>(), frame["value"].get<std::string>(), error))
-            return Send(handle, tab, json{{"type", "error"}, {"text", error}}.dump(-1, ' ', false, json::error_handler_t::replace));
+            return Send(handle, tab, json{{"type", "error"}, {"text", error}, {"index", frame["index"]}}
+                                         .dump(-1, ' ', false, json::error_handler_t::replace));
     } else {
         return Refuse(handle, tab, "not a frame of the console");
     }

@@ -14,7 +14,8 @@
 //   {"type":"ready"}                          lines are taken from now on
 //   {"type":"reply","id":N,"replies":[...],"failed":[...],"ended":B}   B: a break, the socket closes
 //   {"type":"tree",...} {"type":"pages",...}  host/app/ConsoleModel.h
-//   {"type":"error","text":T}                 a refusal; after a bad token or a bad frame the socket closes
+//   {"type":"error","text":T}                 a refusal; after a bad token or a bad frame the socket closes;
+//                                             a refused value names its "item" or "index" and closes nothing
 //
 // Safety: the socket takes only the page's own origin (the Origin header must name the Host the
 // request was sent to), responses carry a content security policy, nothing but the page, its two
