@@ -258,8 +258,8 @@ void CConsoleService::Receive(Handle handle, const std::string& payload) {
         return;
     }
     if (type == "control" && frame.contains("item") && frame["item"].is_number_integer() && frame.contains("value") &&
-        frame["value"].is_number_integer()) {
-        if (!ConsoleControl(m_Object.Manager(), frame["item"].get<int>(), frame["value"].get<long long>(), error))
+        (frame["value"].is_number() || frame["value"].is_string())) {
+        if (!ConsoleControl(m_Object.Manager(), frame["item"].get<int>(), frame["value"], error))
             return Send(handle, tab, json{{"type", "error"}, {"text", error}, {"item", frame["item"]}}.dump());
     } else if (type == "parameter" && frame.contains("index") && frame["index"].is_number_integer() && frame.contains("value") &&
                frame["value"].is_string()) {

@@ -7,7 +7,7 @@
 // The socket speaks JSON text frames. From the page:
 //   {"type":"auth","token":T}                 first, when the hello asks for it
 //   {"type":"line","id":N,"text":L}           one message: one command line, no line end in it
-//   {"type":"control","item":ID,"value":V}    a property item's new value (Control)
+//   {"type":"control","item":ID,"value":V}    a property item's new value (Control, ControlEx): a number or a text
 //   {"type":"parameter","index":I,"value":S}  a parameter's new value as text (put_Item)
 // To the page:
 //   {"type":"hello","auth":B,"version":V}     first; B: a token is needed

@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <vector>
+#include <algorithm>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -17,6 +20,9 @@ using nlohmann::json;
 namespace {
 
 constexpr int32_t kTableId = 0x2000000;  // the id that addresses the property table as a whole
+// The two pages the console knows how to show.
+constexpr const char* kTablePage = "UIPropPages.UIPropInterrogatePropPage";
+constexpr const char* kParametersPage = "UIPropPages.UIParametersPropPage";
 
 const char* KindOf(const CWorkspaceObject& object) {
     const unsigned facets = object.Facets();
@@ -61,7 +67,7 @@ void AddObjects(const CWorkspaceObject& parent, const std::string& prefix, int d
 std::string Text(IString* text) { return HOSTNarrowUtf8(HOSTText(text)); }
 
 // The captions of the object's items: its strings in the host's string table, by number.
-std::map<int, std::string> Captions(IProtocolManager* object) {
+std::map<int, std::string> Captions(IUnknown* object) {
     std::map<int, std::string> captions;
     SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(object, IID_IObjectInfo);
     tagREFString name{0, nullptr};
@@ -101,7 +107,26 @@ json Choices(IUnknown* enumeration) {
     return choices;
 }
 
-json Items(IProtocolManager* object) {
+// An item's value as the page shows it: an integer (types 1 to 3), a real (4: single-precision bits
+// through Inquire; 5: a double through InquireEx), a text (6, through InquireEx); null otherwise.
+json ItemValue(IUIPropInterrogate* table, int32_t id, int type, int32_t bits) {
+    if (type >= 1 && type <= 3) return bits;
+    if (type == 4) {
+        float real;
+        std::memcpy(&real, &bits, sizeof real);
+        return std::isfinite(real) ? json(real) : json();
+    }
+    SmartPtr<IUIPropInterrogateEx> extended = QueryAs<IUIPropInterrogateEx>(table, IID_IUIPropInterrogateEx);
+    SmartPtr<IUnknown> held;
+    if (!extended || (type != 5 && type != 6) || extended->InquireEx(id, held.Out()) < 0) return json();
+    if (type == 5) {
+        SmartPtr<IVariant> real = QueryAs<IVariant>(held.get(), IID_IVariant);
+        return real && std::isfinite(real->get_Double()) ? json(real->get_Double()) : json();
+    }
+    return Text(QueryAs<IString>(held.get(), IID_IString).get());
+}
+
+json Items(IUnknown* object) {
     json items = json::array();
     SmartPtr<IUIPropInterrogate> table = QueryAs<IUIPropInterrogate>(object, IID_IUIPropInterrogate);
     int32_t count = 0, first = 0, last = -1;
@@ -109,16 +134,26 @@ json Items(IProtocolManager* object) {
         return items;
     const std::map<int, std::string> captions = Captions(object);
     for (int64_t id = first; id <= last; ++id) {
-        int32_t value = 0;
-        const HRESULT flags = table->Inquire(static_cast<int32_t>(id), &value);
-        const int type = flags & 0xF;
-        if (flags < 0 || type < 1 || type > 3) continue;  // the page edits integers only
+        int32_t bits = 0;
+        const HRESULT flags = table->Inquire(static_cast<int32_t>(id), &bits);
+        if (flags == E_INVALIDARG) continue;  // no such item
+        const int type = flags < 0 ? 0 : flags & 0xF;
+        // Inquire refuses strings; their flags come with InquireEx.
+        SmartPtr<IUIPropInterrogateEx> extended = QueryAs<IUIPropInterrogateEx>(table.get(), IID_IUIPropInterrogateEx);
+        const HRESULT extendedFlags = type == 0 && extended ? extended->InquireEx(static_cast<int32_t>(id), nullptr) : flags;
+        const int kindOfValue = extendedFlags < 0 ? 0 : extendedFlags & 0xF;
+        const json value = ItemValue(table.get(), static_cast<int32_t>(id), kindOfValue, bits);
+        if (value.is_null()) continue;  // nothing the page can show and edit
         const auto caption = captions.find(static_cast<int>(id));
         json item = {{"id", id}, {"caption", caption != captions.end() ? caption->second : "Item " + std::to_string(id)},
                      {"value", value}};
         int32_t minimum = 0, maximum = 0;
         SmartPtr<IUnknown> enumeration;
-        if (table->ParameterRange(static_cast<int32_t>(id), &minimum, &maximum) >= 0) {
+        if (kindOfValue == 4 || kindOfValue == 5) {
+            item["kind"] = "real";
+        } else if (kindOfValue == 6) {
+            item["kind"] = "text";
+        } else if (table->ParameterRange(static_cast<int32_t>(id), &minimum, &maximum) >= 0) {
             item["kind"] = "range";
             item["min"] = minimum;
             item["max"] = maximum;
@@ -131,6 +166,22 @@ json Items(IProtocolManager* object) {
         items.push_back(std::move(item));
     }
     return items;
+}
+
+// The names of the property pages the object asks for (IUIPropertyPageSpecify).
+std::vector<std::string> PageNames(IUnknown* object) {
+    std::vector<std::string> names;
+    SmartPtr<IUIPropertyPageSpecify> specify = QueryAs<IUIPropertyPageSpecify>(object, IID_IUIPropertyPageSpecify);
+    SmartPtr<INamedCollection> pages;
+    if (!specify || specify->GetPages(0, pages.Out(), nullptr) < 0 || !pages) return names;
+    int32_t count = 0;
+    pages->get_Count(&count);
+    for (int32_t i = 0; i < count; ++i) {
+        SmartPtr<IUnknown> page;
+        pages->get_Item(i, page.Out());
+        names.push_back(Text(QueryAs<IString>(page.get(), IID_IString).get()));
+    }
+    return names;
 }
 
 const char* TypeName(int32_t flags) {
@@ -162,7 +213,7 @@ std::string ValueText(IVariant* value) {
     return "";
 }
 
-json Parameters(IProtocolManager* object) {
+json Parameters(IUnknown* object) {
     json parameters = json::array();
     SmartPtr<IParameters> list = QueryAs<IParameters>(object, IID_IParameters);
     int32_t count = 0;
@@ -187,28 +238,63 @@ std::string ConsoleTree(const Workspace& workspace) {
     return json{{"type", "tree"}, {"objects", std::move(objects)}}.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-std::string ConsolePages(IProtocolManager* object) {
-    return json{{"type", "pages"}, {"items", Items(object)}, {"parameters", Parameters(object)}}.dump(-1, ' ', false,
-                                                                                                      json::error_handler_t::replace);
+std::string ConsolePages(IUnknown* object) {
+    const std::vector<std::string> pages = PageNames(object);
+    auto asks = [&](const char* page) { return std::find(pages.begin(), pages.end(), page) != pages.end(); };
+    return json{{"type", "pages"},
+                {"pages", pages},
+                {"items", asks(kTablePage) ? Items(object) : json::array()},
+                {"parameters", asks(kParametersPage) ? Parameters(object) : json::array()}}
+        .dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-bool ConsoleControl(IProtocolManager* object, int id, long long value, std::string& error) {
-    SmartPtr<IUIPropInterrogate> table = QueryAs<IUIPropInterrogate>(object, IID_IUIPropInterrogate);
-    int32_t current = 0, minimum = 0, maximum = 0;
-    if (!table || table->Inquire(id, &current) < 0) return error = "no setting " + std::to_string(id), false;
-    SmartPtr<IUnknown> enumeration;
-    bool allowed = false;
-    if (table->ParameterRange(id, &minimum, &maximum) >= 0) {
-        allowed = value >= minimum && value <= maximum;
-    } else if (table->ParameterEnumeration(id, enumeration.Out()) >= 0) {
-        for (const json& choice : Choices(enumeration.get())) allowed |= choice["value"].get<long long>() == value;
+bool ConsoleControl(IUnknown* object, int id, const json& value, std::string& error) {
+    const std::string name = "setting " + std::to_string(id);
+    for (const json& item : Items(object)) {
+        if (item["id"] != id) continue;
+        SmartPtr<IUIPropInterrogateEx> table = QueryAs<IUIPropInterrogateEx>(object, IID_IUIPropInterrogateEx);
+        const std::string kind = item["kind"];
+        if (kind == "text") {
+            std::wstring wide;
+            if (!value.is_string() || !HOSTDecodeUtf8(value.get<std::string>(), wide)) return error = name + " takes a text", false;
+            SmartPtr<IString> text(HOSTNewString(wide.c_str(), static_cast<int32_t>(wide.size())));
+            if (!table || table->ControlEx(id, text.get()) < 0) return error = name + " refused the value", false;
+            return true;
+        }
+        if (!value.is_number() || !std::isfinite(value.get<double>())) return error = name + " takes a number", false;
+        if (kind == "real") {
+            const int32_t type = table ? table->Inquire(id, nullptr) & 0xF : 0;
+            SmartPtr<IVariant> real;
+            if (type == 5 && HOSTCreateVariant(nullptr, const_cast<IID*>(&IID_IVariant), real.OutVoid()) >= 0) {
+                real->put_Double(value.get<double>());
+                if (table->ControlEx(id, real.get()) >= 0) return true;
+            } else if (type == 4) {
+                const float single = static_cast<float>(value.get<double>());
+                int32_t bits;
+                std::memcpy(&bits, &single, sizeof bits);
+                if (std::isfinite(single) && table->Control(id, bits) >= 0) return true;
+            }
+            return error = name + " refused the value", false;
+        }
+        // An integer within the range, or one of the choices.
+        const double number = value.get<double>();
+        bool allowed = number == std::floor(number);
+        if (kind == "range") {
+            allowed = allowed && number >= item["min"].get<double>() && number <= item["max"].get<double>();
+        } else {
+            bool offered = false;
+            for (const json& choice : item["choices"]) offered |= choice["value"].get<double>() == number;
+            allowed = allowed && offered;
+        }
+        if (!allowed) return error = name + " does not take " + value.dump(), false;
+        SmartPtr<IUIPropInterrogate> plain = QueryAs<IUIPropInterrogate>(object, IID_IUIPropInterrogate);
+        if (!plain || plain->Control(id, static_cast<int32_t>(number)) < 0) return error = name + " refused the value", false;
+        return true;
     }
-    if (!allowed) return error = "setting " + std::to_string(id) + " does not take " + std::to_string(value), false;
-    if (table->Control(id, static_cast<int32_t>(value)) < 0) return error = "setting " + std::to_string(id) + " refused the value", false;
-    return true;
+    return error = "no " + name, false;
 }
 
-bool ConsoleSetParameter(IProtocolManager* object, int index, const std::string& text, std::string& error) {
+bool ConsoleSetParameter(IUnknown* object, int index, const std::string& text, std::string& error) {
     SmartPtr<IParameters> list = QueryAs<IParameters>(object, IID_IParameters);
     int32_t count = 0, flags = 0;
     if (list) list->get_Count(&count);

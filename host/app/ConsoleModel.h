@@ -5,6 +5,7 @@
 // one again when its text changed.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "host/kit/ModuleHost.h"
@@ -15,17 +16,21 @@
 // the active child's name, a file collection "busy"/"idle", anything else "".
 std::string ConsoleTree(const Workspace& workspace);
 
-// {"type":"pages","items":[...],"parameters":[...]}: the property table's integer items (types 1
-// to 3), each a range {"id","caption","kind":"range","min","max","value"} or an enumeration
-// {"id","caption","kind":"enumeration","choices":[{"text","value"}...],"value"}, captions from the
-// host's string table under the object's name; and the parameters {"index","name","type","value"},
-// type one of integer, real, text, object, none.
-std::string ConsolePages(IProtocolManager* object);
+// {"type":"pages","pages":[...],"items":[...],"parameters":[...]}: the pages the object asks for
+// (GetPages), and what the two the console knows hold. The property table page
+// ("UIPropPages.UIPropInterrogatePropPage") lists the table's items: an integer as a range
+// {"id","caption","kind":"range","min","max","value"} or an enumeration {..."kind":"enumeration",
+// "choices":[{"text","value"}...]}, a real {..."kind":"real"} and a text {..."kind":"text"};
+// captions come from the host's string table under the object's name. The parameters page
+// ("UIPropPages.UIParametersPropPage") lists {"index","name","type","value"}, type one of integer,
+// real, text, object, none. A page the object does not ask for is an empty list.
+std::string ConsolePages(IUnknown* object);
 
-// Sets property item `id` to `value` (Control); false with `error` when the table refuses it or
-// the value lies outside the item's range or choices.
-bool ConsoleControl(IProtocolManager* object, int id, long long value, std::string& error);
+// Sets property item `id` to `value`: an integer within its range or among its choices (Control),
+// a real (Control of its single-precision bits, or ControlEx of a variant), a text (ControlEx);
+// false with `error` when the value does not fit the item or the table refuses it.
+bool ConsoleControl(IUnknown* object, int id, const nlohmann::json& value, std::string& error);
 
 // Sets parameter `index` to `text`, converted by the parameter's type (integer, real, text);
 // false with `error` when there is no such parameter or the text does not convert.
-bool ConsoleSetParameter(IProtocolManager* object, int index, const std::string& text, std::string& error);
+bool ConsoleSetParameter(IUnknown* object, int index, const std::string& text, std::string& error);

@@ -6,7 +6,10 @@
 #include <string>
 
 #include "host/app/ConsoleModel.h"
+#include "host/collections/ComponentList.h"
 #include "host/collections/HostObject.h"
+#include "host/collections/HostString.h"
+#include "host/collections/SuperCollection.h"
 
 namespace {
 
@@ -61,6 +64,7 @@ TEST_F(ConsoleModel, TreeShowsEveryKindWithItsLiveValue) {
 
 TEST_F(ConsoleModel, PagesComeFromThePropertyTableAndTheParameters) {
     const json pages = json::parse(ConsolePages(m_Session.Manager()));
+    EXPECT_EQ(pages["pages"], json::parse(R"(["UIPropPages.UIPropInterrogatePropPage","UIPropPages.UIParametersPropPage"])"));
     ASSERT_EQ(pages["items"].size(), 2u);
     const json prompt = pages["items"][0], style = pages["items"][1];
     EXPECT_EQ(prompt, json::parse(R"({"id":1,"caption":"Use Prompt","kind":"range","min":0,"max":1,"value":1})"));
@@ -103,6 +107,81 @@ TEST_F(ConsoleModel, ParametersAreSetByTheirType) {
         }
     }
     EXPECT_EQ(json::parse(ConsolePages(m_Session.Manager()))["parameters"][1]["value"], "h\xc3\xa9llo");
+}
+
+
+// A component of other items gets a fitting page from its table alone: a wide range as a number,
+// a real, a text; an object item is left out; only the pages it asks for are filled.
+class CFakeComponent final : public IUIPropInterrogateEx, public IUIPropertyPageSpecify {
+public:
+    HRESULT QueryInterface(const IID& iid, void** object) override {
+        *object = nullptr;
+        if (iid == IID_IUnknown || iid == IID_IUIPropInterrogate || iid == IID_IUIPropInterrogateEx)
+            *object = static_cast<IUIPropInterrogateEx*>(this);
+        else if (iid == IID_IUIPropertyPageSpecify)
+            *object = static_cast<IUIPropertyPageSpecify*>(this);
+        return *object ? S_OK : E_NOINTERFACE;
+    }
+    int32_t AddRef() override { return 2; }  // lives on the test's stack
+    int32_t Release() override { return 1; }
+    HRESULT GetPages(int32_t, INamedCollection** pages, IUnknown**) override {
+        SmartPtr<ISuperCollection> list(HOSTNewCollection());
+        SmartPtr<IString> page(HOSTNewString(L"UIPropPages.UIPropInterrogatePropPage"));
+        list->Add(nullptr, page.get(), 0, 0);
+        *pages = list.Detach();
+        return S_OK;
+    }
+    // Items 3 (an integer, 0..10), 5 (a double), 6 (a text) and 7 (an object).
+    HRESULT Inquire(int32_t id, int32_t* value) override {
+        if (id == 0x2000000) return *value = 4, S_OK;
+        if (id == 3) return value ? *value = m_Level, 3 : 3;
+        if (id == 5) return 5;
+        return id == 6 || id == 7 ? E_FAIL : E_INVALIDARG;
+    }
+    HRESULT Control(int32_t id, int32_t value) override { return id == 3 ? m_Level = value, S_OK : E_FAIL; }
+    HRESULT ParameterRange(int32_t id, int32_t* minimum, int32_t* maximum) override {
+        if (id == 0x2000000) return *minimum = 3, *maximum = 7, S_OK;
+        return id == 3 ? *minimum = 0, *maximum = 10, S_OK : E_INVALIDARG;
+    }
+    HRESULT ParameterEnumeration(int32_t, IUnknown**) override { return E_INVALIDARG; }
+    HRESULT InquireEx(int32_t id, IUnknown** value) override {
+        if (id == 5 && value) {
+            HOSTCreateVariant(nullptr, const_cast<IID*>(&IID_IVariant), reinterpret_cast<void**>(value));
+            static_cast<IVariant*>(*value)->put_Double(m_Gain);
+        }
+        if (id == 6 && value) *value = HOSTNewString(m_Label.c_str());
+        return id == 5 ? 5 : id == 6 ? 6 : id == 7 ? 7 : E_FAIL;
+    }
+    HRESULT ControlEx(int32_t id, IUnknown* value) override {
+        if (id == 5) return m_Gain = QueryAs<IVariant>(value, IID_IVariant)->get_Double(), S_OK;
+        if (id == 6) return m_Label = HOSTText(QueryAs<IString>(value, IID_IString).get()), S_OK;
+        return E_FAIL;
+    }
+
+    int32_t m_Level = 4;
+    double m_Gain = 0.5;
+    std::wstring m_Label = L"x";
+};
+
+TEST(ConsolePages, OtherItemsGetFittingControls) {
+    CFakeComponent component;
+    IUnknown* fake = static_cast<IUIPropInterrogate*>(&component);
+    const json pages = json::parse(ConsolePages(fake));
+    EXPECT_EQ(pages["items"], json::parse(R"([{"id":3,"caption":"Item 3","kind":"range","min":0,"max":10,"value":4},
+                                               {"id":5,"caption":"Item 5","kind":"real","value":0.5},
+                                               {"id":6,"caption":"Item 6","kind":"text","value":"x"}])"));
+    EXPECT_EQ(pages["parameters"], json::array()) << "a page it does not ask for";
+    std::string error;
+    EXPECT_TRUE(ConsoleControl(fake, 3, 10, error) && ConsoleControl(fake, 5, 2.25, error) &&
+                ConsoleControl(fake, 6, "y\xc3\xa9", error))
+        << error;
+    EXPECT_EQ(component.m_Level, 10);
+    EXPECT_EQ(component.m_Gain, 2.25);
+    EXPECT_EQ(component.m_Label, L"y\u00e9");
+    EXPECT_FALSE(ConsoleControl(fake, 3, 11, error)) << "beyond the range";
+    EXPECT_FALSE(ConsoleControl(fake, 3, 2.5, error)) << "not an integer";
+    EXPECT_FALSE(ConsoleControl(fake, 5, "many", error)) << "a text for a real";
+    EXPECT_FALSE(ConsoleControl(fake, 7, 1, error)) << "an object item is not shown, so not set";
 }
 
 }  // namespace

@@ -236,6 +236,22 @@ function makeItem(item) {
       control.append(option);
     }
     control.addEventListener('change', () => setItem(control, Number(control.value)));
+  } else if (item.kind === 'real' || item.kind === 'text') {
+    control = el('input');
+    control.autocomplete = 'off';
+    if (item.kind === 'real') control.inputMode = 'decimal';
+    const apply = () => {
+      if (control.value === control.dataset.server) return;
+      const value = item.kind === 'real' ? Number(control.value) : control.value;
+      if (item.kind === 'real' && (control.value.trim() === '' || !Number.isFinite(value))) {
+        control.setAttribute('aria-invalid', 'true');
+        return;
+      }
+      control.removeAttribute('aria-invalid');
+      setItem(control, value);
+    };
+    control.addEventListener('change', apply);
+    control.addEventListener('keydown', (event) => { if (event.key === 'Enter') apply(); });
   } else {
     control = el('output', null, String(item.value));
   }
