@@ -237,6 +237,26 @@ def token(binary):
             host.stop()
 
 
+def state(binary):
+    """What a tab sets is kept by --state: the next host starts with it."""
+    with tempfile.TemporaryDirectory() as folder:
+        file = str(pathlib.Path(folder) / "state.wks")
+        host = Host(binary, "--state", file)
+        socket = ready_tab(host)
+        send(socket, type="control", item=2, value=0)
+        send(socket, type="parameter", index=1, value="kept")
+        check("a tab's settings apply at once", ask(socket, "?") == (["Var1=100,Var2=kept"], [False], True))
+        socket.close()
+        check("the host stops cleanly", host.stop() == 0)
+        host = Host(binary, "--state", file)
+        try:
+            socket = ready_tab(host)
+            check("and are there after a restart", ask(socket, "?") == (["Var1=100,Var2=kept"], [False], True))
+            socket.close()
+        finally:
+            host.stop()
+
+
 def paths(host):
     def get(path):
         connection = http.client.HTTPConnection("127.0.0.1", host.http_port, timeout=5)
@@ -269,6 +289,7 @@ def main():
         for part in (handshake, replies, refusals, volume, paths):
             part(host)
         token(args.host_binary)
+        state(args.host_binary)
     except Exception as error:
         check("the test ran to its end", False, repr(error))
     finally:
