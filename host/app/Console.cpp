@@ -229,8 +229,11 @@ void CConsoleService::Receive(Handle handle, const std::string& payload) {
     const json frame = json::parse(payload, nullptr, false);
     const std::string type = frame.is_object() && frame.contains("type") && frame["type"].is_string() ? frame["type"].get<std::string>() : "";
     if (type == "auth" && !tab.ready && frame.contains("token") && frame["token"].is_string()) {
+        // The token is one line of the conversation: one with a line end in it could smuggle a command in.
+        const std::string token = frame["token"].get<std::string>();
         std::string out;
-        if (tab.conversation->Feed("AUTH " + frame["token"].get<std::string>() + "\n", out) && out == "+0\n")
+        if (token.find_first_of("\r\n") == std::string::npos && tab.conversation->Feed("AUTH " + token + "\n", out) &&
+            out == "+0\n")
             return Ready(handle, tab);
         return Refuse(handle, tab, "authentication failed");
     }

@@ -224,6 +224,11 @@ def token(binary):
             check("a wrong token gets an error and the socket closes, and nothing else",
                   closed and [frame["type"] for frame in frames] == ["error"], frames)
             socket, hello = tab(host)
+            send(socket, type="auth", token="open sesame\nLamp=1")
+            frames, closed = rest(socket)
+            check("a token with a line end in it is refused", closed and [frame["type"] for frame in frames] == ["error"],
+                  frames)
+            socket, hello = tab(host)
             send(socket, type="line", id=1, text="Lamp?")
             frames, closed = rest(socket, 2)
             check("a line before the token is not answered",
