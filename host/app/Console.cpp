@@ -3,7 +3,10 @@
 #include <websocketpp/config/asio_no_tls.hpp>
 #include <websocketpp/server.hpp>
 
+#include <strings.h>
+
 #include <map>
+#include <set>
 #include <nlohmann/json.hpp>
 
 #include "host/app/ConsoleModel.h"
@@ -68,6 +71,21 @@ bool ParseBlock(const std::string& out, std::vector<std::string>& replies) {
     return at == out.size();
 }
 
+// A Host header that names this machine by address or as localhost, with or without a port.
+bool LocalName(const std::string& host) {
+    std::string name = host;
+    if (!name.empty() && name.front() == '[') {
+        const size_t close = name.find(']');
+        if (close == std::string::npos) return false;
+        name = name.substr(1, close - 1);
+    } else if (const size_t colon = name.rfind(':'); colon != std::string::npos) {
+        name = name.substr(0, colon);
+    }
+    asio::error_code notAddress;
+    asio::ip::make_address(name, notAddress);
+    return !notAddress || strcasecmp(name.c_str(), "localhost") == 0;
+}
+
 class CConsoleService final : public CConsole {
 public:
     CConsoleService(asio::io_context& io, CProtocolSession& object, const Workspace& workspace,
@@ -111,6 +129,7 @@ private:
     asio::steady_timer m_Soon;  // armed by a change a tab made: one refresh for a burst of them
     bool m_SoonArmed = false;
     std::vector<std::unique_ptr<WsServer>> m_Servers;
+    std::set<const WsServer*> m_Loopback;  // the servers bound to a loopback address
     std::map<Handle, Tab, std::owner_less<Handle>> m_Tabs;
     std::string m_Tree, m_Pages;  // as last sent to the tabs
     bool m_Stopped = false;
@@ -154,6 +173,7 @@ bool CConsoleService::Listen(const std::vector<std::string>& endpoints, std::str
         if (!ip.is_loopback() && m_Options.token.empty())
             ServerLog(LogLevel::kWarn, "--http %s is reachable from other machines and no --auth-file is set: anyone who "
                       "can connect can drive the workspace", text.c_str());
+        if (ip.is_loopback()) m_Loopback.insert(&s);
         m_Servers.push_back(std::move(server));
     }
     Tick();
@@ -189,6 +209,14 @@ bool CConsoleService::Accept(WsServer& server, Handle handle) {
     const std::string host = connection->get_request_header("Host");
     if (connection->get_resource() != "/ws") {
         connection->set_status(websocketpp::http::status_code::not_found);
+        return false;
+    }
+    // On a loopback address the page is reached by address or as localhost: any other name in
+    // Host is a name that was made to point here (DNS rebinding), however well it matches Origin.
+    if (m_Loopback.count(&server) != 0 && !LocalName(host)) {
+        ServerLog(LogLevel::kWarn, "refused a console socket for host '%s' (a loopback console answers to its address "
+                  "or localhost)", host.c_str());
+        connection->set_status(websocketpp::http::status_code::forbidden);
         return false;
     }
     if (host.empty() || connection->get_request_header("Origin") != "http://" + host) {

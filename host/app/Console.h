@@ -18,8 +18,9 @@
 //                                             a refused value names its "item" or "index" and closes nothing
 //
 // Safety: the socket takes only the page's own origin (the Origin header must name the Host the
-// request was sent to), responses carry a content security policy, nothing but the page, its two
-// assets and the socket is served, and a bad frame closes that socket only.
+// request was sent to, and on a loopback address that Host must be an address or localhost, so
+// that a rebound name cannot reach it), responses carry a content security policy, nothing but
+// the page, its two assets and the socket is served, and a bad frame closes that socket only.
 #pragma once
 
 #include <functional>

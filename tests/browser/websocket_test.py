@@ -107,6 +107,23 @@ def handshake(host):
             refused = error.status_code
         check(f"the handshake refuses the Origin {origin}", refused and 400 <= refused < 500, refused)
 
+    # A name made to point at 127.0.0.1 (DNS rebinding) matches its own Origin, and is still refused.
+    def named(name):
+        url = f"ws://127.0.0.1:{host.http_port}/ws"
+        socket = websocket.create_connection(url, timeout=5, host=name, origin="http://" + name)
+        return socket, receive(socket)
+
+    try:
+        socket, hello = named(f"rebound.example:{host.http_port}")
+        socket.close()
+        refused = None
+    except websocket.WebSocketBadStatusException as error:
+        refused = error.status_code
+    check("the handshake refuses a Host that is a name other than localhost", refused == 403, refused)
+    socket, hello = named(f"localhost:{host.http_port}")
+    check("and takes localhost", hello and hello.get("type") == "hello", hello)
+    socket.close()
+
 
 def replies(host):
     socket = ready_tab(host)
