@@ -130,6 +130,7 @@ private:
     bool m_SoonArmed = false;
     std::vector<std::unique_ptr<WsServer>> m_Servers;
     std::set<const WsServer*> m_Loopback;  // the servers bound to a loopback address
+    CRateLimit m_RefusalLog;
     std::map<Handle, Tab, std::owner_less<Handle>> m_Tabs;
     std::string m_Tree, m_Pages;  // as last sent to the tabs
     bool m_Stopped = false;
@@ -213,20 +214,25 @@ bool CConsoleService::Accept(WsServer& server, Handle handle) {
     }
     // On a loopback address the page is reached by address or as localhost: any other name in
     // Host is a name that was made to point here (DNS rebinding), however well it matches Origin.
+    unsigned suppressed = 0;
     if (m_Loopback.count(&server) != 0 && !LocalName(host)) {
-        ServerLog(LogLevel::kWarn, "refused a console socket for host '%s' (a loopback console answers to its address "
-                  "or localhost)", host.c_str());
+        if (m_RefusalLog.Allow(suppressed))
+            ServerLog(LogLevel::kWarn, "refused a console socket for host '%s' (a loopback console answers to its "
+                      "address or localhost)%s", host.c_str(), ServerSuppressed(suppressed).c_str());
         connection->set_status(websocketpp::http::status_code::forbidden);
         return false;
     }
     if (host.empty() || connection->get_request_header("Origin") != "http://" + host) {
-        ServerLog(LogLevel::kWarn, "refused a console socket from origin '%s' (not the page's own, http://%s)",
-                  connection->get_request_header("Origin").c_str(), host.c_str());
+        if (m_RefusalLog.Allow(suppressed))
+            ServerLog(LogLevel::kWarn, "refused a console socket from origin '%s' (not the page's own, http://%s)%s",
+                      connection->get_request_header("Origin").c_str(), host.c_str(), ServerSuppressed(suppressed).c_str());
         connection->set_status(websocketpp::http::status_code::forbidden);
         return false;
     }
     if (m_Tabs.size() >= m_MaxTabs) {
-        ServerLog(LogLevel::kWarn, "refused a console socket: already %zu tabs (--max-clients)", m_Tabs.size());
+        if (m_RefusalLog.Allow(suppressed))
+            ServerLog(LogLevel::kWarn, "refused a console socket: already %zu tabs (--max-clients)%s", m_Tabs.size(),
+                      ServerSuppressed(suppressed).c_str());
         connection->set_status(websocketpp::http::status_code::service_unavailable);
         return false;
     }

@@ -31,24 +31,6 @@ std::string Peer(const asio::ip::tcp::socket& socket) {
     return (peer.address().is_v6() ? "[" + address + "]" : address) + ":" + std::to_string(peer.port());
 }
 
-// Refusals of other protocols are logged at most once a second, with a count of those left out,
-// so that a scanner cannot flood the log.
-class CRateLimit {
-public:
-    bool Allow(unsigned& suppressed) {
-        const auto now = std::chrono::steady_clock::now();
-        if (now - m_Last < std::chrono::seconds(1)) return ++m_Suppressed, false;
-        m_Last = now;
-        suppressed = m_Suppressed;
-        m_Suppressed = 0;
-        return true;
-    }
-
-private:
-    std::chrono::steady_clock::time_point m_Last{};
-    unsigned m_Suppressed = 0;
-};
-
 class CService;
 
 // One TCP client. Reads while its conversation goes on; writes what it answers in order; drops
@@ -108,8 +90,7 @@ public:
     void Refused(const std::string& peer, const std::string& why) {
         unsigned suppressed = 0;
         if (m_RefusalLog.Allow(suppressed))
-            ServerLog(LogLevel::kWarn, "refused %s: %s%s", peer.c_str(), why.c_str(),
-                      suppressed ? (" (" + std::to_string(suppressed) + " more refusals not shown)").c_str() : "");
+            ServerLog(LogLevel::kWarn, "refused %s: %s%s", peer.c_str(), why.c_str(), ServerSuppressed(suppressed).c_str());
     }
 
 private:
@@ -416,6 +397,19 @@ int CService::Run() {
 }  // namespace
 
 void ServerSetLogLevel(LogLevel level) { gLogLevel = level; }
+
+bool CRateLimit::Allow(unsigned& suppressed) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - m_Last < std::chrono::seconds(1)) return ++m_Suppressed, false;
+    m_Last = now;
+    suppressed = m_Suppressed;
+    m_Suppressed = 0;
+    return true;
+}
+
+std::string ServerSuppressed(unsigned suppressed) {
+    return suppressed ? " (" + std::to_string(suppressed) + " more refusals not shown)" : "";
+}
 
 void ServerLog(LogLevel level, const char* format, ...) {
     if (level < gLogLevel) return;

@@ -3,6 +3,7 @@
 // its connections. Every call into the module stays on the loop's thread.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -24,6 +25,20 @@ struct ServerOptions {
     std::vector<std::string> http;      // the browser console's [ADDR:]PORT (host/app/Console.h)
     const struct Workspace* workspace = nullptr;  // what the console shows
 };
+
+// Refusals are logged at most once a second, with a count of those left out, so that a scanner
+// cannot flood the log.
+class CRateLimit {
+public:
+    // True when a line may be logged now; `suppressed` then holds how many were held back before it.
+    bool Allow(unsigned& suppressed);
+
+private:
+    std::chrono::steady_clock::time_point m_Last{};
+    unsigned m_Suppressed = 0;
+};
+// " (N more refusals not shown)", or nothing for 0.
+std::string ServerSuppressed(unsigned suppressed);
 
 // Log lines with a time stamp on standard error, at or above the chosen level.
 enum class LogLevel { kDebug, kInfo, kWarn, kError };

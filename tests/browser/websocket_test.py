@@ -123,6 +123,11 @@ def handshake(host):
     socket, hello = named(f"localhost:{host.http_port}")
     check("and takes localhost", hello and hello.get("type") == "hello", hello)
     socket.close()
+    deadline = time.monotonic() + 2  # the host's log is read by a thread of its own
+    while time.monotonic() < deadline and not any("refused a console socket" in line for line in host.log):
+        time.sleep(0.01)
+    logged = [line for line in host.log if "refused a console socket" in line]
+    check("refusals are logged at most once a second", 1 <= len(logged) <= 2, logged)
 
 
 def replies(host):
