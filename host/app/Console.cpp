@@ -11,6 +11,7 @@
 
 #include "host/app/ConsoleModel.h"
 #include "host/app/Conversation.h"
+#include "host/app/Endpoint.h"
 #include "host/app/Server.h"
 
 using nlohmann::json;
@@ -138,12 +139,10 @@ private:
 
 bool CConsoleService::Listen(const std::vector<std::string>& endpoints, std::string& error) {
     for (const std::string& text : endpoints) {
-        std::string address;
-        uint16_t port = 0;
-        if (!ServerParseEndpoint(text, address, port)) return error = "--http " + text + ": not [ADDRESS:]PORT", false;
+        asio::ip::tcp::endpoint endpoint;
+        if (!ServerEndpoint("--http", text, endpoint, error)) return false;
+        const asio::ip::address ip = endpoint.address();
         asio::error_code problem;
-        const asio::ip::address ip = asio::ip::make_address(address, problem);
-        if (problem) return error = "--http " + text + ": '" + address + "' is not an IP address (names are not looked up)", false;
         auto server = std::make_unique<WsServer>();
         WsServer& s = *server;
         s.clear_access_channels(websocketpp::log::alevel::all);
@@ -165,15 +164,13 @@ bool CConsoleService::Listen(const std::vector<std::string>& endpoints, std::str
             }
             Receive(handle, message->get_payload());
         });
-        if (!problem) s.listen(asio::ip::tcp::endpoint(ip, port), problem);
+        if (!problem) s.listen(endpoint, problem);
         if (!problem) s.start_accept(problem);
         if (problem) return error = "--http " + text + ": " + problem.message(), false;
         const asio::ip::tcp::endpoint bound = s.get_local_endpoint(problem);
         const std::string host = (ip.is_v6() ? "[" + ip.to_string() + "]" : ip.to_string()) + ":" + std::to_string(bound.port());
         ServerLog(LogLevel::kInfo, "http console on http://%s/", host.c_str());
-        if (!ip.is_loopback() && m_Options.token.empty())
-            ServerLog(LogLevel::kWarn, "--http %s is reachable from other machines and no --auth-file is set: anyone who "
-                      "can connect can drive the workspace", text.c_str());
+        ServerWarnIfOpen("--http", text, ip, !m_Options.token.empty());
         if (ip.is_loopback()) m_Loopback.insert(&s);
         m_Servers.push_back(std::move(server));
     }

@@ -1,6 +1,7 @@
 #include "host/app/Server.h"
 
 #include "host/app/Console.h"
+#include "host/app/Endpoint.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -252,14 +253,11 @@ void CClient::Close() {
 
 bool CService::Listen(std::string& error) {
     for (const std::string& text : m_Options.listen) {
-        std::string address;
-        uint16_t port = 0;
-        if (!ServerParseEndpoint(text, address, port)) return error = "--listen " + text + ": not [ADDRESS:]PORT", false;
+        asio::ip::tcp::endpoint endpoint;
+        if (!ServerEndpoint("--listen", text, endpoint, error)) return false;
+        const asio::ip::address ip = endpoint.address();
         asio::error_code problem;
-        const asio::ip::address ip = asio::ip::make_address(address, problem);
-        if (problem) return error = "--listen " + text + ": '" + address + "' is not an IP address (names are not looked up)", false;
         auto acceptor = std::make_unique<asio::ip::tcp::acceptor>(m_Io);
-        const asio::ip::tcp::endpoint endpoint(ip, port);
         acceptor->open(endpoint.protocol(), problem);
         if (!problem) acceptor->set_option(asio::ip::tcp::acceptor::reuse_address(true), problem);
         if (!problem && ip.is_v6()) acceptor->set_option(asio::ip::v6_only(true), problem);
@@ -269,9 +267,7 @@ bool CService::Listen(std::string& error) {
         const asio::ip::tcp::endpoint bound = acceptor->local_endpoint(problem);
         ServerLog(LogLevel::kInfo, "listening on %s%s%s:%u", ip.is_v6() ? "[" : "", ip.to_string().c_str(),
                   ip.is_v6() ? "]" : "", static_cast<unsigned>(bound.port()));
-        if (!ip.is_loopback() && m_Options.conversation.token.empty())
-            ServerLog(LogLevel::kWarn, "%s is reachable from other machines and no --auth-file is set: anyone who "
-                      "can connect can drive the workspace", text.c_str());
+        ServerWarnIfOpen("--listen", text, ip, !m_Options.conversation.token.empty());
         m_Acceptors.push_back(std::move(acceptor));
     }
     if (!m_Options.http.empty() && m_Options.workspace != nullptr) {
@@ -425,27 +421,6 @@ void ServerLog(LogLevel level, const char* format, ...) {
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     std::fprintf(stderr, "%s wks-host %s: %s\n", stamp, kNames[static_cast<int>(level)], text);
-}
-
-bool ServerParseEndpoint(const std::string& text, std::string& address, uint16_t& port) {
-    std::string portText = text;
-    address = "127.0.0.1";
-    if (!text.empty() && text.front() == '[') {
-        const size_t close = text.find("]:");
-        if (close == std::string::npos) return false;
-        address = text.substr(1, close - 1);
-        portText = text.substr(close + 2);
-    } else if (const size_t colon = text.rfind(':'); colon != std::string::npos) {
-        address = text.substr(0, colon);
-        portText = text.substr(colon + 1);
-    }
-    if (address.empty() || portText.empty() || portText.size() > 5 ||
-        portText.find_first_not_of("0123456789") != std::string::npos)
-        return false;
-    const unsigned long value = std::stoul(portText);
-    if (value > 65535) return false;
-    port = static_cast<uint16_t>(value);
-    return true;
 }
 
 int ServerRun(const ServerOptions& options, CProtocolSession& object, const std::function<void()>& afterMessage,

@@ -52,5 +52,3 @@ void ServerSetLogLevel(LogLevel level);
 int ServerRun(const ServerOptions& options, CProtocolSession& object, const std::function<void()>& afterMessage,
               std::string& error);
 
-// Parses one --listen value into an address and a port; false when it is none.
-bool ServerParseEndpoint(const std::string& text, std::string& address, uint16_t& port);
