@@ -109,14 +109,13 @@ json Choices(IUnknown* enumeration) {
 
 // An item's value as the page shows it: an integer (types 1 to 3), a real (4: single-precision bits
 // through Inquire; 5: a double through InquireEx), a text (6, through InquireEx); null otherwise.
-json ItemValue(IUIPropInterrogate* table, int32_t id, int type, int32_t bits) {
+json ItemValue(IUIPropInterrogateEx* extended, int32_t id, int type, int32_t bits) {
     if (type >= 1 && type <= 3) return bits;
     if (type == 4) {
         float real;
         std::memcpy(&real, &bits, sizeof real);
         return std::isfinite(real) ? json(real) : json();
     }
-    SmartPtr<IUIPropInterrogateEx> extended = QueryAs<IUIPropInterrogateEx>(table, IID_IUIPropInterrogateEx);
     SmartPtr<IUnknown> held;
     if (!extended || (type != 5 && type != 6) || extended->InquireEx(id, held.Out()) < 0) return json();
     if (type == 5) {
@@ -133,16 +132,16 @@ json Items(IUnknown* object) {
     if (!table || table->Inquire(kTableId, &count) < 0 || count <= 0 || table->ParameterRange(kTableId, &first, &last) < 0)
         return items;
     const std::map<int, std::string> captions = Captions(object);
+    SmartPtr<IUIPropInterrogateEx> extended = QueryAs<IUIPropInterrogateEx>(table.get(), IID_IUIPropInterrogateEx);
     for (int64_t id = first; id <= last; ++id) {
         int32_t bits = 0;
         const HRESULT flags = table->Inquire(static_cast<int32_t>(id), &bits);
         if (flags == E_INVALIDARG) continue;  // no such item
         const int type = flags < 0 ? 0 : flags & 0xF;
         // Inquire refuses strings; their flags come with InquireEx.
-        SmartPtr<IUIPropInterrogateEx> extended = QueryAs<IUIPropInterrogateEx>(table.get(), IID_IUIPropInterrogateEx);
         const HRESULT extendedFlags = type == 0 && extended ? extended->InquireEx(static_cast<int32_t>(id), nullptr) : flags;
         const int kindOfValue = extendedFlags < 0 ? 0 : extendedFlags & 0xF;
-        const json value = ItemValue(table.get(), static_cast<int32_t>(id), kindOfValue, bits);
+        const json value = ItemValue(extended.get(), static_cast<int32_t>(id), kindOfValue, bits);
         if (value.is_null()) continue;  // nothing the page can show and edit
         const auto caption = captions.find(static_cast<int>(id));
         json item = {{"id", id}, {"caption", caption != captions.end() ? caption->second : "Item " + std::to_string(id)},
