@@ -1,4 +1,7 @@
 // The process-wide global component collection, and CollectionsEx.so's own entry point.
+#include <string>
+#include <string_view>
+
 #include "host/collections/ComponentList.h"
 #include "host/collections/ComponentRegistry.h"
 #include "host/collections/HostString.h"
@@ -49,10 +52,28 @@ public:
     HRESULT CreateComponent(tagREFString name, IID* iid, void** object) override {
         if (object == nullptr) return E_POINTER;
         if (name.length < 0 || (name.length > 0 && name.text == nullptr)) return E_INVALIDARG;
-        CREATORFUNCTION creator = HOSTFindComponent(std::wstring_view(name.text ? name.text : L"", static_cast<size_t>(name.length)));
-        if (creator == nullptr) return E_FAIL;
-        return creator(nullptr, iid, object);
+        const std::wstring_view wanted(name.text ? name.text : L"", static_cast<size_t>(name.length));
+        if (m_LastVersion != HOSTComponentVersion() || wanted != m_LastName) {
+            CREATORFUNCTION creator = HOSTFindComponent(wanted);
+            if (creator == nullptr) return E_FAIL;
+            m_LastVersion = 0;  // no registry version is 0: the cache is empty until it is whole
+            try {
+                m_LastName.assign(wanted);
+            } catch (...) {
+                return creator(nullptr, iid, object);
+            }
+            m_LastCreator = creator;
+            m_LastVersion = HOSTComponentVersion();
+        }
+        return m_LastCreator(nullptr, iid, object);
     }
+
+private:
+    // The component made last and its creator, as of registry version m_LastVersion: a host asks
+    // for the same component over and over (a reply stream for every query line).
+    std::wstring m_LastName;
+    CREATORFUNCTION m_LastCreator = nullptr;
+    uint32_t m_LastVersion = 0;
 };
 
 constexpr HOSTInterfaceEntry<CGlobalComponentCollection> kInterfaces[] = {

@@ -1,7 +1,9 @@
 #include "host/components/TextStreams.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cwchar>
+#include <new>
 
 #include "host/collections/ComponentList.h"
 #include "host/collections/HostString.h"
@@ -10,6 +12,18 @@
 namespace {
 
 constexpr int kNumberBuffer = 256;
+// A reply is mostly one short entry: its text's first block holds this many characters, so that
+// it grows once instead of character run by character run (63 and the terminator fill one
+// recycled 256-byte block).
+constexpr size_t kFirstRoom = 63;
+
+void Append(HOSTRecycledText& out, const wchar_t* text, size_t count) {
+    const size_t needed = out.size() + count;
+    if (needed > out.capacity()) out.reserve(std::max({needed, 2 * out.capacity(), kFirstRoom}));
+    out.append(text, count);
+}
+
+void Append(HOSTRecycledText& out, wchar_t c) { Append(out, &c, 1); }
 
 // An integer in decimal; a real in fixed point with the fewest decimals (at most 9) that show it,
 // or, when that text would not fit 255 characters (magnitudes from about 1e246 on), in exponent
@@ -26,7 +40,7 @@ void AppendWhole(int64_t value, HOSTRecycledText& out) {
         magnitude /= 10;
     } while (magnitude != 0);
     if (value < 0) *--p = L'-';
-    out.append(p, static_cast<size_t>(end - p));
+    Append(out, p, static_cast<size_t>(end - p));
 }
 
 void AppendNumber(IVariant* variant, HOSTRecycledText& out) {
@@ -55,18 +69,18 @@ void AppendNumber(IVariant* variant, HOSTRecycledText& out) {
         int keep = end;
         while (keep > 0 && buffer[keep - 1] == L'0') --keep;
         if (keep > 0 && buffer[keep - 1] == L'.') --keep;
-        out.append(buffer, static_cast<size_t>(keep));
-        out.append(buffer + end, static_cast<size_t>(n - end));
+        Append(out, buffer, static_cast<size_t>(keep));
+        Append(out, buffer + end, static_cast<size_t>(n - end));
         return;
     }
-    out.append(buffer, static_cast<size_t>(n));
+    Append(out, buffer, static_cast<size_t>(n));
 }
 
 void AppendText(IString* text, HOSTRecycledText& out) {
     wchar_t* chars = nullptr;
     int32_t length = 0;
     if (text != nullptr && text->GetText(&chars, &length) >= 0 && chars != nullptr && length > 0)
-        out.append(chars, static_cast<size_t>(length));
+        Append(out, chars, static_cast<size_t>(length));
 }
 
 void AppendValue(IUnknown* value, HOSTRecycledText& out) {
@@ -90,15 +104,15 @@ void AppendValue(IUnknown* value, HOSTRecycledText& out) {
     }
     if (SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(value, IID_IObjectInfo)) {
         tagREFString name{0, nullptr};
-        if (info->GetName(0, &name) >= 0 && name.text) out.append(name.text, static_cast<size_t>(name.length));
+        if (info->GetName(0, &name) >= 0 && name.text) Append(out, name.text, static_cast<size_t>(name.length));
     }
 }
 
 void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, HOSTRecycledText& out) {
-    if (!first) out += separator;
+    if (!first) Append(out, separator);
     if (name) {
         AppendText(name, out);
-        out += L'=';
+        Append(out, L'=');
     }
     AppendValue(value, out);
 }
@@ -145,8 +159,13 @@ HRESULT CCSVStream::QueryInterface(const IID& iid, void** object) {
     return HOSTQueryInterface<kCSVInterfaces>(this, iid, object);
 }
 
+// Out of memory, the text written so far stays and the call fails.
 HRESULT CCSVStream::WriteObject(IUnknown* object, int32_t) {
-    HOSTWriteEntries(object, L',', m_Text);
+    try {
+        HOSTWriteEntries(object, L',', m_Text);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
     return S_OK;
 }
 
@@ -155,7 +174,11 @@ HRESULT CINIStream::QueryInterface(const IID& iid, void** object) {
 }
 
 HRESULT CINIStream::WriteObject(IUnknown* object) {
-    HOSTWriteEntries(object, L'\n', m_Text);
+    try {
+        HOSTWriteEntries(object, L'\n', m_Text);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
     return S_OK;
 }
 

@@ -9,6 +9,7 @@
 // its name, or empty when it has none.
 #pragma once
 
+#include <new>
 #include <string>
 
 #include "host/collections/HostObject.h"
@@ -31,7 +32,11 @@ public:
     HRESULT Write(const void* bytes, int32_t byteCount, int32_t) override {
         if (byteCount < 0) return E_INVALIDARG;
         if (byteCount > 0 && bytes == nullptr) return E_POINTER;
-        m_Text.append(static_cast<const wchar_t*>(bytes), static_cast<size_t>(byteCount) / sizeof(wchar_t));
+        try {
+            m_Text.append(static_cast<const wchar_t*>(bytes), static_cast<size_t>(byteCount) / sizeof(wchar_t));
+        } catch (const std::bad_alloc&) {
+            return E_OUTOFMEMORY;
+        }
         return S_OK;
     }
 
