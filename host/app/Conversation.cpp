@@ -1,5 +1,6 @@
 #include "host/app/Conversation.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -31,6 +32,32 @@ bool CConversation::Refuse(const char* why, std::string& out) {
     return false;
 }
 
+bool CConversation::TooLong(size_t length, std::string& out) {
+    if (!m_Options.skipLongLines) return Refuse("line too long", out);
+    m_Skipping = true;
+    m_Skipped = m_Partial.size() + length;
+    m_Partial.clear();
+    m_Partial.shrink_to_fit();  // the memory of a long line is not kept for the next one
+    return true;
+}
+
+// Refused whole, never cut: answered like a failed command, explained on standard error.
+void CConversation::AnswerSkipped(std::string& out) {
+    ++m_Lines;
+    std::fprintf(stderr, "wks-host: line %llu has %llu bytes, more than the limit of %zu (--max-line): refused\n",
+                 static_cast<unsigned long long>(m_Lines), static_cast<unsigned long long>(m_Skipped),
+                 m_Options.maxLine);
+    m_Skipping = false;
+    m_Skipped = 0;
+    m_Block.Add("?");
+    Answered(out);
+}
+
+void CConversation::Answered(std::string& out) {
+    m_Block.Finish(out);
+    if (m_Options.afterAnswer) m_Options.afterAnswer(out);
+}
+
 bool CConversation::Feed(std::string_view bytes, std::string& out) {
     if (m_Over) return false;
     if (m_Backlog.empty()) return Consume(bytes, out);
@@ -60,15 +87,21 @@ bool CConversation::Consume(std::string_view bytes, std::string& out) {
         const char* cr = static_cast<const char*>(std::memchr(from, '\r', static_cast<size_t>((lf ? lf : last) - from)));
         const char* end = cr ? cr : lf;
         if (end == nullptr) {
-            if (m_Partial.size() + (bytes.size() - start) > m_Options.maxLine)
-                return Refuse("line too long", out);
-            m_Partial.append(bytes.data() + start, bytes.size() - start);
+            const size_t rest = bytes.size() - start;
+            if (m_Skipping) m_Skipped += rest;
+            else if (m_Partial.size() + rest > m_Options.maxLine) return TooLong(rest, out);
+            else m_Partial.append(bytes.data() + start, rest);
             return true;
         }
         const size_t length = static_cast<size_t>(end - (bytes.data() + start));
-        if (m_Partial.size() + length > m_Options.maxLine) return Refuse("line too long", out);
-        bool go;
-        if (m_Partial.empty()) {
+        bool go = true;
+        if (m_Skipping) {
+            m_Skipped += length;
+            AnswerSkipped(out);
+        } else if (m_Partial.size() + length > m_Options.maxLine) {
+            if (!TooLong(length, out)) return false;
+            AnswerSkipped(out);
+        } else if (m_Partial.empty()) {
             go = Line(bytes.substr(start, length), out);
         } else {
             m_Partial.append(bytes.data() + start, length);
@@ -91,6 +124,7 @@ bool CConversation::Consume(std::string_view bytes, std::string& out) {
 }
 
 void CConversation::End(std::string& out) {
+    if (!m_Over && m_Skipping) AnswerSkipped(out);
     if (!m_Over && !m_Partial.empty()) {
         std::string line;
         line.swap(m_Partial);
@@ -102,14 +136,18 @@ void CConversation::End(std::string& out) {
 
 bool CConversation::Line(std::string_view line, std::string& out) {
     if (!m_Transcript) return Handle(line, out);
-    m_Transcript->Message(line);
+    // The token is never written: the line that offers it is recorded as "AUTH *" when it is
+    // accepted and "AUTH -" when not, which is how a replay (whose token is "*") answers them.
+    const bool offersToken = !m_Options.token.empty() && !m_Authenticated && line.substr(0, 5) == "AUTH ";
     const size_t before = out.size();
     const bool goOn = Handle(line, out);
+    m_Transcript->Message(offersToken ? (m_Authenticated ? "AUTH *" : "AUTH -") : line);
     m_Transcript->Answer(std::string_view(out).substr(before));
     return goOn;
 }
 
 bool CConversation::Handle(std::string_view line, std::string& out) {
+    ++m_Lines;
     if (m_First) {
         m_First = false;
         if (const char* foreign = m_Options.guard ? ForeignProtocol(line) : nullptr) {
@@ -124,7 +162,7 @@ bool CConversation::Handle(std::string_view line, std::string& out) {
         if (line.substr(0, 5) != "AUTH " || !SameSecret(line.substr(5), m_Options.token))
             return Refuse("authentication failed", out);
         m_Authenticated = true;
-        m_Block.Finish(out);  // an empty block: accepted
+        Answered(out);  // an empty block: accepted
         return true;
     }
     ++m_Messages;
@@ -137,6 +175,6 @@ bool CConversation::Handle(std::string_view line, std::string& out) {
         m_Over = true;
         return false;
     }
-    m_Block.Finish(out);
+    Answered(out);
     return true;
 }

@@ -27,6 +27,12 @@ struct ConversationOptions {
     // Stop handling lines once this many bytes of answers wait to be sent (0: never), and keep
     // the rest of the input until Resume: a client's input cannot make unbounded answers.
     size_t pauseAt = 0;
+    // The operator's standard input: a line longer than maxLine is refused alone (its bytes are
+    // dropped as they come, it is answered like a failed command, and standard error names it)
+    // instead of ending the conversation.
+    bool skipLongLines = false;
+    // Appends what follows every message's answer (the prompt of an interactive session).
+    std::function<void(std::string& out)> afterAnswer;
 };
 
 class CConversation {
@@ -59,6 +65,10 @@ private:
     bool Line(std::string_view line, std::string& out);
     bool Handle(std::string_view line, std::string& out);
     bool Refuse(const char* why, std::string& out);
+    // A line over the limit: the conversation's end, or with skipLongLines the start of skipping it.
+    bool TooLong(size_t length, std::string& out);
+    void AnswerSkipped(std::string& out);
+    void Answered(std::string& out);
 
     CProtocolSession& m_Object;
     const ConversationOptions& m_Options;
@@ -70,6 +80,9 @@ private:
     bool m_First = true;     // no line seen yet
     bool m_Over = false;
     bool m_Authenticated = false;
+    bool m_Skipping = false;     // dropping the rest of a line over the limit
+    uint64_t m_Skipped = 0;      // bytes of that line so far
+    uint64_t m_Lines = 0;        // lines seen, refused ones included
     uint64_t m_Messages = 0;
     std::string m_Ending;
     std::unique_ptr<CTranscript> m_Transcript;

@@ -9,15 +9,17 @@ void CReplyBlock::Add(std::string_view reply) {
             m_Body += reply;
             break;
         case Framing::kText: {
-            // Every line of the reply, an empty one as a blank: only the block's end is empty.
+            // Every line of the reply, ended as input lines are (LF, CR LF or a lone CR) and sent
+            // with a LF, an empty one as a blank: only the block's end is an empty line, whichever
+            // line ends the client reads.
             size_t start = 0;
             for (;;) {
-                const size_t end = reply.find('\n', start);
+                const size_t end = reply.find_first_of("\r\n", start);
                 const std::string_view line = reply.substr(start, end == std::string_view::npos ? end : end - start);
-                m_Body += line.empty() || line == "\r" ? std::string_view(" ") : line;
+                m_Body += line.empty() ? std::string_view(" ") : line;
                 if (end == std::string_view::npos) break;
                 m_Body += '\n';
-                start = end + 1;
+                start = end + (reply.compare(end, 2, "\r\n") == 0 ? 2 : 1);
             }
             break;
         }

@@ -2,10 +2,10 @@
 // where the replies to one message end:
 //
 //   text     (default; natural at a terminal or netcat) the message's replies, each on its own
-//            line(s) as the object wrote it, then one empty line that ends the block. A line of
-//            a reply that is empty is sent as a single blank, so that only the end of a block is
-//            an empty line. A message without replies (an assignment, say) is answered by the
-//            empty line alone.
+//            line(s) as the object wrote it, then one empty line that ends the block. A reply's
+//            line breaks (LF, CR LF or a lone CR) are sent as LF, and a line of a reply that is
+//            empty as a single blank, so that only the end of a block is an empty line. A message
+//            without replies (an assignment, say) is answered by the empty line alone.
 //   counted  (for programs) a header line "+N" with the number of replies, then each reply as
 //            "L:" followed by exactly L bytes and a line feed; the bytes are the reply as it is,
 //            line breaks included, so any reply passes unchanged.

@@ -260,7 +260,8 @@ bool CService::Listen(std::string& error) {
         auto acceptor = std::make_unique<asio::ip::tcp::acceptor>(m_Io);
         acceptor->open(endpoint.protocol(), problem);
         if (!problem) acceptor->set_option(asio::ip::tcp::acceptor::reuse_address(true), problem);
-        if (!problem && ip.is_v6()) acceptor->set_option(asio::ip::v6_only(true), problem);
+        // [::] is every interface, IPv4 included; any other IPv6 address is that address alone.
+        if (!problem && ip.is_v6()) acceptor->set_option(asio::ip::v6_only(!ip.is_unspecified()), problem);
         if (!problem) acceptor->bind(endpoint, problem);
         if (!problem) acceptor->listen(asio::socket_base::max_listen_connections, problem);
         if (problem) return error = "--listen " + text + ": " + problem.message(), false;
@@ -317,6 +318,10 @@ void CService::ServeStdin() {
     }
     m_StdinConversation = std::make_unique<CConversation>(m_Object, m_Options.stdinConversation, m_ScheduleSave);
     Record(m_Options, m_Options.stdinConversation, *m_StdinConversation, "stdin");
+    std::string prompt;  // what follows every answer (the prompt) comes before the first message too
+    if (m_Options.stdinConversation.afterAnswer) m_Options.stdinConversation.afterAnswer(prompt);
+    std::fwrite(prompt.data(), 1, prompt.size(), stdout);
+    std::fflush(stdout);
     signal(SIGTTIN, SIG_IGN);  // should the job go to the background later, reading fails instead
     auto feed = m_StdinFeed = std::make_shared<StdinFeed>();
     std::thread([this, feed] {

@@ -101,16 +101,16 @@ void CTranscript::Event(char direction, std::string_view bytes) {
     std::fflush(m_File);
 }
 
-void CTranscript::Message(std::string_view line) { Event('>', line.substr(0, 5) == "AUTH " ? "AUTH *" : line); }
+void CTranscript::Message(std::string_view line) { Event('>', line); }
 
 void CTranscript::Answer(std::string_view bytes) {
     if (!bytes.empty()) Event('<', bytes);
 }
 
-int ReplayTranscript(const std::string& path, CProtocolSession& object, std::string& report) {
+int ReplayTranscript(const std::string& path, const std::string& name, CProtocolSession& object, std::string& report) {
     std::string text, why;
-    if (!ReadWholeFile(path, text, why)) return report = path + ": " + why, 2;
-    if (text.rfind(kHeader, 0) != 0) return report = path + ": not a wks-host transcript", 2;
+    if (!ReadWholeFile(path, text, why)) return report = name + ": " + why, 2;
+    if (text.rfind(kHeader, 0) != 0) return report = name + ": not a wks-host transcript", 2;
     ConversationOptions options;
     struct Step {
         std::string message, recorded;
@@ -128,14 +128,17 @@ int ReplayTranscript(const std::string& path, CProtocolSession& object, std::str
         if (line[0] == '#') {
             if (line == "# framing counted") options.framing = Framing::kCounted;
             else if (line == "# framing raw") options.framing = Framing::kRaw;
-            else if (line == "# auth") options.token = "*";  // the recorded AUTH line carries "*"
-            continue;
+            else if (line == "# framing text") options.framing = Framing::kText;
+            else if (line.rfind("# framing ", 0) == 0)
+                return report = name + ":" + std::to_string(number) + ": unknown framing", 2;
+            else if (line == "# auth") options.token = "*";  // an accepted AUTH line is recorded with "*"
+            continue;  // other remarks (the peer) are for the reader
         }
         const size_t blank = line.find(' ');
         std::string bytes;
         if (blank == std::string_view::npos || blank + 3 > line.size() || line[blank + 2] != ' ' ||
             (line[blank + 1] != '>' && line[blank + 1] != '<') || !Unescape(line.substr(blank + 3), bytes))
-            return report = path + ":" + std::to_string(number) + ": not a transcript event", 2;
+            return report = name + ":" + std::to_string(number) + ": not a transcript event", 2;
         if (line[blank + 1] == '>') {
             steps.push_back({bytes, std::string(), number});
         } else if (!steps.empty()) {

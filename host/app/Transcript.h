@@ -9,7 +9,9 @@
 //   2026-11-23T19:50:01.123+0000 < \n
 // ">" is one message as it was received (without its line end), "<" the bytes sent in answer.
 // Bytes are escaped: \\ for a backslash, \n, \r, \t, and \xHH for every other byte below 0x20,
-// 0x7F and above. The token of an "AUTH" line is never written: the line is recorded as "AUTH *".
+// 0x7F and above. The token of an "AUTH" line is never written: the line that offers it is
+// recorded as "AUTH *" when the token was accepted, "AUTH -" when it was refused (a replay's token
+// is "*"). Once a session is authenticated, or when it needs no token, every line is as it came.
 #pragma once
 
 #include <cstdio>
@@ -41,5 +43,5 @@ private:
 // Runs the messages of the transcript at `path` against `object` (fresh and bound by the caller)
 // and compares the answers with the recorded ones. Returns 0 when they agree, 1 when they differ
 // (`report` then shows each differing message with the recorded and the new answer), 2 when the
-// file is no transcript (`report` says why).
-int ReplayTranscript(const std::string& path, CProtocolSession& object, std::string& report);
+// file is no transcript (`report` says why, naming the file `name`, as the user wrote it).
+int ReplayTranscript(const std::string& path, const std::string& name, CProtocolSession& object, std::string& report);

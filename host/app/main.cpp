@@ -1,9 +1,12 @@
 // wks-host: loads WKSProtocol.so as a host does, binds it to a workspace and runs a session on
 // standard input. Each line read is one message; each reply is written on a line of its own;
 // "?" answers a failed command; a message beginning with "Break" ends the session.
+#include <poll.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
@@ -12,8 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "host/app/Endpoint.h"
 #include "host/kit/Files.h"
-#include "host/app/LineReader.h"
 #include "host/app/ObjectFiles.h"
 #include "host/app/Server.h"
 #include "host/app/Transcript.h"
@@ -52,6 +55,19 @@ struct Options {
     std::string replay;
     bool maxLineGiven = false;
 };
+
+// Checks an --listen or --http value as the service will read it, so that a wrong one stops the
+// host before anything is done.
+CLI::Validator EndpointCheck(const char* option) {
+    return CLI::Validator(
+        [option](std::string& text) {
+            asio::ip::tcp::endpoint endpoint;
+            std::string error;
+            if (ServerEndpoint(option, text, endpoint, error)) return std::string();
+            return error.substr(std::string(option).size() + 1);  // CLI11 names the option itself
+        },
+        "");
+}
 
 // The object's settings, as its property page sets them: item ids of its property table.
 constexpr int32_t kUsePromptItem = 1;
@@ -103,12 +119,16 @@ int ParseOptions(int argc, char** argv, Options& options) {
         ->type_name("FILE");
     app.add_option("--listen", options.listen,
                    "serve TCP clients on [ADDRESS:]PORT (repeatable; a bare port means 127.0.0.1, [::1]:PORT is IPv6, "
-                   "0.0.0.0:PORT or [::]:PORT every interface); standard input is served too")
-        ->type_name("[ADDR:]PORT");
+                   "0.0.0.0:PORT every IPv4 interface, [::]:PORT every interface); standard input is served too")
+        ->type_name("[ADDR:]PORT")
+        ->allow_extra_args(false)  // one value per --listen, taken as it is ("[::1]:5025" is no list)
+        ->check(EndpointCheck("--listen"));
     app.add_option("--http", options.http,
                    "serve the browser console on [ADDRESS:]PORT (repeatable; a bare port means 127.0.0.1): the "
                    "workspace, a command console and the object's property pages, with --auth-file's token")
-        ->type_name("[ADDR:]PORT");
+        ->type_name("[ADDR:]PORT")
+        ->allow_extra_args(false)
+        ->check(EndpointCheck("--http"));
     app.add_option("--framing", options.framing,
                    "how the replies to one message are sent: text (the replies, then an empty line; the default on the "
                    "network), counted (\"+N\", then each reply as \"LENGTH:bytes\"; for programs) or raw (the replies "
@@ -154,9 +174,59 @@ int ParseOptions(int argc, char** argv, Options& options) {
     return -1;
 }
 
+// Writes `out` on standard output at once; false when it cannot be written (a closed pipe).
+bool Write(const std::string& out) {
+    if (!out.empty() && std::fwrite(out.data(), 1, out.size(), stdout) != out.size()) return false;
+    return std::fflush(stdout) == 0;
+}
+
+// SIGINT and SIGTERM end a session on standard input as the input's end would: the answers due
+// are written, the state is saved and the host exits with status 0. Both stay blocked except
+// while the host waits for input, so that a signal is never lost between the test and the wait.
+volatile sig_atomic_t gStopSignal = 0;
+
+void NoteStopSignal(int) { gStopSignal = 1; }
+
+// Returns the signal mask to wait with.
+sigset_t CatchStopSignals() {
+    struct sigaction action {};
+    action.sa_handler = NoteStopSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    sigset_t stops, waiting;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    sigprocmask(SIG_BLOCK, &stops, &waiting);
+    sigdelset(&waiting, SIGINT);
+    sigdelset(&waiting, SIGTERM);
+    return waiting;
+}
+
+constexpr size_t kStdinRead = 65536;
+
+struct StdinRead {
+    size_t bytes = 0;  // 0: the input's end
+    bool stop = false;  // a stop signal came
+};
+
+StdinRead ReadStdin(char* buffer, const sigset_t& waiting) {
+    for (;;) {
+        if (gStopSignal) return StdinRead{0, true};
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        if (ppoll(&input, 1, nullptr, &waiting) < 0 && errno == EINTR) continue;
+        const ssize_t got = read(STDIN_FILENO, buffer, kStdinRead);
+        if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        return StdinRead{got > 0 ? static_cast<size_t>(got) : 0, false};
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A reader that goes away (a closed pipe on standard output) must not end the service.
+    signal(SIGPIPE, SIG_IGN);
     Options options;
     if (const int status = ParseOptions(argc, argv, options); status >= 0) return status;
     // Files named on the command line are relative to where the user started the program, which
@@ -214,8 +284,9 @@ int main(int argc, char** argv) {
     }
     if (!options.replay.empty()) {
         std::string report;
-        const int status = ReplayTranscript(options.replay, session, report);
-        std::fputs(report.c_str(), status == 2 ? stderr : stdout);
+        const int status = ReplayTranscript(options.replay, shown.replay, session, report);
+        if (status == 2) std::fprintf(stderr, "wks-host: %s\n", report.c_str());
+        else std::fputs(report.c_str(), stdout);
         if (status == 0) std::printf("%s: every answer as recorded\n", shown.replay.c_str());
         return status;
     }
@@ -249,11 +320,27 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    // The prompt follows every message's answer on standard input while the object's UsePrompt
+    // setting is on: on a terminal, or always with --prompt.
+    const bool showPrompts = options.prompt || (!options.noPrompt && isatty(STDIN_FILENO) != 0);
+    auto prompt = [&](std::string& out) {
+        int32_t usePrompt = 0;
+        if (showPrompts && settings) settings->Inquire(kUsePromptItem, &usePrompt);
+        if (usePrompt) out += "> ";
+    };
     const Framing framing = options.framing == "counted" ? Framing::kCounted
                             : options.framing == "raw"   ? Framing::kRaw
                             : options.framing == "text"  ? Framing::kText
                             : options.listen.empty() && options.http.empty() ? Framing::kRaw
                                                          : Framing::kText;
+    // Standard input is the operator's: no token, no guard, its own line limit, and a line over
+    // it is refused alone.
+    ConversationOptions stdinOptions;
+    stdinOptions.framing = framing;
+    stdinOptions.maxLine = options.maxLine;
+    stdinOptions.guard = false;
+    stdinOptions.skipLongLines = true;
+    stdinOptions.afterAnswer = prompt;
     if (!options.listen.empty() || !options.http.empty()) {
         ServerOptions server;
         server.listen = options.listen;
@@ -279,10 +366,7 @@ int main(int argc, char** argv) {
         server.maxOutput = options.maxOutput;
         server.stallSeconds = options.stallSeconds;
         server.serveStdin = true;
-        // Standard input is the operator's: no token, no guard, its own line limit.
-        server.stdinConversation.framing = framing;
-        server.stdinConversation.maxLine = options.maxLine;
-        server.stdinConversation.guard = false;
+        server.stdinConversation = stdinOptions;
         server.recordFolder = options.recordFolder;
         ServerSetLogLevel(options.logLevel == "debug"     ? LogLevel::kDebug
                           : options.logLevel == "warning" ? LogLevel::kWarn
@@ -294,52 +378,29 @@ int main(int argc, char** argv) {
         return status;
     }
 
-    const bool showPrompts = options.prompt || (!options.noPrompt && isatty(STDIN_FILENO) != 0);
-    auto showPrompt = [&]() {
-        int32_t usePrompt = 0;
-        if (showPrompts && settings) settings->Inquire(kUsePromptItem, &usePrompt);
-        if (usePrompt) {
-            std::fputs("> ", stdout);
-            std::fflush(stdout);
-        }
-    };
-
     std::unique_ptr<CTranscript> transcript;
-    if (!options.recordFolder.empty() && !(transcript = CTranscript::Open(options.recordFolder, "stdin", ConversationOptions{framing, options.maxLine, std::string()}, error))) {
+    if (!options.recordFolder.empty() && !(transcript = CTranscript::Open(options.recordFolder, "stdin", stdinOptions, error))) {
         std::fprintf(stderr, "wks-host: --record: %s\n", error.c_str());
         return 1;
     }
-    showPrompt();
-    CLineReader input(STDIN_FILENO, options.maxLine);
-    const char* line = nullptr;
-    unsigned long long length = 0;
-    for (unsigned long long number = 1;; ++number) {
-        const CLineReader::Result read = input.Next(line, length);
-        if (read == CLineReader::kEnd) break;
-        if (read == CLineReader::kTooLong) {
-            // Refused whole, never cut: answered like a failed command, explained on standard error.
-            std::fprintf(stderr, "wks-host: line %llu has %llu bytes, more than the limit of %zu (--max-line): refused\n",
-                         number, length, options.maxLine);
-            std::string out;
-            if (framing == Framing::kRaw) out = "?\n";
-            else FrameError(framing, "line too long", out);
-            std::fwrite(out.data(), 1, out.size(), stdout);
-        } else {
-            if (transcript) transcript->Message(std::string_view(line, static_cast<size_t>(length)));
-            CReplyBlock block(framing);
-            const HRESULT received = session.Exchange(line, static_cast<size_t>(length), [&](const unsigned char* reply, int32_t n) {
-                block.Add(std::string_view(reinterpret_cast<const char*>(reply), static_cast<size_t>(n)));
-            });
-            saveState();
-            if (received == E_BREAK) break;
-            std::string out;
-            block.Finish(out);
-            if (transcript) transcript->Answer(out);
-            std::fwrite(out.data(), 1, out.size(), stdout);
+    CConversation conversation(session, stdinOptions, [&] { saveState(); });
+    if (transcript) conversation.Record(std::move(transcript));
+    const sigset_t waiting = CatchStopSignals();
+    std::vector<char> buffer(kStdinRead);
+    std::string out;
+    prompt(out);
+    for (bool goOn = Write(out); goOn;) {
+        out.clear();
+        const StdinRead read = ReadStdin(buffer.data(), waiting);
+        if (read.stop) break;
+        if (read.bytes == 0) {
+            conversation.End(out);
+            Write(out);
+            break;
         }
-        std::fflush(stdout);
-        showPrompt();
+        goOn = conversation.Feed(std::string_view(buffer.data(), read.bytes), out);
+        // Nobody reads the answers any more (a closed pipe): the session ends as at the input's end.
+        goOn = Write(out) && goOn;
     }
-    std::fflush(stdout);
     return 0;  // the session, the workspace and then the module's hold on the collection are let go
 }

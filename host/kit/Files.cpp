@@ -70,7 +70,43 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
     return true;
 }
 
-bool ReplaceFile(const std::string& path, std::string_view bytes, std::string& error) {
+namespace {
+
+// The file a path names in the end: a symbolic link is followed (to a target that may not exist
+// yet), so that replacing the file replaces the link's target and keeps the link.
+std::string FinalPath(std::string path) {
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat status;
+        if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) return path;
+        char target[PATH_MAX];
+        const ssize_t length = readlink(path.c_str(), target, sizeof target - 1);
+        if (length <= 0) return path;
+        const std::string next(target, static_cast<size_t>(length));
+        const size_t slash = path.rfind('/');
+        path = next.front() == '/' || slash == std::string::npos ? next : path.substr(0, slash + 1) + next;
+    }
+    return path;  // a loop of links: the rename below replaces the last one seen
+}
+
+// A device, a pipe or a socket takes the bytes as they are written: there is no file to replace.
+bool WriteThrough(const std::string& path, std::string_view bytes, std::string& error) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd < 0) return error = Reason("cannot open"), false;
+    bool done = WriteAll(fd, bytes);
+    if (!done) error = Reason("cannot write");
+    if (close(fd) != 0 && done) done = false, error = Reason("cannot write");
+    return done;
+}
+
+}  // namespace
+
+bool ReplaceFile(const std::string& named, std::string_view bytes, std::string& error) {
+    const std::string path = FinalPath(named);
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        if (S_ISDIR(status.st_mode)) return error = "is a directory", false;
+        return WriteThrough(path, bytes, error);
+    }
     const size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
     std::string temporary = path + ".XXXXXX";

@@ -16,4 +16,7 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
 // or the new one, never a mix: the bytes go to a new file in the same folder, which is flushed to
 // disk, renamed over `path`, and then the folder itself is flushed. False with `error` set when any
 // step fails; the old file is then untouched and the temporary file removed.
+// A symbolic link is followed: its target is replaced and the link stays. A path that names a
+// device, a pipe or a socket (/dev/stdout, a FIFO) is written to as it is, never replaced; a
+// folder is refused.
 bool ReplaceFile(const std::string& path, std::string_view bytes, std::string& error);

@@ -3,13 +3,14 @@
 #include <cstdio>
 
 #include "host/collections/HostString.h"
+#include "host/collections/Utf8.h"
 #include "host/collections/InterfaceMap.h"
 
 std::string WorkspaceNarrow(const std::wstring& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (wchar_t c : text) out += (c >= 32 && c < 127) ? static_cast<char>(c) : '?';
-    return out;
+    std::wstring shown = text;
+    for (wchar_t& c : shown)
+        if (c < 32 || c == 127) c = L'?';  // a control character would break the log's lines
+    return HOSTNarrowUtf8(shown);
 }
 
 void WorkspaceLog::Record(const std::string& call) {

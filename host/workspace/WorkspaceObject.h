@@ -121,4 +121,5 @@ private:
     std::chrono::steady_clock::time_point m_BusyUntil{};
 };
 
+// A name or text for the call log and messages: UTF-8, control characters shown as "?".
 std::string WorkspaceNarrow(const std::wstring& text);

@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/app/Framing.h"
 #include "support/Output.h"
 
 namespace {
@@ -328,7 +329,25 @@ TEST(Network, RecordedSessionsReplay) {
     const std::string report = Output("./wks-host --replay " + file + " --workspace e2e-other.toml", status);
     EXPECT_EQ(status, 1);
     EXPECT_NE(report.find("Lamp?\n- +1\\n1:1\\n\n+ +1\\n1:7\\n"), std::string::npos) << report;
-    std::system("rm -rf e2e-rec e2e-other.toml");
+
+    // With a token: an accepted and a refused one replay as they went, and neither is written.
+    std::system("rm -rf e2e-rec && mkdir e2e-rec");
+    {
+        std::ofstream("e2e-token3") << "s3cret\n";
+        Server server("--record e2e-rec --auth-file e2e-token3");
+        Client accepted(server.Port()), refused(server.Port());
+        accepted.Send("AUTH s3cret\nLamp?\nAUTH later\nBreak\n");
+        accepted.UntilClosed();
+        refused.Send("AUTH wrong\n");
+        refused.UntilClosed();
+    }
+    const std::string sessions = Output("cd e2e-rec && for f in *127_0_0_1*; do ../wks-host --replay $f >/dev/null; echo $?; done; "
+                                        "cat * | grep -c s3cret",
+                                        status);
+    EXPECT_EQ(sessions, "0\n0\n0\n") << "both replay as recorded; the token is in no file";
+    EXPECT_NE(Output("grep -h AUTH e2e-rec/*", status).find("> AUTH later"), std::string::npos)
+        << "after authenticating, a line is recorded as it came";
+    std::system("rm -rf e2e-rec e2e-other.toml e2e-token3");
 }
 
 // An idle client is closed when asked; a wildcard address without a token is warned about.
@@ -373,17 +392,53 @@ TEST(Network, LargeAnswersWaitForAReaderInsteadOfPilingUp) {
     EXPECT_EQ(received.compare(expected - block.size(), block.size(), block), 0);
 }
 
-// Standard input served beside the network is the operator's: no token asked of it.
-TEST(Network, StandardInputNeedsNoToken) {
+// Standard input served beside the network is the operator's: no token asked of it, a line over
+// its limit refused alone, the prompt when asked for; and a reader of the host's output that goes
+// away stops nothing.
+TEST(Network, StandardInputIsTheOperators) {
     {
         std::ofstream("e2e-token2") << "s3cret\n";
     }
+    const std::string serve = " | timeout --preserve-status -s TERM 1 ./wks-host --listen 127.0.0.1:0 --log-level error ";
+    const struct { const char* input; const char* options; const char* output; } rows[] = {
+        {"Lamp?\\n", "--no-prompt --auth-file e2e-token2", "0\n\n"},
+        {"Lamp=1\\nxxxxxxxxxx\\nLamp?\\n", "--no-prompt --max-line 8",
+         "\n?\n\n1\n\n"},  // the refusal itself goes to standard error
+        {"Lamp?\\n", "--prompt", "> 0\n\n> "},
+    };
+    for (const auto& row : rows) {
+        int status = -1;
+        EXPECT_EQ(Output(std::string("printf '") + row.input + "'" + serve + row.options + " 2>/dev/null", status), row.output)
+            << row.options;
+        EXPECT_EQ(status, 0) << row.options;
+    }
     int status = -1;
-    const std::string output = Output("printf 'Lamp?\\n' | timeout --preserve-status -s TERM 1 ./wks-host --no-prompt "
-                                      "--listen 127.0.0.1:0 --auth-file e2e-token2 --log-level error", status);
-    EXPECT_EQ(output, "0\n\n");
-    EXPECT_EQ(status, 0);
+    const std::string closed = Output("bash -c 'set -o pipefail; sleep 2 | timeout --preserve-status -s TERM 1 ./wks-host "
+                                      "--no-prompt --listen 127.0.0.1:0 2>&1 | true'; echo $?",
+                                      status);
+    EXPECT_EQ(closed, "0\n") << "the host's status after its log's reader went away";
     std::remove("e2e-token2");
+}
+
+// [::] is every interface: IPv4 clients reach it too.
+TEST(Network, TheIPv6WildcardTakesIPv4Clients) {
+    Server server("--listen [::]:0");
+    if (server.Ports().size() < 2) GTEST_SKIP() << "no IPv6 here: " << server.Log();
+    Client v4(server.Ports()[1]);
+    ASSERT_TRUE(v4.Connected());
+    v4.Send("Lamp?\n");
+    EXPECT_EQ(v4.Receive(3), "0\n\n");
+}
+
+// The text framing sends a reply's line breaks of every kind as LF, and its empty lines as a
+// blank, so that a client cutting lines at a lone CR still sees the block end where it is.
+TEST(Network, TextBlocksEndOnlyAtTheirEmptyLine) {
+    CReplyBlock block(Framing::kText);
+    block.Add("x\r\ry\n\nz\r\nw");
+    block.Add("");
+    std::string out;
+    block.Finish(out);
+    EXPECT_EQ(out, "x\n \ny\n \nz\nw\n \n\n");
 }
 
 }  // namespace

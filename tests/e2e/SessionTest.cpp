@@ -171,6 +171,8 @@ TEST(WksHost, SessionsAndRefusals) {
         std::ofstream("e2e-bad.toml") << "[[object]]\nname = \"A\"\n\n[[object]]\nname = \"B\"\nkind = \"teapot\"\n";
         std::ofstream("e2e-warned.toml") << "[[object]]\nname = \"Breaker\"\nkind = \"step\"\n";
         std::ofstream("e2e-lines.txt") << "Var1=5\n" << std::string(70000, 'x') << "\nVar1?\nVar2=" << std::string(59, 'z') << "\n" << std::string(65, 'y');
+        std::ofstream("e2e-ends.txt") << "Var1=5\r\nVar1?\rLamp?\n";
+        std::ofstream("e2e-long.txt") << std::string(65, 'y') << "\nVar1?\n";
     }
     const struct { const char* arguments; int status; const char* output; } rows[] = {
         {"< e2e-session.txt", 0, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n"},
@@ -187,6 +189,15 @@ TEST(WksHost, SessionsAndRefusals) {
         {"--max-line 64 < e2e-lines.txt", 0,
          "wks-host: line 2 has 70000 bytes, more than the limit of 64 (--max-line): refused\n?\nVar1=5\n"  // line 4: 64 bytes, taken
          "wks-host: line 5 has 65 bytes, more than the limit of 64 (--max-line): refused\n?\n"},
+        // A line ends at CR LF or a lone CR as on the network, and its line end is no part of it.
+        {"--max-line 6 < e2e-ends.txt", 0, "Var1=5\n0\n"},
+        // A refused line is answered in the session's framing, which stays whole.
+        {"--framing text --max-line 64 < e2e-long.txt", 0,
+         "wks-host: line 1 has 65 bytes, more than the limit of 64 (--max-line): refused\n?\n\nVar1=100\n\n"},
+        {"--listen 5025x < /dev/null", 2, nullptr},
+        {"--listen '[::1]' < /dev/null", 2, nullptr},
+        {"--http 127.0.0.1: < /dev/null", 2, nullptr},
+        {"--replay e2e-ends.txt", 2, "wks-host: e2e-ends.txt: not a wks-host transcript\n"},
     };
     for (const auto& row : rows) {
         int status = -1;
@@ -195,7 +206,8 @@ TEST(WksHost, SessionsAndRefusals) {
         if (row.output) EXPECT_EQ(output, row.output) << row.arguments;
         else EXPECT_NE(output.find("Run with --help"), std::string::npos) << row.arguments << ": " << output;
     }
-    for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt"}) std::remove(file);
+    for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt", "e2e-ends.txt", "e2e-long.txt"})
+        std::remove(file);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // parameters as hand-editable XML.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -80,6 +81,35 @@ TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
     int status = -1;
     EXPECT_NE(RunHost("--import-xml e2e-params.xml", "", status).find("e2e-params.xml: "), std::string::npos);
     EXPECT_EQ(status, 1);
+}
+
+// A link is followed (its target is replaced, the link stays), a pipe is written to, never
+// replaced; SIGTERM on standard input ends the session with the state saved and status 0.
+TEST_F(StateFile, LinksPipesAndSignalsKeepWhatTheUserNamed) {
+    std::remove("e2e-state.wks");
+    std::system("rm -f e2e-link.wks e2e-fifo && ln -s e2e-state.wks e2e-link.wks && mkfifo e2e-fifo");
+    int status = -1;
+    EXPECT_EQ(RunHost("--state e2e-link.wks", "Var1=9\n", status), "");
+    struct stat link;
+    ASSERT_EQ(lstat("e2e-link.wks", &link), 0);
+    EXPECT_TRUE(S_ISLNK(link.st_mode)) << "the link itself was replaced";
+    EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1?\n", status), "Var1=9\n");
+
+    const std::string xml = Output("(timeout 10 cat e2e-fifo &) ; ./wks-host --export-xml e2e-fifo; sleep 0.2", status);
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(xml.find("<Var1>100</Var1>"), std::string::npos) << xml;
+    struct stat fifo;
+    ASSERT_EQ(lstat("e2e-fifo", &fifo), 0);
+    EXPECT_TRUE(S_ISFIFO(fifo.st_mode)) << "the pipe was replaced by a file";
+
+    const std::string answered = Output("(printf 'Var1=31\\nVar1?\\n'; sleep 2) | timeout --preserve-status -s TERM 1 "
+                                        "./wks-host --no-prompt --state e2e-state.wks",
+                                        status);
+    EXPECT_EQ(answered, "Var1=31\n");
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1?\n", status), "Var1=31\n");
+    std::remove("e2e-link.wks");
+    std::remove("e2e-fifo");
 }
 
 // The host killed at any moment while it saves leaves a file that loads: the old state or the new.
