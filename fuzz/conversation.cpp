@@ -1,7 +1,8 @@
 // A network client's bytes, cut into reads at arbitrary places, through a conversation with a
-// fresh protocol object in the counted framing. Byte 0 picks whether a token is required; byte 1
-// seeds where the reads are cut. Every answer must be a well-formed block or one error line; the
-// number of blocks must equal the messages the object handled (plus one for an accepted token);
+// fresh protocol object in the counted framing. Byte 0 picks whether a token is required, or
+// (as for standard input) whether lines over the limit are refused alone; byte 1 seeds where the
+// reads are cut. Every answer must be a well-formed block or one error line; the number of blocks
+// must equal the lines answered (the messages the object handled, an accepted token, refused lines);
 // the same bytes cut elsewhere must give the same answers; and no host object may be left over.
 #include <cstdint>
 #include <cstdio>
@@ -49,21 +50,22 @@ size_t CountBlocks(const std::string& out) {
 }
 
 // The answers to `bytes` cut every `step` bytes (0: in one read).
-std::string Converse(std::string_view bytes, bool token, size_t step, uint64_t& messages) {
+std::string Converse(std::string_view bytes, bool token, bool skip, size_t step, uint64_t& lines) {
     SmartPtr<ISuperCollection> names(HOSTNewCollection());
     CProtocolSession session;
     if (!names || session.Open(*gHost, names.get()) != S_OK) Fail("the protocol object could not be made and bound");
     ConversationOptions options;
     options.framing = Framing::kCounted;
-    options.maxLine = 256;
+    options.maxLine = 64;  // short, so that lines over it are common
     if (token) options.token = "t";
+    options.skipLongLines = skip;
     CConversation conversation(session, options, nullptr);
     std::string out;
     bool goOn = true;
     for (size_t at = 0; goOn && at < bytes.size(); at += step ? step : bytes.size())
         goOn = conversation.Feed(bytes.substr(at, step ? step : bytes.size()), out);
     if (goOn) conversation.End(out);
-    messages = conversation.Messages();
+    lines = skip ? conversation.Lines() : conversation.Messages();
     return out;
 }
 
@@ -72,7 +74,7 @@ std::string Converse(std::string_view bytes, bool token, size_t step, uint64_t& 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     gHost = &FUZZLoadModule("fuzz_conversation", argc, argv);
     uint64_t messages = 0;
-    Converse("?\nVar1=1\nVar1?\nLamp?\n", false, 0, messages);  // the module's factories exist from here on
+    Converse("?\nVar1=1\nVar1?\nLamp?\n", false, false, 0, messages);  // the module's factories exist from here on
     gLiveAtRest = HOSTLiveObjects();
     return 0;
 }
@@ -80,16 +82,17 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     const bool token = data[0] & 1;
+    const bool skip = !token && (data[0] & 2) != 0;
     const size_t step = 1 + data[1] % 7;
     const std::string_view bytes(reinterpret_cast<const char*>(data) + 2, size - 2);
     uint64_t whole = 0, cut = 0;
-    const std::string once = Converse(bytes, token, 0, whole);
-    const std::string pieces = Converse(bytes, token, step, cut);
+    const std::string once = Converse(bytes, token, skip, 0, whole);
+    const std::string pieces = Converse(bytes, token, skip, step, cut);
     if (once != pieces) Fail("the answers depend on where the reads were cut:\n", once + "\n---\n" + pieces);
     const size_t blocks = CountBlocks(once);
     const bool accepted = token && once.rfind("+0\n", 0) == 0;
     if (blocks != whole + (accepted ? 1 : 0) && blocks + 1 != whole + (accepted ? 1 : 0))
-        Fail("blocks and messages disagree: ", std::to_string(blocks) + " blocks, " + std::to_string(whole) + " messages");
+        Fail("blocks and lines disagree: ", std::to_string(blocks) + " blocks, " + std::to_string(whole) + " lines");
     if (HOSTLiveObjects() != gLiveAtRest) Fail("host objects left behind");
     return 0;
 }

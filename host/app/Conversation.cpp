@@ -1,6 +1,5 @@
 #include "host/app/Conversation.h"
 
-#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -34,6 +33,7 @@ bool CConversation::Refuse(const char* why, std::string& out) {
 
 bool CConversation::TooLong(size_t length, std::string& out) {
     if (!m_Options.skipLongLines) return Refuse("line too long", out);
+    m_First = false;  // a line was seen: what follows it is no other protocol's opening
     m_Skipping = true;
     m_Skipped = m_Partial.size() + length;
     m_Partial.clear();
@@ -41,12 +41,10 @@ bool CConversation::TooLong(size_t length, std::string& out) {
     return true;
 }
 
-// Refused whole, never cut: answered like a failed command, explained on standard error.
+// Refused whole, never cut: answered like a failed command.
 void CConversation::AnswerSkipped(std::string& out) {
     ++m_Lines;
-    std::fprintf(stderr, "wks-host: line %llu has %llu bytes, more than the limit of %zu (--max-line): refused\n",
-                 static_cast<unsigned long long>(m_Lines), static_cast<unsigned long long>(m_Skipped),
-                 m_Options.maxLine);
+    if (m_Options.refused) m_Options.refused(m_Lines, m_Skipped);
     m_Skipping = false;
     m_Skipped = 0;
     m_Block.Add("?");

@@ -28,9 +28,10 @@ struct ConversationOptions {
     // the rest of the input until Resume: a client's input cannot make unbounded answers.
     size_t pauseAt = 0;
     // The operator's standard input: a line longer than maxLine is refused alone (its bytes are
-    // dropped as they come, it is answered like a failed command, and standard error names it)
-    // instead of ending the conversation.
+    // dropped as they come, it is answered like a failed command, and `refused` is told its
+    // number and length) instead of ending the conversation.
     bool skipLongLines = false;
+    std::function<void(uint64_t line, uint64_t bytes)> refused;
     // Appends what follows every message's answer (the prompt of an interactive session).
     std::function<void(std::string& out)> afterAnswer;
 };
@@ -59,6 +60,8 @@ public:
     // Why it ended: "break", or the error sent (empty while it goes on).
     const std::string& Ending() const { return m_Ending; }
     uint64_t Messages() const { return m_Messages; }
+    // Lines seen: every message, a token line and every refused line.
+    uint64_t Lines() const { return m_Lines; }
 
 private:
     bool Consume(std::string_view bytes, std::string& out);

@@ -340,6 +340,10 @@ int main(int argc, char** argv) {
     stdinOptions.maxLine = options.maxLine;
     stdinOptions.guard = false;
     stdinOptions.skipLongLines = true;
+    stdinOptions.refused = [maxLine = options.maxLine](uint64_t line, uint64_t bytes) {
+        std::fprintf(stderr, "wks-host: line %llu has %llu bytes, more than the limit of %zu (--max-line): refused\n",
+                     static_cast<unsigned long long>(line), static_cast<unsigned long long>(bytes), maxLine);
+    };
     stdinOptions.afterAnswer = prompt;
     if (!options.listen.empty() || !options.http.empty()) {
         ServerOptions server;
