@@ -140,7 +140,7 @@ private:
 bool CConsoleService::Listen(const std::vector<std::string>& endpoints, std::string& error) {
     for (const std::string& text : endpoints) {
         asio::ip::tcp::endpoint endpoint;
-        if (!ServerEndpoint("--http", text, endpoint, error)) return false;
+        if (!ServerEndpoint(text, endpoint, error)) return error = "--http " + error, false;
         const asio::ip::address ip = endpoint.address();
         asio::error_code problem;
         auto server = std::make_unique<WsServer>();

@@ -66,6 +66,20 @@ void AddObjects(const CWorkspaceObject& parent, const std::string& prefix, int d
 
 std::string Text(IString* text) { return HOSTNarrowUtf8(HOSTText(text)); }
 
+// Calls visit(index, name, item) for every item of `list` (none when it is null).
+template <class Visit>
+void EachItem(INamedCollection* list, Visit&& visit) {
+    int32_t count = 0;
+    if (list) list->get_Count(&count);
+    for (int32_t i = 0; i < count; ++i) {
+        SmartPtr<IString> name;
+        SmartPtr<IUnknown> item;
+        list->get_ItemName(i, name.Out());
+        list->get_Item(i, item.Out());
+        visit(i, name.get(), item.get());
+    }
+}
+
 // The captions of the object's items: its strings in the host's string table, by number.
 std::map<int, std::string> Captions(IUnknown* object) {
     std::map<int, std::string> captions;
@@ -78,32 +92,19 @@ std::map<int, std::string> Captions(IUnknown* object) {
     if (HOSTCreateStringTable(nullptr, const_cast<IID*>(&IID_IStringTable), table.OutVoid()) < 0 ||
         table->get_ComponentStrings(component.get(), strings.Out()) < 0 || !strings)
         return captions;
-    int32_t count = 0;
-    strings->get_Count(&count);
-    for (int32_t i = 0; i < count; ++i) {
-        SmartPtr<IString> number, text;
-        SmartPtr<IUnknown> item;
-        strings->get_ItemName(i, number.Out());
-        strings->get_Item(i, item.Out());
-        text = QueryAs<IString>(item.get(), IID_IString);
-        captions[std::atoi(Text(number.get()).c_str())] = Text(text.get());
-    }
+    EachItem(strings.get(), [&](int32_t, IString* number, IUnknown* item) {
+        captions[std::atoi(Text(number).c_str())] = Text(QueryAs<IString>(item, IID_IString).get());
+    });
     return captions;
 }
 
 json Choices(IUnknown* enumeration) {
     json choices = json::array();
     SmartPtr<INamedCollection> list = QueryAs<INamedCollection>(enumeration, IID_INamedCollection);
-    int32_t count = 0;
-    if (list) list->get_Count(&count);
-    for (int32_t i = 0; i < count; ++i) {
-        SmartPtr<IString> name;
-        SmartPtr<IUnknown> item;
-        list->get_ItemName(i, name.Out());
-        list->get_Item(i, item.Out());
-        SmartPtr<IVariant> value = QueryAs<IVariant>(item.get(), IID_IVariant);
-        choices.push_back({{"text", Text(name.get())}, {"value", value ? value->get_Integer() : i}});
-    }
+    EachItem(list.get(), [&](int32_t i, IString* name, IUnknown* item) {
+        SmartPtr<IVariant> value = QueryAs<IVariant>(item, IID_IVariant);
+        choices.push_back({{"text", Text(name)}, {"value", value ? value->get_Integer() : i}});
+    });
     return choices;
 }
 

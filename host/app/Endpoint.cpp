@@ -2,7 +2,7 @@
 
 #include "host/app/Server.h"
 
-bool ServerEndpoint(const char* option, const std::string& text, asio::ip::tcp::endpoint& endpoint, std::string& error) {
+bool ServerEndpoint(const std::string& text, asio::ip::tcp::endpoint& endpoint, std::string& error) {
     std::string address = "127.0.0.1", portText = text;
     if (!text.empty() && text.front() == '[') {
         const size_t close = text.find("]:");
@@ -14,12 +14,11 @@ bool ServerEndpoint(const char* option, const std::string& text, asio::ip::tcp::
     }
     if (address.empty() || portText.empty() || portText.size() > 5 ||
         portText.find_first_not_of("0123456789") != std::string::npos || std::stoul(portText) > 65535)
-        return error = std::string(option) + " " + text + ": not [ADDRESS:]PORT", false;
+        return error = text + ": not [ADDRESS:]PORT", false;
     asio::error_code problem;
     const asio::ip::address ip = asio::ip::make_address(address, problem);
     if (problem)
-        return error = std::string(option) + " " + text + ": '" + address + "' is not an IP address (names are not looked up)",
-               false;
+        return error = text + ": '" + address + "' is not an IP address (names are not looked up)", false;
     endpoint = asio::ip::tcp::endpoint(ip, static_cast<uint16_t>(std::stoul(portText)));
     return true;
 }

@@ -254,7 +254,7 @@ void CClient::Close() {
 bool CService::Listen(std::string& error) {
     for (const std::string& text : m_Options.listen) {
         asio::ip::tcp::endpoint endpoint;
-        if (!ServerEndpoint("--listen", text, endpoint, error)) return false;
+        if (!ServerEndpoint(text, endpoint, error)) return error = "--listen " + error, false;
         const asio::ip::address ip = endpoint.address();
         asio::error_code problem;
         auto acceptor = std::make_unique<asio::ip::tcp::acceptor>(m_Io);

@@ -57,14 +57,13 @@ struct Options {
 };
 
 // Checks an --listen or --http value as the service will read it, so that a wrong one stops the
-// host before anything is done.
-CLI::Validator EndpointCheck(const char* option) {
+// host before anything is done (CLI11 names the option in the message).
+CLI::Validator EndpointCheck() {
     return CLI::Validator(
-        [option](std::string& text) {
+        [](std::string& text) {
             asio::ip::tcp::endpoint endpoint;
             std::string error;
-            if (ServerEndpoint(option, text, endpoint, error)) return std::string();
-            return error.substr(std::string(option).size() + 1);  // CLI11 names the option itself
+            return ServerEndpoint(text, endpoint, error) ? std::string() : error;
         },
         "");
 }
@@ -122,13 +121,13 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "0.0.0.0:PORT every IPv4 interface, [::]:PORT every interface); standard input is served too")
         ->type_name("[ADDR:]PORT")
         ->allow_extra_args(false)  // one value per --listen, taken as it is ("[::1]:5025" is no list)
-        ->check(EndpointCheck("--listen"));
+        ->check(EndpointCheck());
     app.add_option("--http", options.http,
                    "serve the browser console on [ADDRESS:]PORT (repeatable; a bare port means 127.0.0.1): the "
                    "workspace, a command console and the object's property pages, with --auth-file's token")
         ->type_name("[ADDR:]PORT")
         ->allow_extra_args(false)
-        ->check(EndpointCheck("--http"));
+        ->check(EndpointCheck());
     app.add_option("--framing", options.framing,
                    "how the replies to one message are sent: text (the replies, then an empty line; the default on the "
                    "network), counted (\"+N\", then each reply as \"LENGTH:bytes\"; for programs) or raw (the replies "

@@ -229,9 +229,7 @@ def main():
             driver.save_screenshot(args.screenshot)
         if driver:
             driver.quit()
-        check("wks-host stops cleanly on SIGTERM", host.stop() == 0, f"status {host.process.returncode}")
-        if check.failed:
-            sys.stdout.write("wks-host said:\n" + "".join(host.log[-20:]))
+        host.finish(check)
     return check.summary()
 
 

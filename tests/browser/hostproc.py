@@ -2,6 +2,7 @@
 import queue
 import re
 import subprocess
+import sys
 import threading
 import time
 
@@ -57,6 +58,13 @@ class Host:
                 self.process.kill()
                 self.process.wait()
         return self.process.returncode
+
+    def finish(self, check):
+        """Stops the host and checks that it ended cleanly; when any check failed, shows the end of
+        what it logged."""
+        check("wks-host stops cleanly on SIGTERM", self.stop() == 0, f"status {self.process.returncode}")
+        if check.failed:
+            sys.stdout.write("wks-host said:\n" + "".join(self.log[-20:]))
 
 
 class Checks:

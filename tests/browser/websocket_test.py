@@ -320,9 +320,7 @@ def main():
     except Exception as error:
         check("the test ran to its end", False, repr(error))
     finally:
-        check("wks-host stops cleanly on SIGTERM", host.stop() == 0, f"status {host.process.returncode}")
-        if check.failed:
-            sys.stdout.write("wks-host said:\n" + "".join(host.log[-20:]))
+        host.finish(check)
     return check.summary()
 
 
