@@ -60,15 +60,18 @@ HRESULT CWKSProtocol::StoreReply(const wchar_t* text, int32_t count) {
     int64_t used = 0;
     bool ok = true;
     const bool asciiItself = m_Locale.AsciiEncodesItself();  // the locale was noticed by ParseCommand
-    for (int32_t i = 0; i < count && ok; ++i) {
-        // At least 4 bytes are free here: a character that writes itself goes straight in.
-        if (asciiItself && static_cast<uint32_t>(text[i]) - 1u < 0x7Fu) {
-            work[used++] = static_cast<unsigned char>(text[i]);
-            if (size - used < 4) ok = grow(used + 4);
-            continue;
+    for (int32_t i = 0; i < count && ok;) {
+        if (asciiItself) {
+            // At least 4 bytes are free here: characters that write themselves go straight in,
+            // as many as fit with 4 bytes to spare (all of them, unless others took several bytes).
+            const int64_t room = size - used - 4;
+            const int32_t end = count - i <= room ? count : i + static_cast<int32_t>(room);
+            const int32_t from = i;
+            while (i < end && static_cast<uint32_t>(text[i]) - 1u < 0x7Fu) work[used++] = static_cast<unsigned char>(text[i++]);
+            if (i != from) continue;
         }
         char bytes[MB_LEN_MAX];
-        const int n = m_Locale.Encode(bytes, text[i], state);
+        const int n = m_Locale.Encode(bytes, text[i++], state);
         if (n <= 0) continue;
         if (size - used < n + 4) ok = grow(used + n + 4);
         if (!ok) break;

@@ -1,10 +1,23 @@
 #include "host/app/Framing.h"
 
+#include <charconv>
+
+namespace {
+
+// Without a string of its own to hold the digits.
+void AppendCount(std::string& out, size_t count) {
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof digits, count).ptr;
+    out.append(digits, static_cast<size_t>(end - digits));
+}
+
+}  // namespace
+
 void CReplyBlock::Add(std::string_view reply) {
     ++m_Count;
     switch (m_Framing) {
         case Framing::kCounted:
-            m_Body += std::to_string(reply.size());
+            AppendCount(m_Body, reply.size());
             m_Body += ':';
             m_Body += reply;
             break;
@@ -31,7 +44,11 @@ void CReplyBlock::Add(std::string_view reply) {
 }
 
 void CReplyBlock::Finish(std::string& out) {
-    if (m_Framing == Framing::kCounted) out += '+' + std::to_string(m_Count) + '\n';
+    if (m_Framing == Framing::kCounted) {
+        out += '+';
+        AppendCount(out, static_cast<size_t>(m_Count));
+        out += '\n';
+    }
     out += m_Body;
     if (m_Framing == Framing::kText) out += '\n';
     m_Body.clear();

@@ -182,8 +182,10 @@ TEST_F(Protocol, BytesFollowTheLocaleOfTheMoment) {
     Send("Var2=\xc3\xa9");
     std::setlocale(LC_ALL, "C.UTF-8");
     EXPECT_EQ(One("Var2?"), "Var2=\xef\xbf\xbd\xef\xbf\xbd") << "the C locale decoded two undecodable bytes";
-    std::string wide;  // three bytes a character: the conversion's work buffer must grow, keeping its bytes
-    for (int i = 0; i < 500; ++i) wide += i % 2 ? "\xe4\xb8\xad" : "\xe6\x96\x87";
+    // Mostly three bytes a character: the conversion's work buffer must grow, keeping its bytes,
+    // and runs of single bytes must stop where its room ends.
+    std::string wide;
+    for (int i = 0; i < 500; ++i) wide += i % 3 == 2 ? "abcdefghij" : i % 2 ? "\xe4\xb8\xad" : "\xe6\x96\x87";
     Send("Var2=" + wide);
     EXPECT_EQ(One("Var2?"), "Var2=" + wide);
     std::setlocale(LC_ALL, "C");
