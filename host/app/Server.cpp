@@ -58,6 +58,8 @@ private:
     std::string m_Peer;
     std::chrono::steady_clock::time_point m_Opened = std::chrono::steady_clock::now();
     char m_Buffer[kReadSize];
+    // The three buffers of answers trade places, so that each keeps the room it has grown to.
+    std::string m_Answers;  // the answers to one read
     std::string m_Pending;  // answers not yet handed to the socket
     std::string m_Writing;  // answers the socket is writing now
     bool m_Ending = false;  // the conversation is over: close once everything is written
@@ -179,7 +181,7 @@ void CClient::Read() {
         }
         if (error) return self->Finish("connection lost");
         self->ArmIdle();
-        std::string out;
+        std::string& out = self->m_Answers;
         const bool goOn = self->m_Conversation.Feed(std::string_view(self->m_Buffer, n), out);
         if (!goOn) {
             self->m_Ending = true;
@@ -203,9 +205,14 @@ void CClient::ArmStall() {
     });
 }
 
+// Takes the text of `out` and leaves it empty.
 void CClient::Send(std::string& out) {
-    if (m_Closed) return;
-    m_Pending += out;
+    if (m_Closed) return out.clear();
+    if (m_Pending.empty()) m_Pending.swap(out);
+    else m_Pending += out;
+    out.clear();
+    // A buffer that a burst made large is not kept for the ordinary answers after it.
+    if (out.capacity() > kReadSize) std::string().swap(out);
     if (m_Writing.empty()) Write();
 }
 
