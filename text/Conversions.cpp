@@ -60,12 +60,11 @@ IString* StringOfReal(double value, int decimals) {
 // "-2.5e+300" and 1e300 as "1e+300".
 IString* StringOfRealShortest(double value) {
     const double a = value < 0 ? -value : value;
+    // Each power of ten is exact, and |value| is multiplied by it once: multiplying by 10 step by
+    // step would add a rounding per step, and 0.47 would then print with 9 decimals, not 2.
+    static constexpr double kPowers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
     int decimals = 0;
-    double scaled = a;
-    while (decimals < 9 && FractionOf(scaled) >= 1e-8) {
-        ++decimals;
-        scaled *= 10.0;
-    }
+    while (decimals < 9 && FractionOf(a * kPowers[decimals]) >= 1e-8) ++decimals;
     wchar_t buffer[kBufferLength];
     int count = FormatReal(buffer, value, decimals, L'f');
     if (count >= 0) return StringFromBuffer(buffer, count);

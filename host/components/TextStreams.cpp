@@ -55,11 +55,17 @@ void AppendNumber(IVariant* variant, HOSTRecycledText& out) {
         return;
     }
     wchar_t buffer[kNumberBuffer];
+    // The fewest decimals, at most 9, that show the value: the scaled value is whole to within
+    // 1e-8, or a few units of its last binary place when those are larger, on either side. So 0.29
+    // (x 100 just short of 29) prints as 0.29 and 12345.6789 as 12345.6789.
+    static constexpr double kPowers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
     int decimals = 0;
-    double whole = 0;
-    for (double scaled = std::fabs(real); decimals < 9 && std::isfinite(scaled) && std::modf(scaled, &whole) >= 1e-8;
-         scaled *= 10.0)
-        ++decimals;
+    for (double whole = 0; decimals < 9 && std::isfinite(real); ++decimals) {
+        const double scaled = std::fabs(real) * kPowers[decimals];
+        const double fraction = std::modf(scaled, &whole);
+        const double tolerance = std::max(1e-8, scaled * 1e-15);
+        if (fraction < tolerance || fraction > 1 - tolerance) break;
+    }
     int n = std::swprintf(buffer, kNumberBuffer, L"%.*f", decimals, real);
     if (n < 0) {
         n = std::swprintf(buffer, kNumberBuffer, L"%.9e", real);

@@ -194,6 +194,9 @@ TEST(Conversions, VariantAndRealText) {
     const double inf = std::numeric_limits<double>::infinity();
     const struct { double value; short precision; const wchar_t* text; } rows[] = {
         {2.5, -1, L"2.5"},    {3.0, -1, L"3"},     {1.0 / 3.0, -1, L"0.333333333"}, {-0.25, -1, L"-0.25"},
+        // The fraction of |value| x 10^N is that of one product: 0.47 x 100 is 47 exactly, while
+        // 0.29 x 100 falls just short of 29 and 0.29 x 1000 is 290.
+        {0.47, -1, L"0.47"},  {-0.83, -1, L"-0.83"}, {0.29, -1, L"0.290"},
         {2.5, 2, L"2.50"},    {2.5, 0, L"2"},      {1e20, -1, L"100000000000000000000"},
         {1e300, kPlain, L"1.000000e+300"}, {1e300, -1, L"1e+300"},  {-2.5e300, -1, L"-2.5e+300"},
         {1.2345678912e300, -1, L"1.234567891e+300"}, {1e300, 2, L"1.00e+300"},
