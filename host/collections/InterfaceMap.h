@@ -86,6 +86,7 @@ struct HOSTInterfaceSlots {
         uint64_t low = 0, high = 0;
         unsigned facets = 0;  // 0: an empty slot
         int32_t offset = 0;   // of the interface from the object's address
+        bool last = true;     // no later row names the same identifier
     };
     Slot slot[kSlots];
 };
@@ -102,13 +103,17 @@ public:
     __attribute__((noinline)) static void LayOut(T* self) {
         static std::once_flag once;
         std::call_once(once, [self] {
-            for (const auto& row : Table) {
+            for (std::size_t r = 0; r < std::size(Table); ++r) {
+                const auto& row = Table[r];
                 if (row.facets == 0) continue;  // answers for no object
                 const uint64_t low = HOSTIIDLow(*row.iid), high = HOSTIIDHigh(*row.iid);
+                bool last = true;
+                for (std::size_t later = r + 1; later < std::size(Table); ++later)
+                    last = last && !(Table[later].facets != 0 && *Table[later].iid == *row.iid);
                 std::size_t s = Slots::Hash(low, high);
                 while (gSlots.slot[s].facets != 0) s = (s + 1) & (Slots::kSlots - 1);
                 const auto offset = static_cast<char*>(row.cast(self)) - reinterpret_cast<char*>(self);
-                gSlots.slot[s] = typename Slots::Slot{low, high, row.facets, static_cast<int32_t>(offset)};
+                gSlots.slot[s] = typename Slots::Slot{low, high, row.facets, static_cast<int32_t>(offset), last};
             }
             gReady.store(true, std::memory_order_release);
         });
@@ -134,8 +139,10 @@ inline void* HOSTFindInterface(T* self, uint64_t low, uint64_t high, unsigned ha
     const Slots& slots = HOSTMapSlots<Table, T>::Get();
     for (std::size_t s = Slots::Hash(low, high); slots.slot[s].facets != 0; s = (s + 1) & (Slots::kSlots - 1)) {
         const auto& slot = slots.slot[s];
-        if (slot.low == low && slot.high == high && (slot.facets & have) != 0)
-            return reinterpret_cast<char*>(self) + slot.offset;
+        if (slot.low == low && slot.high == high) {
+            if ((slot.facets & have) != 0) return reinterpret_cast<char*>(self) + slot.offset;
+            if (slot.last) return nullptr;  // the object lacks the facets of the one row that names it
+        }
     }
     return nullptr;
 }
