@@ -120,8 +120,9 @@ void CWKSProtocol::AddEnumeratedReturnStyle() {
         described->get_Field(1, component.Out());
     }
     SmartPtr<IStringTable> table(static_cast<IStringTable*>(CreateObject(tagREFString{11, L"StringTable"}, &IID_IStringTable)));
+    // Without its name the component has no list to ask for: item 2 is then left out.
     SmartPtr<INamedCollection> strings;
-    if (table) table->get_ComponentStrings(component.get(), strings.Out());
+    if (table && component) table->get_ComponentStrings(component.get(), strings.Out());
     SmartPtr<IString> choices;
     if (strings) {
         SmartPtr<IString> key(ISCreate(102));

@@ -130,6 +130,65 @@ TEST_F(Protocol, SettingsAndTheirChoices) {
     }
 }
 
+// A string table that answers every name, none included, with entry "102" = "A|B".
+class AnyNameStrings final : public Fake<IStringTable> {
+public:
+    bool Answers(const IID& iid) override { return iid == IID_IStringTable; }
+    HRESULT get_ComponentStrings(IString* name, INamedCollection** strings) override {
+        asked.push_back(TextOf(name));
+        SmartPtr<ISuperCollection> list(CREFString::CreateCollection());
+        SmartPtr<IString> key(ISCreate(L"102")), text(ISCreate(L"A|B"));
+        list->Add(key.get(), text.get(), 0, 0);
+        *strings = list.Detach();
+        return S_OK;
+    }
+    std::vector<std::wstring> asked;
+};
+
+// The host's components, but that string table, and no "ComponentString" when `describe` is off.
+class ChoiceComponents final : public Fake<IComponentCollection> {
+public:
+    explicit ChoiceComponents(IComponentCollection* host) : m_Host(host) {}
+    bool Answers(const IID& iid) override { return iid == IID_IComponentCollection; }
+    HRESULT get_Count(int32_t* count) override { return m_Host->get_Count(count); }
+    HRESULT get_Item(int32_t index, IUnknown** item) override { return m_Host->get_Item(index, item); }
+    HRESULT get_Index(IString* name, int32_t* index) override { return m_Host->get_Index(name, index); }
+    HRESULT get_ItemName(int32_t index, IString** name) override { return m_Host->get_ItemName(index, name); }
+    HRESULT CreateComponent(tagREFString name, IID* iid, void** object) override {
+        const std::wstring named(name.text, name.length);
+        if (named == L"StringTable") return strings->QueryInterface(*iid, object);
+        if (named == L"ComponentString" && !describe) return E_FAIL;
+        return m_Host->CreateComponent(name, iid, object);
+    }
+    SmartPtr<AnyNameStrings> strings{new AnyNameStrings()};
+    bool describe = true;
+
+private:
+    IComponentCollection* m_Host;
+};
+
+// Item 2's choices are the list of the component's own name; without that name there is no list
+// to ask for, and the item is left out.
+TEST_F(Protocol, ChoicesComeOnlyUnderTheComponentsName) {
+    SmartPtr<IComponentCollection> host;
+    host.Attach(GLOBALComponents());
+    SmartPtr<ChoiceComponents> components(new ChoiceComponents(host.get()));
+    InitializeModule(nullptr, components.get());
+    for (const bool describe : {true, false}) {
+        components->describe = describe;
+        components->strings->asked.clear();
+        SmartPtr<IUIPropInterrogate> settings;
+        IID iid = IID_IUIPropInterrogate;
+        ASSERT_EQ(CObject<CWKSProtocol>::_CreateInstance(nullptr, &iid, settings.OutVoid()), S_OK);
+        SmartPtr<IUnknown> choices;
+        settings->ParameterEnumeration(2, choices.Out());
+        const std::wstring listed = choices ? Listed(QueryAs<INamedCollection>(choices.get(), IID_INamedCollection).get()) : L"none";
+        EXPECT_EQ(listed, describe ? L"A=0 B=1 " : L"none") << describe;
+        EXPECT_EQ(components->strings->asked, describe ? std::vector<std::wstring>{L"WKSProtocol"} : std::vector<std::wstring>{});
+    }
+    InitializeModule(nullptr, host.get());
+}
+
 TEST_F(Protocol, AssignmentsConvertByTheParameterType) {
     // The stored value's kind: 1 an integer, 2 a real, 0 a text.
     const struct { const char* line; const char* reply; int kind; } rows[] = {
