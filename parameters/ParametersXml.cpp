@@ -13,7 +13,6 @@ namespace {
 constexpr int32_t kFlagHidden = 0x8000000;  // never written
 constexpr int32_t kFlagDropDescriptor = 0x40;
 constexpr int32_t kFlagColour = 0x23;
-constexpr int kValueFractionDigits = 18;
 
 SmartPtr<IString> Text(const wchar_t* text) { return SmartPtr<IString>(ISCreate(text)); }
 
@@ -95,7 +94,7 @@ void LoadValue(IParametersCreatable* parameters, IXMLStream* element, int32_t in
             // After leading blanks: an integer of at most nine characters, a real with up to 18
             // fraction digits, or else the text itself.
             CREFString text = ChildText(element, child, opened);
-            parameters->put_Item(index, SmartPtr<IVariant>(IVCreateConvert(text, kValueFractionDigits)).get());
+            parameters->put_Item(index, SmartPtr<IVariant>(IVCreateConvert(text)).get());
         } else if (IsNamed(child, L"Flags")) {
             parameters->put_ItemFlags(index, _IS2Integer(ChildText(element, child, opened), 10));
         } else {

@@ -185,10 +185,8 @@ int _IS2Integer(CREFString text, int base) {
     return value <= INT32_MAX ? static_cast<int>(value) : -static_cast<int>(~value) - 1;
 }
 
-double _IS2Double(CREFString text, int fractionDigits) {
+double _IS2Double(CREFString text) {
     if (text.length <= 0) return 0.0;
-    if (fractionDigits < 0) fractionDigits = 0;
-    if (fractionDigits > 18) fractionDigits = 18;  // the divisor then stays within 64 bits
     if (text.text[0] == L'#') return static_cast<double>(_IS2Integer(CREFString(text.text + 1, text.length - 1), 16));
     int32_t i = 0;
     bool negative = false;
@@ -196,12 +194,11 @@ double _IS2Double(CREFString text, int fractionDigits) {
     else if (text.text[0] == L'+') i = 1;
     // The integer part is collected modulo 2^64 and read as a signed 64-bit number, so
     // 99999999999999999999.5 reads as 7766279631452241920 and 10000000000000000000 as
-    // -8446744073709551616. Seventeen fraction digits, the default, stop the divisor before it
-    // would exceed 999999999999999999.
+    // -8446744073709551616. Fraction digits are read while the divisor is at most
+    // 999999999999999999, which is 18 of them; the divisor then stays within 64 bits.
     uint64_t whole = 0;
     uint64_t fraction = 0;
     uint64_t divisor = 1;
-    int fractionRead = 0;
     bool inFraction = false;
     for (; i < text.length; ++i) {
         const wchar_t c = text.text[i];
@@ -216,8 +213,7 @@ double _IS2Double(CREFString text, int fractionDigits) {
             whole = whole * 10u + digit;
             continue;
         }
-        if (fractionRead == fractionDigits) break;
-        ++fractionRead;
+        if (divisor > 999999999999999999u) break;
         divisor *= 10u;
         fraction = fraction * 10u + digit;
     }
@@ -227,7 +223,7 @@ double _IS2Double(CREFString text, int fractionDigits) {
     return negative ? -value : value;
 }
 
-IVariant* IVCreateConvert(CREFString& text, int fractionDigits) {
+IVariant* IVCreateConvert(CREFString& text) {
     while (text.length > 0 && (std::iswspace(text.text[0]) || std::iswcntrl(text.text[0]))) {
         ++text.text;
         --text.length;
@@ -257,7 +253,7 @@ IVariant* IVCreateConvert(CREFString& text, int fractionDigits) {
         if (kind != kText && dot) kind = kReal;
         if (kind == kInteger && text.length > 9) kind = kText;
     }
-    if (kind == kReal) return IVCreate(_IS2Double(text, fractionDigits));
+    if (kind == kReal) return IVCreate(_IS2Double(text));
     if (kind == kInteger) return IVCreate(_IS2Integer(text, 10));
     SmartPtr<IString> string(ISCreate(static_cast<const tagREFString&>(text)));
     IVariant* made = CREFString::CreateVariant();

@@ -32,11 +32,11 @@ IVariant* IVCreate(IString* value);  // the variant takes its own reference
 
 // Text to integer: optional "-", "+" or "#" (base 16), then digits of `base`; wraps on overflow.
 int _IS2Integer(CREFString text, int base);
-// Text to real: "#" hexadecimal, else sign, digits, one ".", at most `fractionDigits` fraction
-// digits (0 to 18; further ones are ignored); no exponent. The integer part wraps modulo 2^64 and
-// is read as a signed 64-bit number.
-double _IS2Double(CREFString text, int fractionDigits = 17);
+// Text to real: "#" hexadecimal, else sign, digits, one ".", at most 18 fraction digits (further
+// ones are ignored); no exponent. The integer part wraps modulo 2^64 and is read as a signed
+// 64-bit number.
+double _IS2Double(CREFString text);
 // Classifies the text as an integer, a real or a text and makes the matching variant; a real
-// keeps `fractionDigits` fraction digits as _IS2Double reads them. Drops leading white space and
+// is read as _IS2Double reads it. Drops leading white space and
 // control characters from the caller's view.
-IVariant* IVCreateConvert(CREFString& text, int fractionDigits = 17);
+IVariant* IVCreateConvert(CREFString& text);

@@ -146,6 +146,8 @@ TEST(Conversions, TextToReal) {
         {L"0.1234567890123456789999", 0.123456789012345678},        {L"18446744073709551616.25", 0.25},
         {L"99999999999999999999.5", 7766279631452241920.0},         {L"-99999999999999999999.5", -7766279631452241920.0},
         {L"10000000000000000000", -8446744073709551616.0},          {L"9223372036854775807", 9223372036854775807.0},
+        // 18 fraction digits are read, the 19th is not.
+        {L"0.000000000000000009", 9e-18},                           {L"-0.0000000000000000019", -1e-18},
     };
     for (const auto& row : rows) EXPECT_DOUBLE_EQ(_IS2Double(CREFString(row.text)), row.value) << row.text;
     const double negativeZero = _IS2Double(CREFString(L"-"));
