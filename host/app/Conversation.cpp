@@ -53,6 +53,7 @@ void CConversation::AnswerSkipped(std::string& out) {
 
 void CConversation::Answered(std::string& out) {
     m_Block.Finish(out);
+    m_AnswerEnd = out.size();
     if (m_Options.afterAnswer) m_Options.afterAnswer(out);
 }
 
@@ -137,10 +138,13 @@ bool CConversation::Line(std::string_view line, std::string& out) {
     // The token is never written: the line that offers it is recorded as "AUTH *" when it is
     // accepted and "AUTH -" when not, which is how a replay (whose token is "*") answers them.
     const bool offersToken = !m_Options.token.empty() && !m_Authenticated && line.substr(0, 5) == "AUTH ";
+    // The answer is recorded without the prompt that may follow it: a replay shows none.
     const size_t before = out.size();
+    m_AnswerEnd = std::string::npos;
     const bool goOn = Handle(line, out);
+    const size_t end = m_AnswerEnd == std::string::npos ? out.size() : m_AnswerEnd;
     m_Transcript->Message(offersToken ? (m_Authenticated ? "AUTH *" : "AUTH -") : line);
-    m_Transcript->Answer(std::string_view(out).substr(before));
+    m_Transcript->Answer(std::string_view(out).substr(before, end - before));
     return goOn;
 }
 

@@ -89,4 +89,5 @@ private:
     uint64_t m_Messages = 0;
     std::string m_Ending;
     std::unique_ptr<CTranscript> m_Transcript;
+    size_t m_AnswerEnd = 0;  // where the last answer ended in the output, before what follows it
 };

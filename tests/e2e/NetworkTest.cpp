@@ -347,6 +347,12 @@ TEST(Network, RecordedSessionsReplay) {
     EXPECT_EQ(sessions, "0\n0\n0\n") << "both replay as recorded; the token is in no file";
     EXPECT_NE(Output("grep -h AUTH e2e-rec/*", status).find("> AUTH later"), std::string::npos)
         << "after authenticating, a line is recorded as it came";
+
+    // Standard input with its prompt: the prompt follows the answers but is no part of them.
+    std::system("rm -rf e2e-rec && mkdir e2e-rec");
+    Output("printf 'Var1=5\\nVar1?\\n' | ./wks-host --prompt --record e2e-rec", status);
+    EXPECT_NE(Output("./wks-host --replay e2e-rec/*stdin*", status).find("every answer as recorded"), std::string::npos);
+    EXPECT_EQ(status, 0);
     std::system("rm -rf e2e-rec e2e-other.toml e2e-token3");
 }
 
