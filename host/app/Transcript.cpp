@@ -74,6 +74,18 @@ std::string Stamp(bool forFileName) {
     return std::string(text) + milliseconds + (forFileName ? "" : zone);
 }
 
+// The line limit the session had: a count of bytes from 1 to 256 MiB, as --max-line allows.
+bool MaxLine(std::string_view text, size_t& limit) {
+    size_t value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9' || value > (size_t{1} << 28)) return false;
+        value = value * 10 + static_cast<size_t>(c - '0');
+    }
+    if (text.empty() || value == 0 || value > (size_t{1} << 28)) return false;
+    limit = value;
+    return true;
+}
+
 const char* FramingName(Framing framing) {
     return framing == Framing::kCounted ? "counted" : framing == Framing::kRaw ? "raw" : "text";
 }
@@ -88,8 +100,8 @@ std::unique_ptr<CTranscript> CTranscript::Open(const std::string& folder, const 
     const std::string path = folder + "/" + Stamp(true) + "-" + std::to_string(++sequence) + "-" + safePeer + ".wksrec";
     FILE* file = std::fopen(path.c_str(), "wx");
     if (file == nullptr) return error = path + ": " + std::strerror(errno), nullptr;
-    std::fprintf(file, "%s\n# framing %s\n# peer %s\n%s", kHeader, FramingName(options.framing), Escape(peer).c_str(),
-                 options.token.empty() ? "" : "# auth\n");
+    std::fprintf(file, "%s\n# framing %s\n# max-line %zu\n# peer %s\n%s", kHeader, FramingName(options.framing),
+                 options.maxLine, Escape(peer).c_str(), options.token.empty() ? "" : "# auth\n");
     std::fflush(file);
     return std::unique_ptr<CTranscript>(new CTranscript(file));
 }
@@ -132,6 +144,8 @@ int ReplayTranscript(const std::string& path, const std::string& name, CProtocol
             else if (line.rfind("# framing ", 0) == 0)
                 return report = name + ":" + std::to_string(number) + ": unknown framing", 2;
             else if (line == "# auth") options.token = "*";  // an accepted AUTH line is recorded with "*"
+            else if (line.rfind("# max-line ", 0) == 0 && !MaxLine(line.substr(11), options.maxLine))
+                return report = name + ":" + std::to_string(number) + ": max-line is not a count of bytes", 2;
             continue;  // other remarks (the peer) are for the reader
         }
         const size_t blank = line.find(' ');

@@ -3,6 +3,7 @@
 // A transcript is a text file, one event per line, written as the session goes:
 //   # wks-host transcript 1
 //   # framing text|counted|raw
+//   # max-line 65536             (the session's line limit in bytes)
 //   # peer 127.0.0.1:41234
 //   # auth                       (only when the session had to authenticate first)
 //   2026-11-23T19:50:01.123+0000 > Lamp=1

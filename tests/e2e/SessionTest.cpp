@@ -172,6 +172,7 @@ TEST(WksHost, SessionsAndRefusals) {
         std::ofstream("e2e-warned.toml") << "[[object]]\nname = \"Breaker\"\nkind = \"step\"\n";
         std::ofstream("e2e-lines.txt") << "Var1=5\n" << std::string(70000, 'x') << "\nVar1?\nVar2=" << std::string(59, 'z') << "\n" << std::string(65, 'y');
         std::ofstream("e2e-ends.txt") << "Var1=5\r\nVar1?\rLamp?\n";
+        std::ofstream("e2e-limit.wksrec") << "# wks-host transcript 1\n# max-line 1k\n";
         std::ofstream("e2e-long.txt") << std::string(65, 'y') << "\nVar1?\n";
     }
     const struct { const char* arguments; int status; const char* output; } rows[] = {
@@ -198,6 +199,7 @@ TEST(WksHost, SessionsAndRefusals) {
         {"--listen '[::1]' < /dev/null", 2, nullptr},
         {"--http 127.0.0.1: < /dev/null", 2, nullptr},
         {"--replay e2e-ends.txt", 2, "wks-host: e2e-ends.txt: not a wks-host transcript\n"},
+        {"--replay e2e-limit.wksrec", 2, "wks-host: e2e-limit.wksrec:2: max-line is not a count of bytes\n"},
     };
     for (const auto& row : rows) {
         int status = -1;
@@ -206,7 +208,8 @@ TEST(WksHost, SessionsAndRefusals) {
         if (row.output) EXPECT_EQ(output, row.output) << row.arguments;
         else EXPECT_NE(output.find("Run with --help"), std::string::npos) << row.arguments << ": " << output;
     }
-    for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt", "e2e-ends.txt", "e2e-long.txt"})
+    for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt", "e2e-ends.txt", "e2e-long.txt",
+                             "e2e-limit.wksrec"})
         std::remove(file);
 }
 
