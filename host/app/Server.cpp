@@ -234,6 +234,7 @@ void CClient::Write() {
         if (self->m_Closed) return;
         self->m_Written += self->m_Writing.size();
         self->m_Writing.clear();
+        if (self->m_Writing.capacity() > kReadSize) std::string().swap(self->m_Writing);  // after a burst
         if (error) return self->Finish("connection lost");
         self->Write();
     });
