@@ -58,8 +58,8 @@ private:
     std::string m_Peer;
     std::chrono::steady_clock::time_point m_Opened = std::chrono::steady_clock::now();
     char m_Buffer[kReadSize];
-    // The three buffers of answers trade places, so that each keeps the room it has grown to.
-    std::string m_Answers;  // the answers to one read
+    // The conversation appends its answers here, so that its output cap counts every answer
+    // not yet handed to the socket, whichever read it came from.
     std::string m_Pending;  // answers not yet handed to the socket
     std::string m_Writing;  // answers the socket is writing now
     bool m_Ending = false;  // the conversation is over: close once everything is written
@@ -181,14 +181,13 @@ void CClient::Read() {
         }
         if (error) return self->Finish("connection lost");
         self->ArmIdle();
-        std::string& out = self->m_Answers;
-        const bool goOn = self->m_Conversation.Feed(std::string_view(self->m_Buffer, n), out);
+        const bool goOn = self->m_Conversation.Feed(std::string_view(self->m_Buffer, n), self->m_Pending);
         if (!goOn) {
             self->m_Ending = true;
             const std::string& why = self->m_Conversation.Ending();
             if (why.rfind("this is a line protocol", 0) == 0) self->m_Service.Refused(self->m_Peer, why);
         }
-        self->Send(out);
+        if (self->m_Writing.empty()) self->Write();
         if (!goOn || self->m_Closed) return;
         if (self->m_Conversation.Paused()) return self->ArmStall();  // Write resumes it
         self->Read();
@@ -205,31 +204,24 @@ void CClient::ArmStall() {
     });
 }
 
-// Takes the text of `out` and leaves it empty.
 void CClient::Send(std::string& out) {
-    if (m_Closed) return out.clear();
-    if (m_Pending.empty()) m_Pending.swap(out);
-    else m_Pending += out;
-    out.clear();
-    // A buffer that a burst made large is not kept for the ordinary answers after it.
-    if (out.capacity() > kReadSize) std::string().swap(out);
+    if (m_Closed) return;
+    m_Pending += out;
     if (m_Writing.empty()) Write();
 }
 
 void CClient::Write() {
     if (m_Pending.empty() && m_Conversation.Paused() && !m_Ending) {
         // Everything held back so far is sent: take up the input again.
-        std::string out;
-        const bool goOn = m_Conversation.Resume(out);
+        const bool goOn = m_Conversation.Resume(m_Pending);
         if (!goOn) m_Ending = true;
-        m_Pending.swap(out);
         if (goOn && !m_Conversation.Paused()) Read();
     }
     if (m_Pending.empty()) {
         if (m_Ending) Finish(m_Conversation.Ending().c_str());
         return;
     }
-    m_Writing.swap(m_Pending);
+    m_Writing.swap(m_Pending);  // the two trade their room: neither grows again for ordinary answers
     asio::async_write(m_Socket, asio::buffer(m_Writing), [self = shared_from_this()](const asio::error_code& error, size_t) {
         if (self->m_Closed) return;
         self->m_Written += self->m_Writing.size();
