@@ -41,6 +41,10 @@ std::string AbsolutePath(const std::string& path) {
     return std::string(folder) + "/" + path;
 }
 
+// Files read whole (a workspace, a state, a transcript, a token) are far smaller than this; a
+// device or pipe that never ends is refused once it has given this much.
+constexpr size_t kLargestRead = size_t{1} << 30;
+
 bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& error, bool* missing) {
     if (missing != nullptr) *missing = false;
     bytes.clear();
@@ -59,6 +63,12 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
         const ssize_t got = read(fd, buffer, sizeof buffer);
         if (got == 0) break;
         if (got > 0) {
+            if (bytes.size() + static_cast<size_t>(got) > kLargestRead) {
+                close(fd);
+                bytes.clear();
+                bytes.shrink_to_fit();
+                return error = "larger than 1 GiB", false;
+            }
             bytes.append(buffer, static_cast<size_t>(got));
         } else if (errno != EINTR) {
             error = Reason("cannot read");
@@ -88,6 +98,33 @@ std::string FinalPath(std::string path) {
     return path;  // a loop of links: the rename below replaces the last one seen
 }
 
+// The descriptor a path such as /dev/stdout, /dev/fd/3 or /proc/self/fd/1 names, on the way
+// through its links; -1 for any other path. Such a file is written through the descriptor the
+// process already has, at its position, as a shell's redirection expects.
+int DescriptorNamed(std::string path) {
+    for (int hops = 0; hops < 40; ++hops) {
+        for (const char* folder : {"/dev/fd/", "/proc/self/fd/", "/proc/thread-self/fd/"}) {
+            const size_t length = std::strlen(folder);
+            if (path.size() <= length || path.compare(0, length, folder) != 0) continue;
+            int descriptor = 0;
+            for (size_t i = length; i < path.size(); ++i) {
+                if (path[i] < '0' || path[i] > '9' || descriptor > 1000000) return -1;
+                descriptor = descriptor * 10 + (path[i] - '0');
+            }
+            return descriptor;
+        }
+        struct stat status;
+        if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) return -1;
+        char target[PATH_MAX];
+        const ssize_t length = readlink(path.c_str(), target, sizeof target - 1);
+        if (length <= 0) return -1;
+        const std::string next(target, static_cast<size_t>(length));
+        const size_t slash = path.rfind('/');
+        path = next.front() == '/' || slash == std::string::npos ? next : path.substr(0, slash + 1) + next;
+    }
+    return -1;
+}
+
 // A device, a pipe or a socket takes the bytes as they are written: there is no file to replace.
 bool WriteThrough(const std::string& path, std::string_view bytes, std::string& error) {
     const int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
@@ -101,12 +138,15 @@ bool WriteThrough(const std::string& path, std::string_view bytes, std::string& 
 }  // namespace
 
 bool ReplaceFile(const std::string& named, std::string_view bytes, std::string& error) {
-    const std::string path = FinalPath(named);
     struct stat status;
-    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-        if (S_ISDIR(status.st_mode)) return error = "is a directory", false;
-        return WriteThrough(path, bytes, error);
+    if (stat(named.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return error = "is a directory", false;
+    const int descriptor = DescriptorNamed(named);
+    if (descriptor >= 0) {
+        if (!WriteAll(descriptor, bytes)) return error = Reason("cannot write"), false;
+        return true;
     }
+    if (stat(named.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return WriteThrough(named, bytes, error);
+    const std::string path = FinalPath(named);
     const size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
     std::string temporary = path + ".XXXXXX";

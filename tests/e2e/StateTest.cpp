@@ -101,6 +101,13 @@ TEST_F(StateFile, LinksPipesAndSignalsKeepWhatTheUserNamed) {
     struct stat fifo;
     ASSERT_EQ(lstat("e2e-fifo", &fifo), 0);
     EXPECT_TRUE(S_ISFIFO(fifo.st_mode)) << "the pipe was replaced by a file";
+    // Standard output is written where the shell's redirection stands, piped or into a file.
+    EXPECT_EQ(Output("./wks-host --export-xml /dev/stdout </dev/null | grep -c '<Var1>100</Var1>'", status), "1\n");
+    EXPECT_EQ(Output("{ echo before; ./wks-host --export-xml /dev/fd/1 </dev/null; echo after; } > e2e-out.txt; "
+                     "head -n 1 e2e-out.txt; grep -c Var1 e2e-out.txt; tail -n 1 e2e-out.txt",
+                     status),
+              "before\n1\nafter\n");
+    std::remove("e2e-out.txt");
 
     const std::string answered = Output("(printf 'Var1=31\\nVar1?\\n'; sleep 2) | timeout --preserve-status -s TERM 1 "
                                         "./wks-host --no-prompt --state e2e-state.wks",
