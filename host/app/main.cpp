@@ -68,6 +68,18 @@ CLI::Validator EndpointCheck() {
         "");
 }
 
+// An option that names a file: an empty value (an unset shell variable, say) is refused rather
+// than taken for the option's absence, which for --auth-file would mean no token at all.
+CLI::Validator NamesAFile() {
+    return CLI::Validator([](std::string& text) { return text.empty() ? std::string("an empty value names no file") : std::string(); },
+                          "");
+}
+
+// CLI11's message, as every other message of the host begins.
+std::string FailureMessage(const CLI::App* app, const CLI::Error& error) {
+    return "wks-host: " + CLI::FailureMessage::simple(app, error);
+}
+
 // The object's settings, as its property page sets them: item ids of its property table.
 constexpr int32_t kUsePromptItem = 1;
 constexpr int32_t kReturnStyleItem = 2;
@@ -83,7 +95,8 @@ int ParseOptions(int argc, char** argv, Options& options) {
     app.set_version_flag("--version", "wks-host " WKS_VERSION);
     app.add_option("--workspace", options.workspace,
                    "the workspace to serve, in TOML (default: the built-in sample; see host/workspace/sample.toml)")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(NamesAFile());
     app.add_flag("--verbose", options.verbose, "print every call a workspace object receives on standard error");
     CLI::Option* prompt = app.add_flag(
         "--prompt", options.prompt,
@@ -95,12 +108,12 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "65536 on the network; at most 268435456)")
         ->type_name("BYTES")
         ->check(CLI::Range(static_cast<size_t>(1), kLargestMaxLine));
-    app.add_option("--return-style", options.returnStyle,
+    CLI::Option* returnStyle = app.add_option("--return-style", options.returnStyle,
                    "the form of replies: csv (one record, fields separated by \",\") or ini (one line per "
                    "entry, the object's default); set through the object's property table")
         ->type_name("STYLE")
         ->transform(CLI::CheckedTransformer(std::map<std::string, int>{{"csv", 0}, {"ini", 1}}, CLI::ignore_case));
-    app.add_option("--use-prompt", options.usePrompt,
+    CLI::Option* usePrompt = app.add_option("--use-prompt", options.usePrompt,
                    "the object's UsePrompt setting: on or off (the object's default); set through its property table")
         ->type_name("on|off")
         ->transform(CLI::CheckedTransformer(std::map<std::string, int>{{"on", 1}, {"off", 0}}, CLI::ignore_case));
@@ -108,40 +121,45 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "keep the object's settings, parameters and inputs in FILE: loaded at start when it exists, "
                    "replaced safely after messages that changed them (serving the network, at most ten times a "
                    "second); a FILE that cannot be loaded stops the host and is left as it is")
-        ->type_name("FILE");
-    app.add_option("--import-xml", options.importXml,
+        ->type_name("FILE")
+        ->check(NamesAFile());
+    CLI::Option* importXml = app.add_option("--import-xml", options.importXml,
                    "at start, after --state, set the parameters that the XML FILE names (as --export-xml writes it)")
-        ->type_name("FILE");
-    app.add_option("--export-xml", options.exportXml,
+        ->type_name("FILE")
+        ->check(NamesAFile());
+    CLI::Option* exportXml = app.add_option("--export-xml", options.exportXml,
                    "write the object's parameters to the XML FILE, after --state, --import-xml and the settings "
                    "options, and stop without serving")
-        ->type_name("FILE");
-    app.add_option("--listen", options.listen,
+        ->type_name("FILE")
+        ->check(NamesAFile());
+    CLI::Option* listen = app.add_option("--listen", options.listen,
                    "serve TCP clients on [ADDRESS:]PORT (repeatable; a bare port means 127.0.0.1, [::1]:PORT is IPv6, "
                    "0.0.0.0:PORT every IPv4 interface, [::]:PORT every interface); standard input is served too")
         ->type_name("[ADDR:]PORT")
         ->allow_extra_args(false)  // one value per --listen, taken as it is ("[::1]:5025" is no list)
         ->check(EndpointCheck());
-    app.add_option("--http", options.http,
+    CLI::Option* http = app.add_option("--http", options.http,
                    "serve the browser console on [ADDRESS:]PORT (repeatable; a bare port means 127.0.0.1): the "
                    "workspace, a command console and the object's property pages, with --auth-file's token")
         ->type_name("[ADDR:]PORT")
         ->allow_extra_args(false)
         ->check(EndpointCheck());
-    app.add_option("--framing", options.framing,
+    CLI::Option* framing = app.add_option("--framing", options.framing,
                    "how the replies to one message are sent: text (the replies, then an empty line; the default on the "
                    "network), counted (\"+N\", then each reply as \"LENGTH:bytes\"; for programs) or raw (the replies "
                    "alone, as instrument libraries expect; the default on standard input alone)")
         ->type_name("FORM")
         ->check(CLI::IsMember({"text", "counted", "raw"}));
-    app.add_option("--auth-file", options.authFile,
+    CLI::Option* authFile = app.add_option("--auth-file", options.authFile,
                    "network clients must first send \"AUTH <token>\", the token being the first line of FILE")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(NamesAFile());
     app.add_option("--max-clients", options.maxClients, "network clients served at once; the next is refused (default 256)")
         ->check(CLI::Range(static_cast<size_t>(1), static_cast<size_t>(65536)));
     app.add_option("--idle-timeout", options.idleSeconds,
-                   "close a network client silent for this many seconds (default 0: never)")
-        ->type_name("SECONDS");
+                   "close a network client silent for this many seconds (default 0: never; at most a year)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0u, 365u * 86400u));
     app.add_option("--max-output", options.maxOutput,
                    "bytes of answers waiting for a network client before its further input is held back (default "
                    "16777216)")
@@ -155,14 +173,20 @@ int ParseOptions(int argc, char** argv, Options& options) {
     app.add_option("--log-level", options.logLevel, "what the network service logs on standard error: debug, info "
                    "(connections; the default), warning or error")
         ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
-    app.add_option("--record", options.recordFolder,
+    CLI::Option* record = app.add_option("--record", options.recordFolder,
                    "write a transcript of every session (standard input included) into FOLDER, as it goes")
         ->type_name("FOLDER")
         ->check(CLI::ExistingDirectory);
-    app.add_option("--replay", options.replay,
+    CLI::Option* replay = app.add_option("--replay", options.replay,
                    "run the messages of a recorded session against a fresh object and print where its answers differ "
                    "from the recorded ones (status 1 when they do)")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(NamesAFile());
+    // A replay runs the transcript's messages in its framing against the object (and --state, when
+    // given) and does nothing else.
+    for (CLI::Option* ignored : {returnStyle, usePrompt, importXml, exportXml, listen, http, framing, authFile, record})
+        replay->excludes(ignored);
+    app.failure_message(FailureMessage);
     try {
         app.parse(argc, argv);
         options.maxLineGiven = app.count("--max-line") > 0;

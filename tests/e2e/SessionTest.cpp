@@ -185,7 +185,11 @@ TEST(WksHost, SessionsAndRefusals) {
          "the session\n"},
         {"--workspace . < /dev/null", 1, "wks-host: .: is a directory\n"},
         {"--workspace e2e-none.toml < /dev/null", 1, "wks-host: e2e-none.toml: cannot read: No such file or directory\n"},
-        {"--workspace", 2, "--workspace: 1 required FILE missing\nRun with --help for more information.\n"},
+        {"--workspace", 2, "wks-host: --workspace: 1 required FILE missing\nRun with --help for more information.\n"},
+        // An empty file name (an unset variable) is no absent option: no token would be asked.
+        {"--auth-file '' --listen 0", 2, "wks-host: --auth-file: an empty value names no file\nRun with --help for more information.\n"},
+        {"--state ''", 2, nullptr},
+        {"--replay e2e-ends.txt --listen 0", 2, "wks-host: --listen excludes --replay\nRun with --help for more information.\n"},
         {"--max-line 0", 2, nullptr},
         {"--max-line 64 < e2e-lines.txt", 0,
          "wks-host: line 2 has 70000 bytes, more than the limit of 64 (--max-line): refused\n?\nVar1=5\n"  // line 4: 64 bytes, taken
