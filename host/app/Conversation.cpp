@@ -32,6 +32,7 @@ bool CConversation::Refuse(const char* why, std::string& out) {
 }
 
 bool CConversation::TooLong(size_t length, std::string& out) {
+    if (m_Transcript) m_Transcript->Refused("a line of " + std::to_string(m_Partial.size() + length) + " bytes or more");
     if (!m_Options.skipLongLines) return Refuse("line too long", out);
     m_First = false;  // a line was seen: what follows it is no other protocol's opening
     m_Skipping = true;
@@ -68,8 +69,10 @@ bool CConversation::Feed(std::string_view bytes, std::string& out) {
 
 bool CConversation::Consume(std::string_view bytes, std::string& out) {
     // A TLS handshake begins with a record of type 22: no line end may ever come.
-    if (m_Options.guard && m_First && m_Partial.empty() && !bytes.empty() && bytes[0] == 0x16)
+    if (m_Options.guard && m_First && m_Partial.empty() && !bytes.empty() && bytes[0] == 0x16) {
+        if (m_Transcript) m_Transcript->Refused("a TLS handshake");
         return Refuse("this is a line protocol, not TLS", out);
+    }
     size_t start = 0;
     if (m_SkipLf && !bytes.empty() && bytes[0] == '\n') start = 1;
     m_SkipLf = false;

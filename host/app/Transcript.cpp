@@ -103,21 +103,27 @@ std::unique_ptr<CTranscript> CTranscript::Open(const std::string& folder, const 
     std::fprintf(file, "%s\n# framing %s\n# max-line %zu\n# peer %s\n%s", kHeader, FramingName(options.framing),
                  options.maxLine, Escape(peer).c_str(), options.token.empty() ? "" : "# auth\n");
     std::fflush(file);
-    return std::unique_ptr<CTranscript>(new CTranscript(file));
+    return std::unique_ptr<CTranscript>(new CTranscript(file, path));
 }
 
 CTranscript::~CTranscript() { std::fclose(m_File); }
 
-void CTranscript::Event(char direction, std::string_view bytes) {
-    std::fprintf(m_File, "%s %c %s\n", Stamp(false).c_str(), direction, Escape(bytes).c_str());
-    std::fflush(m_File);
+// A transcript that cannot be written (a full disk) is cut short: say so, once, rather than leave
+// a file that reads as a whole session.
+void CTranscript::Write(const std::string& line) {
+    if (m_Failed) return;
+    if (std::fputs(line.c_str(), m_File) >= 0 && std::fflush(m_File) == 0) return;
+    m_Failed = true;
+    std::fprintf(stderr, "wks-host: %s: cannot write: %s; the transcript ends here\n", m_Path.c_str(), std::strerror(errno));
 }
 
-void CTranscript::Message(std::string_view line) { Event('>', line); }
+void CTranscript::Message(std::string_view line) { Write(Stamp(false) + " > " + Escape(line) + "\n"); }
 
 void CTranscript::Answer(std::string_view bytes) {
-    if (!bytes.empty()) Event('<', bytes);
+    if (!bytes.empty()) Write(Stamp(false) + " < " + Escape(bytes) + "\n");
 }
+
+void CTranscript::Refused(std::string_view why) { Write("# refused: " + Escape(why) + "\n"); }
 
 int ReplayTranscript(const std::string& path, const std::string& name, CProtocolSession& object, std::string& report) {
     std::string text, why;

@@ -9,6 +9,8 @@
 //   2026-11-23T19:50:01.123+0000 > Lamp=1
 //   2026-11-23T19:50:01.123+0000 < \n
 // ">" is one message as it was received (without its line end), "<" the bytes sent in answer.
+// Input refused before it became a message (a line over the limit, a TLS handshake) is noted as a
+// remark, "# refused: why", which a replay passes over.
 // Bytes are escaped: \\ for a backslash, \n, \r, \t, and \xHH for every other byte below 0x20,
 // 0x7F and above. The token of an "AUTH" line is never written: the line that offers it is
 // recorded as "AUTH *" when the token was accepted, "AUTH -" when it was refused (a replay's token
@@ -34,11 +36,14 @@ public:
     ~CTranscript();
     void Message(std::string_view line);
     void Answer(std::string_view bytes);
+    void Refused(std::string_view why);
 
 private:
-    explicit CTranscript(FILE* file) : m_File(file) {}
-    void Event(char direction, std::string_view bytes);
+    CTranscript(FILE* file, std::string path) : m_File(file), m_Path(std::move(path)) {}
+    void Write(const std::string& line);
     FILE* m_File;
+    std::string m_Path;
+    bool m_Failed = false;  // a write failed: said once on standard error, nothing written after
 };
 
 // Runs the messages of the transcript at `path` against `object` (fresh and bound by the caller)

@@ -358,6 +358,12 @@ TEST(Network, RecordedSessionsReplay) {
            status);
     EXPECT_NE(Output("./wks-host --replay e2e-rec/*stdin*", status).find("every answer as recorded"), std::string::npos);
     EXPECT_EQ(status, 0);
+
+    // A line refused for its length never was a message: a remark says so, and the replay agrees.
+    std::system("rm -rf e2e-rec && mkdir e2e-rec");
+    Output("printf 'Var1=123456789\\nVar1?\\n' | ./wks-host --max-line 8 --record e2e-rec 2>/dev/null", status);
+    EXPECT_EQ(Output("grep -c '^# refused: a line of 14 bytes' e2e-rec/*stdin*; ./wks-host --replay e2e-rec/*stdin* >/dev/null", status), "1\n");
+    EXPECT_EQ(status, 0);
     std::system("rm -rf e2e-rec e2e-other.toml e2e-token3");
 }
 
