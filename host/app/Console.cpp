@@ -7,6 +7,8 @@
 
 #include <map>
 #include <set>
+#include <string>
+#include <string_view>
 #include <nlohmann/json.hpp>
 
 #include "host/app/ConsoleModel.h"
@@ -185,8 +187,11 @@ void CConsoleService::Serve(WsServer& server, Handle handle) {
     connection->append_header("Referrer-Policy", "no-referrer");
     connection->append_header("Cache-Control", "no-store");
     const std::string& method = connection->get_request().get_method();
+    // A query (a cache buster, say) asks for the same asset.
+    const std::string& resource = connection->get_resource();
+    const std::string_view path = std::string_view(resource).substr(0, resource.find('?'));
     for (const Asset& asset : kAssets) {
-        if (connection->get_resource() != asset.path) continue;
+        if (path != asset.path) continue;
         if (method != "GET" && method != "HEAD") {
             connection->set_status(websocketpp::http::status_code::method_not_allowed);
             connection->append_header("Allow", "GET, HEAD");

@@ -70,7 +70,7 @@ private:
 class CService {
 public:
     CService(const ServerOptions& options, CProtocolSession& object, const std::function<void()>& afterMessage)
-        : m_Options(options), m_Object(object), m_AfterMessage(afterMessage), m_Signals(m_Io, SIGINT, SIGTERM),
+        : m_Options(options), m_Object(object), m_AfterMessage(afterMessage), m_Signals(m_Io, SIGINT, SIGTERM, SIGHUP),
           m_SaveTimer(m_Io), m_ClientOptions(ClientOptions()) {
         m_ScheduleSave = [this] { ScheduleSave(); };
     }
@@ -386,7 +386,7 @@ void CService::Stop() {
 int CService::Run() {
     m_Signals.async_wait([this](const asio::error_code& error, int signal) {
         if (error) return;
-        ServerLog(LogLevel::kInfo, "%s: stopping", signal == SIGINT ? "SIGINT" : "SIGTERM");
+        ServerLog(LogLevel::kInfo, "%s: stopping", signal == SIGINT ? "SIGINT" : signal == SIGHUP ? "SIGHUP" : "SIGTERM");
         Stop();
     });
     for (auto& acceptor : m_Acceptors) Accept(*acceptor);

@@ -203,9 +203,10 @@ bool Write(const std::string& out) {
     return std::fflush(stdout) == 0;
 }
 
-// SIGINT and SIGTERM end a session on standard input as the input's end would: the answers due
-// are written, the state is saved and the host exits with status 0. Both stay blocked except
-// while the host waits for input, so that a signal is never lost between the test and the wait.
+// SIGINT, SIGTERM and SIGHUP (the terminal closed) end a session on standard input as the
+// input's end would: the answers due are written, the state is saved and the host exits with
+// status 0. They stay blocked except while the host waits for input, so that a signal is never
+// lost between the test and the wait.
 volatile sig_atomic_t gStopSignal = 0;
 
 void NoteStopSignal(int) { gStopSignal = 1; }
@@ -215,15 +216,14 @@ sigset_t CatchStopSignals() {
     struct sigaction action {};
     action.sa_handler = NoteStopSignal;
     sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
     sigset_t stops, waiting;
     sigemptyset(&stops);
-    sigaddset(&stops, SIGINT);
-    sigaddset(&stops, SIGTERM);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaction(signal, &action, nullptr);
+        sigaddset(&stops, signal);
+    }
     sigprocmask(SIG_BLOCK, &stops, &waiting);
-    sigdelset(&waiting, SIGINT);
-    sigdelset(&waiting, SIGTERM);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigdelset(&waiting, signal);
     return waiting;
 }
 

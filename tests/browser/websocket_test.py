@@ -295,7 +295,7 @@ def paths(host):
         return result
 
     for path, name, kind in (("/", "index.html", "text/html"), ("/app.css", "app.css", "text/css"),
-                             ("/app.js", "app.js", "javascript")):
+                             ("/app.js", "app.js", "javascript"), ("/app.js?v=2", "app.js", "javascript")):
         status, content_type, policy, body = get(path)
         check(f"{path} is served as {name}", status == 200 and kind in content_type
               and body == (WEB / name).read_bytes(), (status, content_type, len(body)))

@@ -51,7 +51,8 @@ TEST(Install, InstalledHostRunsFromAnotherFolder) {
     const std::set<fs::path> expected = {fs::path(WKS_INSTALL_BINDIR) / "wks-host", modules / "wks-host",
                                          modules / "WKSProtocol.so", modules / "CollectionsEx.so",
                                          fs::path(WKS_INSTALL_DATADIR) / "sample.toml",
-                                         fs::path(WKS_INSTALL_DOCDIR) / "README.md"};
+                                         fs::path(WKS_INSTALL_DOCDIR) / "README.md",
+                                         fs::path(WKS_INSTALL_DOCDIR) / "docs" / "console.png"};
     std::set<fs::path> installed;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(prefix))
         if (!entry.is_directory()) installed.insert(entry.path().lexically_relative(prefix));

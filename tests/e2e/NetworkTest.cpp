@@ -56,10 +56,10 @@ public:
         m_Port = m_Ports.empty() ? 0 : m_Ports.front();
     }
     ~Server() { Stop(); }
-    // SIGTERM; the exit status.
-    int Stop() {
+    // Sends `signal`; the exit status.
+    int Stop(int signal = SIGTERM) {
         if (m_Pid <= 0) return m_Status;
-        kill(m_Pid, SIGTERM);
+        kill(m_Pid, signal);
         int raw = 0;
         waitpid(m_Pid, &raw, 0);
         m_Pid = 0;
@@ -286,18 +286,21 @@ TEST(Network, LimitsDropOnlyTheClientThatPassesThem) {
     EXPECT_NE(server.Log().find("already 3 clients"), std::string::npos) << server.Log();
 }
 
-// SIGTERM stops the service with status 0 after saving the state.
+// SIGTERM, SIGINT and SIGHUP (a closed terminal) stop the service with status 0 after saving the
+// state, however recent the change.
 TEST(Network, TerminationSavesTheState) {
-    std::remove("e2e-net.wks");
-    Server server("--state e2e-net.wks");
-    Client client(server.Port());
-    client.Send("Var1=77\n");
-    EXPECT_EQ(client.Receive(1), "\n");
-    EXPECT_EQ(server.Stop(), 0) << server.Log();
-    std::ifstream file("e2e-net.wks");
-    std::stringstream text;
-    text << file.rdbuf();
-    EXPECT_NE(text.str().find("\"integer\": 77"), std::string::npos) << text.str();
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        std::remove("e2e-net.wks");
+        Server server("--state e2e-net.wks");
+        Client client(server.Port());
+        client.Send("Var1=77\n");
+        EXPECT_EQ(client.Receive(1), "\n");
+        EXPECT_EQ(server.Stop(signal), 0) << signal << server.Log();
+        std::ifstream file("e2e-net.wks");
+        std::stringstream text;
+        text << file.rdbuf();
+        EXPECT_NE(text.str().find("\"integer\": 77"), std::string::npos) << signal << text.str();
+    }
     std::remove("e2e-net.wks");
 }
 
