@@ -5,6 +5,7 @@
 
 #include <strings.h>
 
+#include <chrono>
 #include <map>
 #include <set>
 #include <string>
@@ -106,6 +107,9 @@ public:
 private:
     struct Tab {
         WsServer* server;
+        std::string peer;
+        std::chrono::steady_clock::time_point opened = std::chrono::steady_clock::now();
+        std::string ending = "closed by the browser";
         std::unique_ptr<CConversation> conversation;
         bool ready = false;
         bool closing = false;
@@ -114,6 +118,7 @@ private:
     void Serve(WsServer& server, Handle handle);
     bool Accept(WsServer& server, Handle handle);
     void Open(WsServer& server, Handle handle);
+    void Close(Handle handle);
     void Receive(Handle handle, const std::string& payload);
     void Send(Handle handle, Tab& tab, const std::string& text);
     void Refuse(Handle handle, Tab& tab, const std::string& why);
@@ -156,7 +161,7 @@ bool CConsoleService::Listen(const std::vector<std::string>& endpoints, std::str
         s.set_http_handler([this, &s](Handle handle) { Serve(s, handle); });
         s.set_validate_handler([this, &s](Handle handle) { return Accept(s, handle); });
         s.set_open_handler([this, &s](Handle handle) { Open(s, handle); });
-        s.set_close_handler([this](Handle handle) { m_Tabs.erase(handle); });
+        s.set_close_handler([this](Handle handle) { Close(handle); });
         s.set_fail_handler([this](Handle handle) { m_Tabs.erase(handle); });
         s.set_message_handler([this](Handle handle, WsServer::message_ptr message) {
             if (message->get_opcode() != websocketpp::frame::opcode::text) {
@@ -244,9 +249,21 @@ bool CConsoleService::Accept(WsServer& server, Handle handle) {
 void CConsoleService::Open(WsServer& server, Handle handle) {
     Tab& tab = m_Tabs[handle];
     tab.server = &server;
+    tab.peer = server.get_con_from_hdl(handle)->get_remote_endpoint();
+    ServerLog(LogLevel::kInfo, "console tab %s connected", tab.peer.c_str());
     tab.conversation = std::make_unique<CConversation>(m_Object, m_Options, m_AfterChange);
     Send(handle, tab, json{{"type", "hello"}, {"auth", !m_Options.token.empty()}, {"version", WKS_VERSION}}.dump());
     if (m_Options.token.empty()) Ready(handle, tab);
+}
+
+void CConsoleService::Close(Handle handle) {
+    auto found = m_Tabs.find(handle);
+    if (found == m_Tabs.end()) return;
+    const Tab& tab = found->second;
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tab.opened).count();
+    ServerLog(LogLevel::kInfo, "console tab %s disconnected after %.3f s, %llu messages: %s", tab.peer.c_str(), seconds,
+              static_cast<unsigned long long>(tab.conversation ? tab.conversation->Messages() : 0), tab.ending.c_str());
+    m_Tabs.erase(found);
 }
 
 void CConsoleService::Ready(Handle handle, Tab& tab) {
@@ -292,6 +309,7 @@ void CConsoleService::Receive(Handle handle, const std::string& payload) {
         if (ended) {
             tab.closing = true;
             std::error_code ignored;
+            tab.ending = "break";
             tab.server->close(handle, websocketpp::close::status::normal, "break", ignored);
         }
         return;
@@ -326,6 +344,7 @@ void CConsoleService::Send(Handle handle, Tab& tab, const std::string& text) {
 }
 
 void CConsoleService::Refuse(Handle handle, Tab& tab, const std::string& why) {
+    tab.ending = "refused: " + why;
     Send(handle, tab, json{{"type", "error"}, {"text", why}}.dump(-1, ' ', false, json::error_handler_t::replace));
     tab.closing = true;
     std::error_code ignored;

@@ -260,6 +260,12 @@ def token(binary):
             check("the right token gets ready", until(socket, "ready") == {"type": "ready"})
             check("and the session", ask(socket, "Lamp?") == (["0"], [False], True))
             socket.close()
+            deadline = time.monotonic() + 5
+            while time.monotonic() < deadline and sum("console tab" in line and "disconnected" in line for line in host.log) < 4:
+                time.sleep(0.05)
+            ended = [line for line in host.log if "console tab" in line and "disconnected" in line]
+            check("every tab's end is logged, a refusal with its reason",
+                  len(ended) == 4 and sum("refused: authentication failed" in line for line in ended) == 2, ended)
         finally:
             host.stop()
 
