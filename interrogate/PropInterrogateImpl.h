@@ -388,7 +388,7 @@ protected:
         }
         SmartPtr<IStringTable> strings(
             static_cast<IStringTable*>(CreateObject(tagREFString{11, L"StringTable"}, &IID_IStringTable)));
-        if (strings) strings->get_ComponentStrings(component.get(), table.Out());
+        if (strings && component) strings->get_ComponentStrings(component.get(), table.Out());  // no name, no list
         return table;
     }
 

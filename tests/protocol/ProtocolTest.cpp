@@ -167,8 +167,8 @@ private:
     IComponentCollection* m_Host;
 };
 
-// Item 2's choices are the list of the component's own name; without that name there is no list
-// to ask for, and the item is left out.
+// Item 2's choices and the captions of saved settings are the list of the component's own name;
+// without that name there is no list to ask for: the item is left out, nothing is saved as XML.
 TEST_F(Protocol, ChoicesComeOnlyUnderTheComponentsName) {
     SmartPtr<IComponentCollection> host;
     host.Attach(GLOBALComponents());
@@ -184,7 +184,10 @@ TEST_F(Protocol, ChoicesComeOnlyUnderTheComponentsName) {
         settings->ParameterEnumeration(2, choices.Out());
         const std::wstring listed = choices ? Listed(QueryAs<INamedCollection>(choices.get(), IID_INamedCollection).get()) : L"none";
         EXPECT_EQ(listed, describe ? L"A=0 B=1 " : L"none") << describe;
-        EXPECT_EQ(components->strings->asked, describe ? std::vector<std::wstring>{L"WKSProtocol"} : std::vector<std::wstring>{});
+        SmartPtr<FakeXML> xml(FakeXML::Parse(L"<P></P>"));
+        static_cast<IUIPropInterrogatePersist*>(settings.get())->UIPropInterrogate_SaveXML(nullptr, xml.get(), 0);
+        EXPECT_EQ(components->strings->asked,
+                  describe ? std::vector<std::wstring>(2, L"WKSProtocol") : std::vector<std::wstring>{});
     }
     InitializeModule(nullptr, host.get());
 }
