@@ -63,6 +63,9 @@ private:
     std::string m_Pending;  // answers not yet handed to the socket
     std::string m_Writing;  // answers the socket is writing now
     bool m_Ending = false;  // the conversation is over: close once everything is written
+    // Reading stopped because the answers waiting reached the output cap at the end of a read
+    // (within a read, the conversation itself holds the rest back: Paused).
+    bool m_HeldBack = false;
     bool m_Closed = false;
     uint64_t m_Written = 0;  // bytes the socket took, to tell a slow reader from one that stopped
 };
@@ -190,15 +193,20 @@ void CClient::Read() {
         if (self->m_Writing.empty()) self->Write();
         if (!goOn || self->m_Closed) return;
         if (self->m_Conversation.Paused()) return self->ArmStall();  // Write resumes it
+        if (self->m_Pending.size() >= self->m_Service.Options().maxOutput) {
+            self->m_HeldBack = true;  // Write reads again once the answers are out
+            return self->ArmStall();
+        }
         self->Read();
     });
 }
 
-// A paused client is dropped when the socket takes none of its answers for the stall time.
+// A client whose input is held back is dropped when the socket takes none of its answers for the
+// stall time.
 void CClient::ArmStall() {
     m_Stall.expires_after(std::chrono::seconds(m_Service.Options().stallSeconds));
     m_Stall.async_wait([self = shared_from_this(), written = m_Written](const asio::error_code& error) {
-        if (error || self->m_Closed || !self->m_Conversation.Paused()) return;
+        if (error || self->m_Closed || !(self->m_Conversation.Paused() || self->m_HeldBack)) return;
         if (self->m_Written == written) return self->Finish("dropped: it does not read its answers");
         self->ArmStall();
     });
@@ -216,6 +224,9 @@ void CClient::Write() {
         const bool goOn = m_Conversation.Resume(m_Pending);
         if (!goOn) m_Ending = true;
         if (goOn && !m_Conversation.Paused()) Read();
+    } else if (m_Pending.empty() && m_HeldBack && !m_Ending) {
+        m_HeldBack = false;
+        Read();
     }
     if (m_Pending.empty()) {
         if (m_Ending) Finish(m_Conversation.Ending().c_str());

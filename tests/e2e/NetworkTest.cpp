@@ -286,6 +286,24 @@ TEST(Network, LimitsDropOnlyTheClientThatPassesThem) {
     EXPECT_NE(server.Log().find("already 3 clients"), std::string::npos) << server.Log();
 }
 
+// A client that sends one line at a time and reads nothing is held back too: its reads end at a
+// line end, so only the answers still waiting can tell that it is over the cap.
+TEST(Network, ALineAtATimeNeverReadIsHeldBackAndDropped) {
+    Server server("--max-output 65536 --stall-timeout 1 --framing counted --max-line 1000000");
+    Client client(server.Port());
+    ASSERT_TRUE(client.Send("Var2=" + std::string(500000, 'x') + "\n"));  // the socket's buffers fill soon
+    // Dropped once the socket's buffers are full and the stall time has passed, long before the
+    // host would have buffered a hundred answers of half a megabyte.
+    bool dropped = false;
+    for (int line = 0; !dropped && line < 200; ++line) {
+        dropped = !client.Send("Var2?\n");
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));  // each line a read of its own
+    }
+    EXPECT_TRUE(dropped);
+    server.Stop();
+    EXPECT_NE(server.Log().find("dropped: it does not read its answers"), std::string::npos) << server.Log();
+}
+
 // SIGTERM, SIGINT and SIGHUP (a closed terminal) stop the service with status 0 after saving the
 // state, however recent the change.
 TEST(Network, TerminationSavesTheState) {
