@@ -73,8 +73,9 @@ private:
 class CService {
 public:
     CService(const ServerOptions& options, CProtocolSession& object, const std::function<void()>& afterMessage)
-        : m_Options(options), m_Object(object), m_AfterMessage(afterMessage), m_Signals(m_Io, SIGINT, SIGTERM, SIGHUP),
+        : m_Options(options), m_Object(object), m_AfterMessage(afterMessage), m_Signals(m_Io, SIGINT, SIGTERM),
           m_SaveTimer(m_Io), m_ClientOptions(ClientOptions()) {
+        if (options.stopOnHangup) m_Signals.add(SIGHUP);
         m_ScheduleSave = [this] { ScheduleSave(); };
     }
     ~CService() { CloseStdin(); }

@@ -24,6 +24,7 @@ struct ServerOptions {
     std::string recordFolder;           // non-empty: a transcript per session there (host/app/Transcript.h)
     std::vector<std::string> http;      // the browser console's [ADDR:]PORT (host/app/Console.h)
     const struct Workspace* workspace = nullptr;  // what the console shows
+    bool stopOnHangup = true;           // SIGHUP stops the service as SIGTERM does (not when it came ignored: nohup)
 };
 
 // Refusals are logged at most once a second, with a count of those left out, so that a scanner

@@ -206,19 +206,26 @@ bool Write(const std::string& out) {
 // SIGINT, SIGTERM and SIGHUP (the terminal closed) end a session on standard input as the
 // input's end would: the answers due are written, the state is saved and the host exits with
 // status 0. They stay blocked except while the host waits for input, so that a signal is never
-// lost between the test and the wait.
+// lost between the test and the wait. A SIGHUP that came ignored (nohup) stays ignored.
 volatile sig_atomic_t gStopSignal = 0;
 
 void NoteStopSignal(int) { gStopSignal = 1; }
 
 // Returns the signal mask to wait with.
+bool HangupIgnored() {
+    struct sigaction current {};
+    return sigaction(SIGHUP, nullptr, &current) == 0 && current.sa_handler == SIG_IGN;
+}
+
 sigset_t CatchStopSignals() {
     struct sigaction action {};
     action.sa_handler = NoteStopSignal;
     sigemptyset(&action.sa_mask);
     sigset_t stops, waiting;
     sigemptyset(&stops);
+    const bool hangup = !HangupIgnored();
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        if (signal == SIGHUP && !hangup) continue;
         sigaction(signal, &action, nullptr);
         sigaddset(&stops, signal);
     }
@@ -372,6 +379,7 @@ int main(int argc, char** argv) {
         ServerOptions server;
         server.listen = options.listen;
         server.http = options.http;
+        server.stopOnHangup = !HangupIgnored();
         server.workspace = &workspace;
         server.conversation.framing = framing;
         if (options.maxLineGiven) server.conversation.maxLine = options.maxLine;

@@ -56,6 +56,11 @@ public:
         m_Port = m_Ports.empty() ? 0 : m_Ports.front();
     }
     ~Server() { Stop(); }
+    void Signal(int signal) { kill(m_Pid, signal); }
+    bool Running() {
+        int raw = 0;
+        return m_Pid > 0 && waitpid(m_Pid, &raw, WNOHANG) == 0;
+    }
     // Sends `signal`; the exit status.
     int Stop(int signal = SIGTERM) {
         if (m_Pid <= 0) return m_Status;
@@ -320,6 +325,18 @@ TEST(Network, TerminationSavesTheState) {
         EXPECT_NE(text.str().find("\"integer\": 77"), std::string::npos) << signal << text.str();
     }
     std::remove("e2e-net.wks");
+
+    // Started with SIGHUP ignored (nohup), the host keeps ignoring it.
+    signal(SIGHUP, SIG_IGN);
+    Server ignoring("");
+    signal(SIGHUP, SIG_DFL);
+    ignoring.Signal(SIGHUP);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    ASSERT_TRUE(ignoring.Running()) << ignoring.Log();
+    Client client(ignoring.Port());
+    client.Send("Lamp?\n");
+    EXPECT_EQ(client.Receive(3), "0\n\n") << "still serving after a hangup";
+    EXPECT_EQ(ignoring.Stop(), 0);
 }
 
 // A person at netcat: CR LF line ends, an empty line after every message's replies; the last
