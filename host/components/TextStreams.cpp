@@ -55,16 +55,19 @@ void AppendNumber(IVariant* variant, HOSTRecycledText& out) {
         return;
     }
     wchar_t buffer[kNumberBuffer];
-    // The fewest decimals, at most 9, that show the value: the scaled value is whole to within
-    // 1e-8, or a few units of its last binary place when those are larger, on either side. So 0.29
-    // (x 100 just short of 29) prints as 0.29 and 12345.6789 as 12345.6789.
+    // The fewest decimals, at most 9, that show the value: N decimals do when the number they
+    // write reads back as this very value (0.29 and 12345.6789 as typed, though neither times a
+    // power of ten is whole in binary), or when the value times 10^N lies less than 1e-8 above a
+    // whole number (0.1 + 0.2 as 0.3). An integer divided by an exact power of ten is rounded once,
+    // as reading the text would round it, so the comparison is exact.
     static constexpr double kPowers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+    const double magnitude = std::fabs(real);
     int decimals = 0;
     for (double whole = 0; decimals < 9 && std::isfinite(real); ++decimals) {
-        const double scaled = std::fabs(real) * kPowers[decimals];
-        const double fraction = std::modf(scaled, &whole);
-        const double tolerance = std::max(1e-8, scaled * 1e-15);
-        if (fraction < tolerance || fraction > 1 - tolerance) break;
+        const double scaled = magnitude * kPowers[decimals];
+        if (scaled >= 9007199254740992.0 || std::modf(scaled, &whole) < 1e-8 ||
+            std::round(scaled) / kPowers[decimals] == magnitude)
+            break;
     }
     int n = std::swprintf(buffer, kNumberBuffer, L"%.*f", decimals, real);
     if (n < 0) {
