@@ -2,7 +2,7 @@
 //   bit 0 clear: the bytes are a client's input. They are answered through a recorded
 //     conversation with a fresh protocol object; replaying that transcript against another fresh
 //     object must find every answer as recorded. Bit 1 requires a token, bit 2 adds a prompt after
-//     each answer, bits 3-4 pick the framing.
+//     each answer, bits 3-4 pick the framing, bit 5 turns the first-line guard off.
 //   bit 0 set: the bytes are a transcript file, perhaps hand-edited into anything. Its replay must
 //     end in one of its three outcomes, with a report when it is not "as recorded".
 // No host object may be left behind either way.
@@ -50,9 +50,11 @@ std::string Recorded() {
 
 void RecordAndReplay(std::string_view bytes, uint8_t choice) {
     ConversationOptions options;
-    options.framing = (choice >> 3) % 3 == 0 ? Framing::kText : (choice >> 3) % 3 == 1 ? Framing::kCounted : Framing::kRaw;
+    const int framing = (choice >> 3) & 3;
+    options.framing = framing == 0 ? Framing::kText : framing == 1 ? Framing::kCounted : Framing::kRaw;
     if (choice & 2) options.token = "t";
     if (choice & 4) options.afterAnswer = [](std::string& out) { out += "> "; };
+    options.guard = (choice & 32) == 0;
     {
         SmartPtr<ISuperCollection> names(HOSTNewCollection());
         CProtocolSession session;

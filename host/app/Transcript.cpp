@@ -100,8 +100,9 @@ std::unique_ptr<CTranscript> CTranscript::Open(const std::string& folder, const 
     const std::string path = folder + "/" + Stamp(true) + "-" + std::to_string(++sequence) + "-" + safePeer + ".wksrec";
     FILE* file = std::fopen(path.c_str(), "wx");
     if (file == nullptr) return error = path + ": " + std::strerror(errno), nullptr;
-    std::fprintf(file, "%s\n# framing %s\n# max-line %zu\n# peer %s\n%s", kHeader, FramingName(options.framing),
-                 options.maxLine, Escape(peer).c_str(), options.token.empty() ? "" : "# auth\n");
+    std::fprintf(file, "%s\n# framing %s\n# max-line %zu\n# peer %s\n%s%s", kHeader, FramingName(options.framing),
+                 options.maxLine, Escape(peer).c_str(), options.token.empty() ? "" : "# auth\n",
+                 options.guard ? "" : "# guard off\n");
     std::fflush(file);
     return std::unique_ptr<CTranscript>(new CTranscript(file, path));
 }
@@ -150,6 +151,7 @@ int ReplayTranscript(const std::string& path, const std::string& name, CProtocol
             else if (line.rfind("# framing ", 0) == 0)
                 return report = name + ":" + std::to_string(number) + ": unknown framing", 2;
             else if (line == "# auth") options.token = "*";  // an accepted AUTH line is recorded with "*"
+            else if (line == "# guard off") options.guard = false;  // standard input takes any first line
             else if (line.rfind("# max-line ", 0) == 0 && !MaxLine(line.substr(11), options.maxLine))
                 return report = name + ":" + std::to_string(number) + ": max-line is not a count of bytes", 2;
             continue;  // other remarks (the peer) are for the reader

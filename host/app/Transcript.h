@@ -6,6 +6,7 @@
 //   # max-line 65536             (the session's line limit in bytes)
 //   # peer 127.0.0.1:41234
 //   # auth                       (only when the session had to authenticate first)
+//   # guard off                  (standard input: a first line of another protocol is a message)
 //   2026-11-23T19:50:01.123+0000 > Lamp=1
 //   2026-11-23T19:50:01.123+0000 < \n
 // ">" is one message as it was received (without its line end), "<" the bytes sent in answer.

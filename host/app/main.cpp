@@ -103,7 +103,7 @@ int ParseOptions(int argc, char** argv, Options& options) {
         "show the prompt \"> \" when a message is done while the object's UsePrompt setting is on "
         "(default: only on a terminal)");
     app.add_flag("--no-prompt", options.noPrompt, "never show the prompt")->excludes(prompt);
-    app.add_option("--max-line", options.maxLine,
+    CLI::Option* maxLine = app.add_option("--max-line", options.maxLine,
                    "the longest line accepted, in bytes; a longer line is refused whole (default 1048576 on standard input, "
                    "65536 on the network; at most 268435456)")
         ->type_name("BYTES")
@@ -154,23 +154,23 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "network clients must first send \"AUTH <token>\", the token being the first line of FILE")
         ->type_name("FILE")
         ->check(NamesAFile());
-    app.add_option("--max-clients", options.maxClients, "network clients served at once; the next is refused (default 256)")
+    CLI::Option* maxClients = app.add_option("--max-clients", options.maxClients, "network clients served at once; the next is refused (default 256)")
         ->check(CLI::Range(static_cast<size_t>(1), static_cast<size_t>(65536)));
-    app.add_option("--idle-timeout", options.idleSeconds,
+    CLI::Option* idleTimeout = app.add_option("--idle-timeout", options.idleSeconds,
                    "close a network client silent for this many seconds (default 0: never; at most a year)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0u, 365u * 86400u));
-    app.add_option("--max-output", options.maxOutput,
+    CLI::Option* maxOutput = app.add_option("--max-output", options.maxOutput,
                    "bytes of answers waiting for a network client before its further input is held back (default "
                    "16777216)")
         ->type_name("BYTES")
         ->check(CLI::Range(static_cast<size_t>(1024), static_cast<size_t>(1) << 32));
-    app.add_option("--stall-timeout", options.stallSeconds,
+    CLI::Option* stallTimeout = app.add_option("--stall-timeout", options.stallSeconds,
                    "drop a network client whose input is held back and that takes none of its answers for this many "
                    "seconds (default 30)")
         ->type_name("SECONDS")
         ->check(CLI::Range(1u, 86400u));
-    app.add_option("--log-level", options.logLevel, "what the network service logs on standard error: debug, info "
+    CLI::Option* logLevel = app.add_option("--log-level", options.logLevel, "what the network service logs on standard error: debug, info "
                    "(connections; the default), warning or error")
         ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
     CLI::Option* record = app.add_option("--record", options.recordFolder,
@@ -182,9 +182,11 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "from the recorded ones (status 1 when they do)")
         ->type_name("FILE")
         ->check(NamesAFile());
-    // A replay runs the transcript's messages in its framing against the object (and --state, when
-    // given) and does nothing else.
-    for (CLI::Option* ignored : {returnStyle, usePrompt, importXml, exportXml, listen, http, framing, authFile, record})
+    // A replay runs the transcript's messages in its framing and under its line limit against the
+    // object (and --state, when given) and does nothing else.
+    // (--prompt and --no-prompt are let be: a replay shows no prompt either way.)
+    for (CLI::Option* ignored : {returnStyle, usePrompt, importXml, exportXml, listen, http, framing, authFile, record,
+                                 maxLine, maxClients, idleTimeout, maxOutput, stallTimeout, logLevel})
         replay->excludes(ignored);
     app.failure_message(FailureMessage);
     try {
