@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "host/collections/ComponentList.h"
+#include "host/collections/InterfaceMap.h"
 #include "host/collections/HostString.h"
 #include "host/collections/NameIndex.h"
 #include "host/collections/SuperCollection.h"
@@ -402,6 +403,39 @@ TEST_F(HostCore, CSVAndINIWriteOneEntryPerItem) {
 
 // A name is found without copying it, in lists short enough to scan and in hashed ones, across
 // the growth from one to the other; the first entry of a repeated name is the one found.
+// Two rows of an interface map may name one identifier for objects of different facets: the
+// first row that fits answers, in a map large enough to be hashed.
+struct InfoA : IObjectInfo {};
+struct InfoB : IObjectInfo {};
+class Faceted final : public InfoA, public InfoB, public CHostObject<Faceted> {
+public:
+    explicit Faceted(unsigned facets) : m_Facets(facets) {}
+    HOST_FORWARD_REFCOUNT
+    HRESULT QueryInterface(const IID& iid, void** object) override;
+    HRESULT GetName(int32_t, tagREFString*) override { return E_NOTIMPL; }
+    unsigned m_Facets;
+};
+constexpr HOSTInterfaceEntry<Faceted> kFacetedRows[] = {
+    HOSTAnswer<Faceted, InfoA>(IID_IString, 8),       HOSTAnswer<Faceted, InfoA>(IID_IObjectInfo, 1),
+    HOSTAnswer<Faceted, InfoB>(IID_IObjectInfo, 2 | 1), HOSTAnswer<Faceted, InfoB>(IID_IVariant, 8),
+};
+HRESULT Faceted::QueryInterface(const IID& iid, void** object) { return HOSTQueryInterface<kFacetedRows>(this, iid, object, m_Facets); }
+
+TEST(InterfaceMap, TheFirstRowThatFitsTheFacetsAnswers) {
+    const struct { unsigned facets; int row; } rows[] = {{1, 1}, {2, 2}, {3, 1}, {4, 0}};  // 0: none answers
+    for (const auto& row : rows) {
+        Faceted* object = new Faceted(row.facets);
+        void* found = reinterpret_cast<void*>(0x1);
+        const HRESULT hr = object->QueryInterface(IID_IObjectInfo, &found);
+        void* const want = row.row == 1 ? static_cast<void*>(static_cast<InfoA*>(object))
+                           : row.row == 2 ? static_cast<void*>(static_cast<InfoB*>(object)) : nullptr;
+        EXPECT_EQ(found, want) << row.facets;
+        EXPECT_EQ(hr, want ? S_OK : E_NOINTERFACE) << row.facets;
+        if (found) static_cast<IUnknown*>(found)->Release();
+        object->HostRelease();
+    }
+}
+
 TEST(NameIndex, FindsTheFirstEntryOfEveryName) {
     for (int count : {1, 8, 9, 40, 1000}) {
         std::vector<std::wstring> names;
