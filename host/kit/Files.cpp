@@ -41,11 +41,7 @@ std::string AbsolutePath(const std::string& path) {
     return std::string(folder) + "/" + path;
 }
 
-// Files read whole (a workspace, a state, a transcript, a token) are far smaller than this; a
-// device or pipe that never ends is refused once it has given this much.
-constexpr size_t kLargestRead = size_t{1} << 30;
-
-bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& error, bool* missing) {
+bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& error, bool* missing, size_t limit) {
     if (missing != nullptr) *missing = false;
     bytes.clear();
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -63,11 +59,11 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
         const ssize_t got = read(fd, buffer, sizeof buffer);
         if (got == 0) break;
         if (got > 0) {
-            if (bytes.size() + static_cast<size_t>(got) > kLargestRead) {
+            if (bytes.size() + static_cast<size_t>(got) > limit) {
                 close(fd);
                 bytes.clear();
                 bytes.shrink_to_fit();
-                return error = "larger than 1 GiB", false;
+                return error = "more than " + std::to_string(limit) + " bytes", false;
             }
             bytes.append(buffer, static_cast<size_t>(got));
         } else if (errno != EINTR) {

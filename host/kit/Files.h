@@ -1,6 +1,7 @@
 // Whole-file reading and crash-safe replacement, for the files a host reads and keeps.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -8,15 +9,22 @@
 // the same file after the program moves elsewhere.
 std::string AbsolutePath(const std::string& path);
 
-// Reads the file at `path` into `bytes`. False with `error` set to "cannot read: <reason>" or
-// "is a directory"; `missing` tells whether it failed only because there is no such file.
-bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& error, bool* missing = nullptr);
+// Files read whole (a workspace, a state, a transcript, a token) are far smaller than this; a
+// device or pipe that never ends is refused once it has given this much.
+constexpr size_t kLargestRead = size_t{1} << 30;
+
+// Reads the file at `path` (a pipe too) into `bytes`. False with `error` set to "cannot read:
+// <reason>", "is a directory" or "more than LIMIT bytes"; `missing` tells whether it failed only
+// because there is no such file.
+bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& error, bool* missing = nullptr,
+                   size_t limit = kLargestRead);
 
 // Replaces the file at `path` by `bytes` so that a crash at any moment leaves either the old file
 // or the new one, never a mix: the bytes go to a new file in the same folder, which is flushed to
 // disk, renamed over `path`, and then the folder itself is flushed. False with `error` set when any
 // step fails; the old file is then untouched and the temporary file removed.
 // A symbolic link is followed: its target is replaced and the link stays. A path that names a
-// device, a pipe or a socket (/dev/stdout, a FIFO) is written to as it is, never replaced; a
-// folder is refused.
+// descriptor of the process (/dev/stdout, /dev/fd/N, /proc/self/fd/N) is written through that
+// descriptor, where it stands; one that names a device, a pipe or a socket is written to as it
+// is, never replaced; a folder is refused.
 bool ReplaceFile(const std::string& path, std::string_view bytes, std::string& error);

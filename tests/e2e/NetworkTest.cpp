@@ -403,6 +403,16 @@ TEST(Network, RecordedSessionsReplay) {
     Output("printf 'Var1=123456789\\nVar1?\\n' | ./wks-host --max-line 8 --record e2e-rec 2>/dev/null", status);
     EXPECT_EQ(Output("grep -c '^# refused: a line of 14 bytes' e2e-rec/*stdin*; ./wks-host --replay e2e-rec/*stdin* >/dev/null", status), "1\n");
     EXPECT_EQ(status, 0);
+
+    // A transcript that cannot be written (here: over the file size limit) says so once; the
+    // session goes on.
+    std::system("rm -rf e2e-rec && mkdir e2e-rec");
+    const std::string said = Output("trap '' XFSZ; ulimit -f 1; { printf 'Var2='; head -c 3000 /dev/zero | tr '\\0' x; "
+                                    "printf '\\nVar2?\\nVar1?\\n'; } | ./wks-host --record e2e-rec 2>&1 >/dev/null",
+                                    status);
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(said.find("cannot write: File too large; the transcript ends here\n"), std::string::npos) << said;
+    EXPECT_EQ(said.find('\n'), said.size() - 1) << "said once: " << said;
     std::system("rm -rf e2e-rec e2e-other.toml e2e-token3");
 }
 

@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 
+#include "host/kit/Files.h"
 #include "support/Output.h"
 
 namespace {
@@ -145,6 +146,16 @@ TEST_F(StateFile, KillDuringSavesNeverLeavesAHalfWrittenFile) {
         ASSERT_EQ(status, 0) << "round " << round << ": " << reply;
         ASSERT_EQ(reply.rfind("Var1=", 0), 0u) << reply;
     }
+}
+
+// A file read whole may be a device, but one that never ends is refused at the limit.
+TEST(Files, ReadWholeStopsAtItsLimit) {
+    std::string bytes = "x", error;
+    EXPECT_TRUE(ReadWholeFile("/dev/null", bytes, error, nullptr, 100000)) << error;
+    EXPECT_TRUE(bytes.empty());
+    EXPECT_FALSE(ReadWholeFile("/dev/zero", bytes, error, nullptr, 100000));
+    EXPECT_EQ(error, "more than 100000 bytes");
+    EXPECT_TRUE(bytes.empty());
 }
 
 }  // namespace
