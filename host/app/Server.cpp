@@ -159,6 +159,7 @@ void CClient::Start() {
     Record(m_Service.Options(), m_Service.ClientConversation(), m_Conversation, m_Peer);
     asio::error_code ignored;
     m_Socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+    m_Socket.non_blocking(true, ignored);  // Write tries the socket at once and must not wait there
     ServerLog(LogLevel::kInfo, "%s connected", m_Peer.c_str());
     ArmIdle();
     Read();
@@ -220,18 +221,31 @@ void CClient::Send(std::string& out) {
 }
 
 void CClient::Write() {
-    if (m_Pending.empty() && m_Conversation.Paused() && !m_Ending) {
-        // Everything held back so far is sent: take up the input again.
-        const bool goOn = m_Conversation.Resume(m_Pending);
-        if (!goOn) m_Ending = true;
-        if (goOn && !m_Conversation.Paused()) Read();
-    } else if (m_Pending.empty() && m_HeldBack && !m_Ending) {
-        m_HeldBack = false;
-        Read();
-    }
-    if (m_Pending.empty()) {
-        if (m_Ending) Finish(m_Conversation.Ending().c_str());
-        return;
+    for (;;) {
+        if (m_Pending.empty() && m_Conversation.Paused() && !m_Ending) {
+            // Everything held back so far is sent: take up the input again.
+            const bool goOn = m_Conversation.Resume(m_Pending);
+            if (!goOn) m_Ending = true;
+            if (goOn && !m_Conversation.Paused()) Read();
+        } else if (m_Pending.empty() && m_HeldBack && !m_Ending) {
+            m_HeldBack = false;
+            Read();
+        }
+        if (m_Pending.empty()) {
+            if (m_Ending) Finish(m_Conversation.Ending().c_str());
+            return;
+        }
+        // The socket mostly takes the answers at once: they are written now, and only what it
+        // leaves waits for an asynchronous write.
+        asio::error_code error;
+        const size_t taken = m_Socket.write_some(asio::buffer(m_Pending), error);
+        if (error && error != asio::error::would_block && error != asio::error::try_again) return Finish("connection lost");
+        m_Written += taken;
+        if (taken < m_Pending.size()) {
+            m_Pending.erase(0, taken);
+            break;
+        }
+        m_Pending.clear();
     }
     m_Writing.swap(m_Pending);  // the two trade their room: neither grows again for ordinary answers
     asio::async_write(m_Socket, asio::buffer(m_Writing), [self = shared_from_this()](const asio::error_code& error, size_t) {
