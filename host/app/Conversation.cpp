@@ -48,7 +48,7 @@ void CConversation::AnswerSkipped(std::string& out) {
     if (m_Options.refused) m_Options.refused(m_Lines, m_Skipped);
     m_Skipping = false;
     m_Skipped = 0;
-    m_Block.Add("?");
+    m_Block.Add(out, "?");
     Answered(out);
 }
 
@@ -172,10 +172,11 @@ bool CConversation::Handle(std::string_view line, std::string& out) {
     }
     ++m_Messages;
     const HRESULT received = m_Object.Exchange(line.data(), line.size(), [&](const unsigned char* reply, int32_t length) {
-        m_Block.Add(std::string_view(reinterpret_cast<const char*>(reply), static_cast<size_t>(length)));
+        m_Block.Add(out, std::string_view(reinterpret_cast<const char*>(reply), static_cast<size_t>(length)));
     });
     if (m_AfterMessage) m_AfterMessage();
     if (received == E_BREAK) {
+        m_Block.Discard(out);
         m_Ending = "break";
         m_Over = true;
         return false;

@@ -13,13 +13,20 @@ void AppendCount(std::string& out, size_t count) {
 
 }  // namespace
 
-void CReplyBlock::Add(std::string_view reply) {
+void CReplyBlock::Begin(std::string& out) {
+    m_Start = out.size();
+    m_Count = 0;
+    if (m_Framing == Framing::kCounted) out += "+0\n";  // the count is written over at the end
+}
+
+void CReplyBlock::Add(std::string& out, std::string_view reply) {
+    if (m_Start == std::string::npos) Begin(out);
     ++m_Count;
     switch (m_Framing) {
         case Framing::kCounted:
-            AppendCount(m_Body, reply.size());
-            m_Body += ':';
-            m_Body += reply;
+            AppendCount(out, reply.size());
+            out += ':';
+            out += reply;
             break;
         case Framing::kText: {
             // Every line of the reply, ended as input lines are (LF, CR LF or a lone CR) and sent
@@ -29,30 +36,35 @@ void CReplyBlock::Add(std::string_view reply) {
             for (;;) {
                 const size_t end = reply.find_first_of("\r\n", start);
                 const std::string_view line = reply.substr(start, end == std::string_view::npos ? end : end - start);
-                m_Body += line.empty() ? std::string_view(" ") : line;
+                out += line.empty() ? std::string_view(" ") : line;
                 if (end == std::string_view::npos) break;
-                m_Body += '\n';
+                out += '\n';
                 start = end + (reply.compare(end, 2, "\r\n") == 0 ? 2 : 1);
             }
             break;
         }
         case Framing::kRaw:
-            m_Body += reply;
+            out += reply;
             break;
     }
-    m_Body += '\n';
+    out += '\n';
 }
 
 void CReplyBlock::Finish(std::string& out) {
+    if (m_Start == std::string::npos) Begin(out);
     if (m_Framing == Framing::kCounted) {
-        out += '+';
-        AppendCount(out, static_cast<size_t>(m_Count));
-        out += '\n';
+        char digits[24];
+        const size_t length = static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, m_Count).ptr - digits);
+        if (length == 1) out[m_Start + 1] = digits[0];
+        else out.replace(m_Start + 1, 1, digits, length);  // ten replies or more: the body moves up
     }
-    out += m_Body;
     if (m_Framing == Framing::kText) out += '\n';
-    m_Body.clear();
-    m_Count = 0;
+    m_Start = std::string::npos;
+}
+
+void CReplyBlock::Discard(std::string& out) {
+    if (m_Start != std::string::npos) out.resize(m_Start);
+    m_Start = std::string::npos;
 }
 
 void FrameError(Framing framing, std::string_view text, std::string& out) {

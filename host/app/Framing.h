@@ -23,18 +23,23 @@
 
 enum class Framing { kText, kCounted, kRaw };
 
-// Collects the replies to one message and writes them as one block.
+// Writes the replies to one message as one block, straight into the output.
 class CReplyBlock {
 public:
     explicit CReplyBlock(Framing framing) : m_Framing(framing) {}
-    void Add(std::string_view reply);
-    // Appends the block to `out` and starts a new one.
+    // Appends one reply to the block, which begins at the end of `out` with its first reply.
+    void Add(std::string& out, std::string_view reply);
+    // Ends the block in `out` (an empty one when nothing was added) and starts a new one.
     void Finish(std::string& out);
+    // Takes the block begun so far back out of `out`: the message gets no answer.
+    void Discard(std::string& out);
 
 private:
+    void Begin(std::string& out);
+
     Framing m_Framing;
     int m_Count = 0;
-    std::string m_Body;
+    size_t m_Start = std::string::npos;  // where the block begins in the output; npos: not begun
 };
 
 // Appends the host's error line.

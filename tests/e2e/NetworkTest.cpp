@@ -497,14 +497,27 @@ TEST(Network, TheIPv6WildcardTakesIPv4Clients) {
 }
 
 // The text framing sends a reply's line breaks of every kind as LF, and its empty lines as a
-// blank, so that a client cutting lines at a lone CR still sees the block end where it is.
-TEST(Network, TextBlocksEndOnlyAtTheirEmptyLine) {
+// blank, so that a client cutting lines at a lone CR still sees the block end where it is; blocks
+// are written into the output as it stands.
+TEST(Network, ReplyBlocksAreWrittenInPlace) {
     CReplyBlock block(Framing::kText);
-    block.Add("x\r\ry\n\nz\r\nw");
-    block.Add("");
-    std::string out;
+    std::string out = "before\n";
+    block.Add(out, "x\r\ry\n\nz\r\nw");
+    block.Add(out, "");
     block.Finish(out);
-    EXPECT_EQ(out, "x\n \ny\n \nz\nw\n \n\n");
+    EXPECT_EQ(out, "before\nx\n \ny\n \nz\nw\n \n\n");
+
+    // A counted block's header is written over at its end, wider when the count is; a discarded
+    // block leaves nothing behind.
+    CReplyBlock counted(Framing::kCounted);
+    std::string many = "+0\n";
+    for (int i = 0; i < 12; ++i) counted.Add(many, std::to_string(i));
+    counted.Finish(many);
+    EXPECT_EQ(many, "+0\n+12\n1:0\n1:1\n1:2\n1:3\n1:4\n1:5\n1:6\n1:7\n1:8\n1:9\n2:10\n2:11\n");
+    counted.Add(many, "gone");
+    counted.Discard(many);
+    counted.Finish(many);
+    EXPECT_EQ(many.substr(many.size() - 8), "2:11\n+0\n");
 }
 
 }  // namespace
