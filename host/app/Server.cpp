@@ -66,6 +66,7 @@ private:
     // Reading stopped because the answers waiting reached the output cap at the end of a read
     // (within a read, the conversation itself holds the rest back: Paused).
     bool m_HeldBack = false;
+    bool m_Reading = false;  // a read is under way: Read starts no second one
     bool m_Closed = false;
     uint64_t m_Written = 0;  // bytes the socket took, to tell a slow reader from one that stopped
 };
@@ -174,7 +175,11 @@ void CClient::ArmIdle() {
 }
 
 void CClient::Read() {
+    // Write may take up held-back input, and read again, while a read's answers are being written.
+    if (m_Reading) return;
+    m_Reading = true;
     m_Socket.async_read_some(asio::buffer(m_Buffer), [self = shared_from_this()](const asio::error_code& error, size_t n) {
+        self->m_Reading = false;
         if (self->m_Closed) return;
         if (error == asio::error::eof) {
             // The client is done sending; it may still read the answer to a last line without

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -456,6 +457,24 @@ TEST(Network, LargeAnswersWaitForAReaderInsteadOfPilingUp) {
     const std::string received = client.Receive(expected);
     ASSERT_EQ(received.size(), expected);
     EXPECT_EQ(received.compare(expected - block.size(), block.size(), block), 0);
+}
+
+// Input held back at the output cap is taken up again as the answers go out, however fast the
+// reader takes them: every answer comes once and in order.
+TEST(Network, InputHeldBackIsTakenUpInOrder) {
+    Server server("--max-output 65536 --framing counted");
+    Client client(server.Port());
+    std::string lines, expected;
+    for (int i = 0; i < 20000; ++i) {
+        const std::string value = std::to_string(i) + std::string(200, 'x');
+        lines += "Var2=" + value + "\nVar2?\n";
+        expected += "+0\n+1\n" + std::to_string(value.size() + 5) + ":Var2=" + value + "\n";
+    }
+    std::thread writer([&] { client.Send(lines); });
+    const std::string received = client.Receive(expected.size());
+    writer.join();
+    ASSERT_EQ(received.size(), expected.size());
+    EXPECT_TRUE(received == expected) << "the answers differ from byte " << std::mismatch(received.begin(), received.end(), expected.begin()).first - received.begin();
 }
 
 // Standard input served beside the network is the operator's: no token asked of it, a line over
