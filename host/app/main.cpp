@@ -71,8 +71,8 @@ CLI::Validator EndpointCheck() {
 // An option that names a file: an empty value (an unset shell variable, say) is refused rather
 // than taken for the option's absence, which for --auth-file would mean no token at all.
 CLI::Validator NamesAFile() {
-    return CLI::Validator([](std::string& text) { return text.empty() ? std::string("an empty value names no file") : std::string(); },
-                          "");
+    return CLI::Validator(
+        [](std::string& text) { return text.empty() ? std::string("an empty value names no file") : std::string(); }, "");
 }
 
 // CLI11's message, as every other message of the host begins.
@@ -154,7 +154,8 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "network clients must first send \"AUTH <token>\", the token being the first line of FILE")
         ->type_name("FILE")
         ->check(NamesAFile());
-    CLI::Option* maxClients = app.add_option("--max-clients", options.maxClients, "network clients served at once; the next is refused (default 256)")
+    CLI::Option* maxClients =
+        app.add_option("--max-clients", options.maxClients, "network clients served at once; the next is refused (default 256)")
         ->check(CLI::Range(static_cast<size_t>(1), static_cast<size_t>(65536)));
     CLI::Option* idleTimeout = app.add_option("--idle-timeout", options.idleSeconds,
                    "close a network client silent for this many seconds (default 0: never; at most a year)")
@@ -170,8 +171,9 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "seconds (default 30)")
         ->type_name("SECONDS")
         ->check(CLI::Range(1u, 86400u));
-    CLI::Option* logLevel = app.add_option("--log-level", options.logLevel, "what the network service logs on standard error: debug, info "
-                   "(connections; the default), warning or error")
+    CLI::Option* logLevel = app.add_option("--log-level", options.logLevel,
+                                           "what the network service logs on standard error: debug, info (connections; "
+                                           "the default), warning or error")
         ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
     CLI::Option* record = app.add_option("--record", options.recordFolder,
                    "write a transcript of every session (standard input included) into FOLDER, as it goes")
@@ -213,12 +215,12 @@ volatile sig_atomic_t gStopSignal = 0;
 
 void NoteStopSignal(int) { gStopSignal = 1; }
 
-// Returns the signal mask to wait with.
 bool HangupIgnored() {
     struct sigaction current {};
     return sigaction(SIGHUP, nullptr, &current) == 0 && current.sa_handler == SIG_IGN;
 }
 
+// Returns the signal mask to wait with.
 sigset_t CatchStopSignals() {
     struct sigaction action {};
     action.sa_handler = NoteStopSignal;
