@@ -29,11 +29,16 @@ std::string gFolder;  // where transcripts are written, one at a time
 
 [[noreturn]] void Fail(const char* what, const std::string& detail = std::string()) { FUZZFail("fuzz_transcript", what, detail); }
 
-// A fresh protocol object bound to an empty workspace, and its replay of the file at `path`.
-int Replay(const std::string& path, std::string& report) {
+// Opens `session` as a fresh protocol object bound to an empty workspace.
+void OpenFresh(CProtocolSession& session) {
     SmartPtr<ISuperCollection> names(HOSTNewCollection());
-    CProtocolSession session;
     if (!names || session.Open(*gHost, names.get()) != S_OK) Fail("the protocol object could not be made and bound");
+}
+
+// A fresh object's replay of the file at `path`.
+int Replay(const std::string& path, std::string& report) {
+    CProtocolSession session;
+    OpenFresh(session);
     return ReplayTranscript(path, "fuzz", session, report);
 }
 
@@ -56,9 +61,8 @@ void RecordAndReplay(std::string_view bytes, uint8_t choice) {
     if (choice & 4) options.afterAnswer = [](std::string& out) { out += "> "; };
     options.guard = (choice & 32) == 0;
     {
-        SmartPtr<ISuperCollection> names(HOSTNewCollection());
         CProtocolSession session;
-        if (!names || session.Open(*gHost, names.get()) != S_OK) Fail("the protocol object could not be made and bound");
+        OpenFresh(session);
         std::string error;
         std::unique_ptr<CTranscript> transcript = CTranscript::Open(gFolder, "fuzz", options, error);
         if (!transcript) Fail("no transcript: ", error);

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <ctime>
 #include <vector>
@@ -77,11 +78,9 @@ std::string Stamp(bool forFileName) {
 // The line limit the session had: a count of bytes from 1 to 256 MiB, as --max-line allows.
 bool MaxLine(std::string_view text, size_t& limit) {
     size_t value = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9' || value > (size_t{1} << 28)) return false;
-        value = value * 10 + static_cast<size_t>(c - '0');
-    }
-    if (text.empty() || value == 0 || value > (size_t{1} << 28)) return false;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (read.ec != std::errc() || read.ptr != text.data() + text.size() || value == 0 || value > (size_t{1} << 28))
+        return false;
     limit = value;
     return true;
 }

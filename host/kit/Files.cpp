@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -80,43 +81,40 @@ namespace {
 
 // The file a path names in the end: a symbolic link is followed (to a target that may not exist
 // yet), so that replacing the file replaces the link's target and keeps the link.
+// The path the symbolic link at `path` leads to, one step; false when `path` is no link.
+bool FollowLink(std::string& path) {
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) return false;
+    char target[PATH_MAX];
+    const ssize_t length = readlink(path.c_str(), target, sizeof target - 1);
+    if (length <= 0) return false;
+    const std::string next(target, static_cast<size_t>(length));
+    const size_t slash = path.rfind('/');
+    path = next.front() == '/' || slash == std::string::npos ? next : path.substr(0, slash + 1) + next;
+    return true;
+}
+
+constexpr int kMostLinks = 40;  // a loop of links ends somewhere
+
 std::string FinalPath(std::string path) {
-    for (int hops = 0; hops < 40; ++hops) {
-        struct stat status;
-        if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) return path;
-        char target[PATH_MAX];
-        const ssize_t length = readlink(path.c_str(), target, sizeof target - 1);
-        if (length <= 0) return path;
-        const std::string next(target, static_cast<size_t>(length));
-        const size_t slash = path.rfind('/');
-        path = next.front() == '/' || slash == std::string::npos ? next : path.substr(0, slash + 1) + next;
-    }
-    return path;  // a loop of links: the rename below replaces the last one seen
+    for (int hops = 0; hops < kMostLinks; ++hops)
+        if (!FollowLink(path)) break;
+    return path;  // after a loop of links, the rename below replaces the last one seen
 }
 
 // The descriptor a path such as /dev/stdout, /dev/fd/3 or /proc/self/fd/1 names, on the way
 // through its links; -1 for any other path. Such a file is written through the descriptor the
 // process already has, at its position, as a shell's redirection expects.
 int DescriptorNamed(std::string path) {
-    for (int hops = 0; hops < 40; ++hops) {
-        for (const char* folder : {"/dev/fd/", "/proc/self/fd/", "/proc/thread-self/fd/"}) {
-            const size_t length = std::strlen(folder);
-            if (path.size() <= length || path.compare(0, length, folder) != 0) continue;
-            int descriptor = 0;
-            for (size_t i = length; i < path.size(); ++i) {
-                if (path[i] < '0' || path[i] > '9' || descriptor > 1000000) return -1;
-                descriptor = descriptor * 10 + (path[i] - '0');
-            }
-            return descriptor;
+    for (int hops = 0; hops < kMostLinks; ++hops) {
+        for (const std::string_view folder : {"/dev/fd/", "/proc/self/fd/", "/proc/thread-self/fd/"}) {
+            if (path.compare(0, folder.size(), folder) != 0) continue;
+            int descriptor = -1;
+            const char* end = path.data() + path.size();
+            const auto read = std::from_chars(path.data() + folder.size(), end, descriptor);
+            return read.ec == std::errc() && read.ptr == end ? descriptor : -1;
         }
-        struct stat status;
-        if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) return -1;
-        char target[PATH_MAX];
-        const ssize_t length = readlink(path.c_str(), target, sizeof target - 1);
-        if (length <= 0) return -1;
-        const std::string next(target, static_cast<size_t>(length));
-        const size_t slash = path.rfind('/');
-        path = next.front() == '/' || slash == std::string::npos ? next : path.substr(0, slash + 1) + next;
+        if (!FollowLink(path)) return -1;
     }
     return -1;
 }
