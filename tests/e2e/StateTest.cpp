@@ -62,21 +62,16 @@ TEST_F(StateFile, SettingsAndParametersSurviveRestarts) {
 
 // A state file that is not one stops the host and is never overwritten.
 TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
-    const struct { const char* content; const char* problem; } rows[] = {
-        {"", "wks-host: "},
-        {"{\"format\":\"wks-folder\",\"version\":1,\"entries\":[", "wks-host: "},
-        {"{\"format\":\"other\",\"version\":1,\"entries\":[]}", "wks-host: "},
-        {"{\"format\":\"wks-folder\",\"version\":99,\"entries\":[]}", "wks-host: "},
-        {"\x89PNG\r\n", "wks-host: "},
-    };
-    for (const auto& row : rows) {
-        std::ofstream("e2e-state.wks", std::ios::binary) << row.content;
+    // Which texts the folder format refuses, and why, is the folder stream suite's; here, that the
+    // host stops on an empty file, a cut one and one that is no text at all.
+    for (const char* content : {"", "{\"format\":\"wks-folder\",\"version\":1,\"entries\":[", "\x89PNG\r\n"}) {
+        std::ofstream("e2e-state.wks", std::ios::binary) << content;
         int status = -1;
         const std::string output = RunHost("--state e2e-state.wks", "Var1=1\n", status);
-        EXPECT_EQ(status, 1) << row.content;
-        EXPECT_EQ(output.rfind(std::string("wks-host: ") , 0), 0u) << output;
+        EXPECT_EQ(status, 1) << content;
+        EXPECT_EQ(output.rfind("wks-host: ", 0), 0u) << output;
         EXPECT_NE(output.find("e2e-state.wks: "), std::string::npos) << output;
-        EXPECT_EQ(Contents("e2e-state.wks"), row.content) << "untouched";
+        EXPECT_EQ(Contents("e2e-state.wks"), content) << "untouched";
     }
     std::ofstream("e2e-params.xml") << "<wks><Var1>1</Var1>";
     int status = -1;
