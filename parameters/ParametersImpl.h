@@ -256,10 +256,10 @@ public:
     // text goes to Write whole, as the module's 32-bit wide characters (4 bytes a character), so a
     // stream never receives half of one. Always 0; a stream that is no CSV stream gets nothing.
     HRESULT Params_SaveCSV(IDataStream* stream, int32_t mode) override {
-        SmartPtr<ICSVStream> csv = QueryAs<ICSVStream>(stream, IID_ICSVStream);
-        if (!csv) return S_OK;
+        // Only a CSV stream is written to, and through the data stream it was handed as.
+        if (!QueryAs<ICSVStream>(stream, IID_ICSVStream)) return S_OK;
         auto write = [&](const tagREFString& text) {
-            if (text.length > 0) csv->Write(text.text, text.length * static_cast<int32_t>(sizeof(wchar_t)), 0);
+            if (text.length > 0) stream->Write(text.text, text.length * static_cast<int32_t>(sizeof(wchar_t)), 0);
         };
         bool first = true;
         for (int32_t i = 0; i < m_Count; ++i) {

@@ -156,7 +156,10 @@ HRESULT CWKSProtocol::GetPages(int32_t, INamedCollection** pages, IUnknown**) {
         SmartPtr<IString> text = WideName(page);
         list->Add(nullptr, text.get(), 0, 0);
     }
-    *pages = list.Detach();
+    // The list is handed out as the named collection it answers for, in case the host keeps that
+    // view apart from the super collection; a collection that does not say is one by derivation.
+    SmartPtr<INamedCollection> named = QueryAs<INamedCollection>(list.get(), IID_INamedCollection);
+    *pages = named ? named.Detach() : list.Detach();
     return S_OK;
 }
 
