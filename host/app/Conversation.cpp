@@ -117,7 +117,8 @@ bool CConversation::Consume(std::string_view bytes, std::string& out) {
             if (start == bytes.size()) m_SkipLf = true;  // its LF may come with the next read
             else if (bytes[start] == '\n') ++start;
         }
-        if (m_Options.pauseAt != 0 && out.size() >= m_Options.pauseAt && start < bytes.size()) {
+        if (start < bytes.size() && ((m_Options.pauseAt != 0 && out.size() >= m_Options.pauseAt) ||
+                                     (m_Options.holdInput && m_Options.holdInput()))) {
             m_Backlog.assign(bytes.substr(start));
             return true;
         }

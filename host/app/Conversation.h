@@ -34,6 +34,9 @@ struct ConversationOptions {
     std::function<void(uint64_t line, uint64_t bytes)> refused;
     // Appends what follows every message's answer (the prompt of an interactive session).
     std::function<void(std::string& out)> afterAnswer;
+    // Asked after every line: true holds the rest of the input back, as a pause does (a stop was
+    // asked for, and no further line is to be handled).
+    std::function<bool()> holdInput;
 };
 
 class CConversation {

@@ -12,6 +12,7 @@
 
 #include <asio.hpp>
 #include <chrono>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
@@ -125,11 +126,15 @@ private:
     ConversationOptions m_ClientOptions;
     // Standard input is read by a thread of its own with blocking reads, which it posts to the
     // loop: the loop never makes the terminal's (shared) file non-blocking, and a terminal that
-    // waits for a person never holds the loop up. `open` is cleared, under the lock, when the
-    // loop no longer wants the bytes; the thread posts nothing after that.
+    // waits for a person never holds the loop up. One read at a time: the thread reads again only
+    // once the loop has handled what it posted, so that a flood of input neither piles up in
+    // memory nor keeps the loop from its clients and signals. `open` is cleared, under the lock,
+    // when the loop no longer wants the bytes; the thread posts nothing after that.
     struct StdinFeed {
         std::mutex lock;
+        std::condition_variable handled;
         bool open = true;
+        bool posted = false;  // a read waits for the loop
     };
     std::shared_ptr<StdinFeed> m_StdinFeed;
     std::unique_ptr<CConversation> m_StdinConversation;
@@ -363,16 +368,24 @@ void CService::ServeStdin() {
             if (n < 0 && errno == EINTR) continue;
             chunk.resize(n > 0 ? static_cast<size_t>(n) : 0);
             const bool end = n <= 0;
-            std::lock_guard<std::mutex> hold(feed->lock);
+            std::unique_lock<std::mutex> hold(feed->lock);
             if (!feed->open) return;
+            feed->posted = true;
             asio::post(m_Io, [this, bytes = std::move(chunk), end] { HandleStdin(bytes, end); });
             if (end) return;
+            feed->handled.wait(hold, [&] { return !feed->posted || !feed->open; });
+            if (!feed->open) return;
         }
     }).detach();
 }
 
 void CService::HandleStdin(const std::string& bytes, bool end) {
     if (!m_StdinConversation) return;
+    if (m_StdinFeed) {
+        std::lock_guard<std::mutex> hold(m_StdinFeed->lock);
+        m_StdinFeed->posted = false;  // the bytes are taken: the thread may read on meanwhile
+        m_StdinFeed->handled.notify_one();
+    }
     std::string out;
     const bool goOn = !end && m_StdinConversation->Feed(bytes, out);
     if (end) m_StdinConversation->End(out);
@@ -388,6 +401,7 @@ void CService::CloseStdin() {
     if (m_StdinFeed) {
         std::lock_guard<std::mutex> hold(m_StdinFeed->lock);
         m_StdinFeed->open = false;
+        m_StdinFeed->handled.notify_one();
     }
     m_StdinFeed.reset();
 }

@@ -208,9 +208,11 @@ bool Write(const std::string& out) {
 }
 
 // SIGINT, SIGTERM and SIGHUP (the terminal closed) end a session on standard input as the
-// input's end would: the answers due are written, the state is saved and the host exits with
-// status 0. They stay blocked except while the host waits for input, so that a signal is never
-// lost between the test and the wait. A SIGHUP that came ignored (nohup) stays ignored.
+// input's end would: no further line is handled, the answers due are written, the state is saved
+// and the host exits with status 0. The handler only notes the signal, at any moment (the
+// conversation asks after every line); around the test before a wait for input the signals are
+// blocked, and the wait unblocks them, so that one is never lost between the test and the wait.
+// A SIGHUP that came ignored (nohup) stays ignored.
 volatile sig_atomic_t gStopSignal = 0;
 
 void NoteStopSignal(int) { gStopSignal = 1; }
@@ -220,12 +222,13 @@ bool HangupIgnored() {
     return sigaction(SIGHUP, nullptr, &current) == 0 && current.sa_handler == SIG_IGN;
 }
 
-// Returns the signal mask to wait with.
+// The signals that stop the session.
 sigset_t CatchStopSignals() {
     struct sigaction action {};
     action.sa_handler = NoteStopSignal;
+    action.sa_flags = SA_RESTART;  // reading and writing go on; only the wait for input ends
     sigemptyset(&action.sa_mask);
-    sigset_t stops, waiting;
+    sigset_t stops;
     sigemptyset(&stops);
     const bool hangup = !HangupIgnored();
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
@@ -233,9 +236,8 @@ sigset_t CatchStopSignals() {
         sigaction(signal, &action, nullptr);
         sigaddset(&stops, signal);
     }
-    sigprocmask(SIG_BLOCK, &stops, &waiting);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigdelset(&waiting, signal);
-    return waiting;
+    sigprocmask(SIG_UNBLOCK, &stops, nullptr);  // even when they came blocked
+    return stops;
 }
 
 constexpr size_t kStdinRead = 65536;
@@ -245,11 +247,15 @@ struct StdinRead {
     bool stop = false;  // a stop signal came
 };
 
-StdinRead ReadStdin(char* buffer, const sigset_t& waiting) {
+StdinRead ReadStdin(char* buffer, const sigset_t& stops) {
     for (;;) {
-        if (gStopSignal) return StdinRead{0, true};
+        sigset_t running;  // the stop signals are not blocked in it
+        sigprocmask(SIG_BLOCK, &stops, &running);
+        const bool stop = gStopSignal != 0;
         pollfd input{STDIN_FILENO, POLLIN, 0};
-        if (ppoll(&input, 1, nullptr, &waiting) < 0 && errno == EINTR) continue;
+        if (!stop) ppoll(&input, 1, nullptr, &running);  // a stop signal ends the wait
+        sigprocmask(SIG_SETMASK, &running, nullptr);
+        if (stop || gStopSignal) return StdinRead{0, true};
         const ssize_t got = read(STDIN_FILENO, buffer, kStdinRead);
         if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         return StdinRead{got > 0 ? static_cast<size_t>(got) : 0, false};
@@ -422,15 +428,16 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "wks-host: --record: %s\n", error.c_str());
         return 1;
     }
+    stdinOptions.holdInput = [] { return gStopSignal != 0; };
     CConversation conversation(session, stdinOptions, [&] { saveState(); });
     if (transcript) conversation.Record(std::move(transcript));
-    const sigset_t waiting = CatchStopSignals();
+    const sigset_t stops = CatchStopSignals();
     std::vector<char> buffer(kStdinRead);
     std::string out;
     prompt(out);
     for (bool goOn = Write(out); goOn;) {
         out.clear();
-        const StdinRead read = ReadStdin(buffer.data(), waiting);
+        const StdinRead read = ReadStdin(buffer.data(), stops);
         if (read.stop) break;
         if (read.bytes == 0) {
             conversation.End(out);

@@ -115,6 +115,20 @@ TEST_F(StateFile, LinksPipesAndSignalsKeepWhatTheUserNamed) {
     std::remove("e2e-fifo");
 }
 
+// A stop signal ends a session whose input never pauses, on its own and beside a network service
+// (whose loop must not fall behind a flood of standard input): status 0, the state saved.
+TEST_F(StateFile, SignalsStopSessionsWhoseInputNeverPauses) {
+    for (const char* options : {"", "--listen 127.0.0.1:0 "}) {
+        std::remove("e2e-state.wks");
+        int status = -1;
+        Output(std::string("yes Var1=7 | timeout -k 5 --preserve-status -s TERM 1 ./wks-host --no-prompt ") + options +
+                   "--state e2e-state.wks >/dev/null 2>&1",
+               status);
+        EXPECT_EQ(status, 0) << options << "(137: it had to be killed)";
+        EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1?\n", status), "Var1=7\n") << options;
+    }
+}
+
 // The host killed at any moment while it saves leaves a file that loads: the old state or the new.
 TEST_F(StateFile, KillDuringSavesNeverLeavesAHalfWrittenFile) {
     std::remove("e2e-state.wks");
