@@ -1,6 +1,7 @@
 // wks-host: loads WKSProtocol.so as a host does, binds it to a workspace and runs a session on
 // standard input. Each line read is one message; each reply is written on a line of its own;
 // "?" answers a failed command; a message beginning with "Break" ends the session.
+#include <langinfo.h>
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
@@ -276,7 +278,11 @@ int main(int argc, char** argv) {
     for (std::string* path :
          {&options.state, &options.importXml, &options.exportXml, &options.authFile, &options.recordFolder, &options.replay})
         *path = AbsolutePath(*path);
-    std::setlocale(LC_ALL, "");  // the host owns the locale; the module decodes under it
+    // The host owns the locale; the module decodes and encodes text under it. An environment that
+    // names none, or plain C/POSIX (a service manager, cron, env -i), would leave characters at
+    // ASCII and every other character of a client's text lost: such a host reads and writes UTF-8.
+    std::setlocale(LC_ALL, "");
+    if (std::strcmp(nl_langinfo(CODESET), "ANSI_X3.4-1968") == 0) std::setlocale(LC_CTYPE, "C.UTF-8");
 
     // Files named on the command line are read from where the user started the program.
     Workspace workspace;

@@ -60,6 +60,14 @@ TEST_F(StateFile, SettingsAndParametersSurviveRestarts) {
     EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1?\n", status), "Var1=7\n") << "the import was kept";
 }
 
+// An environment without a locale (a service manager, cron) still keeps every character.
+TEST_F(StateFile, TextKeepsItsCharactersWithoutALocale) {
+    int status = -1;
+    EXPECT_EQ(Output("printf 'Var2=Gr\\303\\274\\303\\237e\\nVar2?\\n' | env -i ./wks-host --no-prompt", status),
+              "Var2=Gr\xc3\xbc\xc3\x9f" "e\n");
+    EXPECT_EQ(status, 0);
+}
+
 // A state file that is not one stops the host and is never overwritten.
 TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
     // Which texts the folder format refuses, and why, is the folder stream suite's; here, that the
