@@ -4,6 +4,7 @@
 #include <langinfo.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -264,6 +265,13 @@ StdinRead ReadStdin(char* buffer, const sigset_t& stops) {
     }
 }
 
+// True when `a` and `b` name one existing file, however each names it.
+bool SameFile(const std::string& a, const std::string& b) {
+    struct stat first {}, second {};
+    return !a.empty() && !b.empty() && stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -278,6 +286,14 @@ int main(int argc, char** argv) {
     for (std::string* path :
          {&options.state, &options.importXml, &options.exportXml, &options.authFile, &options.recordFolder, &options.replay})
         *path = AbsolutePath(*path);
+    // The export is written over whatever its file held: never over a file the host reads.
+    for (const auto& [read, option] : {std::pair{&options.state, "--state"}, {&options.workspace, "--workspace"},
+                                       {&options.authFile, "--auth-file"}, {&options.replay, "--replay"}}) {
+        if (!SameFile(options.exportXml, *read)) continue;
+        std::fprintf(stderr, "wks-host: --export-xml: %s is the file of %s, which the export would overwrite\n",
+                     shown.exportXml.c_str(), option);
+        return 2;
+    }
     // The host owns the locale; the module decodes and encodes text under it. An environment that
     // names none, or plain C/POSIX (a service manager, cron, env -i), would leave characters at
     // ASCII and every other character of a client's text lost: such a host reads and writes UTF-8.

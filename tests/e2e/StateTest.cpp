@@ -85,6 +85,13 @@ TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
     int status = -1;
     EXPECT_NE(RunHost("--import-xml e2e-params.xml", "", status).find("e2e-params.xml: "), std::string::npos);
     EXPECT_EQ(status, 1);
+    // The export is never written over a file the host reads, however the two names are written.
+    RunHost("--state e2e-state.wks", "Var1=1\n", status);
+    const std::string saved = Contents("e2e-state.wks");
+    EXPECT_NE(RunHost("--state e2e-state.wks --export-xml ./e2e-state.wks", "", status).find("is the file of --state"),
+              std::string::npos);
+    EXPECT_EQ(status, 2);
+    EXPECT_EQ(Contents("e2e-state.wks"), saved);
 }
 
 // A link is followed (its target is replaced, the link stays), a pipe is written to, never
