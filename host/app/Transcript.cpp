@@ -96,8 +96,16 @@ std::unique_ptr<CTranscript> CTranscript::Open(const std::string& folder, const 
     static std::atomic<unsigned> sequence{0};
     std::string safePeer;
     for (char c : peer) safePeer += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-    const std::string path = folder + "/" + Stamp(true) + "-" + std::to_string(++sequence) + "-" + safePeer + ".wksrec";
-    FILE* file = std::fopen(path.c_str(), "wx");
+    // Another host recording into the folder may have taken the name in the same millisecond:
+    // the next number is tried then.
+    const std::string stamp = Stamp(true);
+    std::string path;
+    FILE* file = nullptr;
+    for (int attempt = 0; file == nullptr && attempt < 1000; ++attempt) {
+        path = folder + "/" + stamp + "-" + std::to_string(++sequence) + "-" + safePeer + ".wksrec";
+        file = std::fopen(path.c_str(), "wx");
+        if (file == nullptr && errno != EEXIST) break;
+    }
     if (file == nullptr) return error = path + ": " + std::strerror(errno), nullptr;
     std::fprintf(file, "%s\n# framing %s\n# max-line %zu\n# peer %s\n%s%s", kHeader, FramingName(options.framing),
                  options.maxLine, Escape(peer).c_str(), options.token.empty() ? "" : "# auth\n",
