@@ -197,6 +197,9 @@ void CClient::Read() {
         if (error) return self->Finish("connection lost");
         self->ArmIdle();
         const bool goOn = self->m_Conversation.Feed(std::string_view(self->m_Buffer, n), self->m_Pending);
+        ServerLog(LogLevel::kDebug, "%s: %zu bytes read, %llu messages so far, %zu bytes of answers to send",
+                  self->m_Peer.c_str(), n, static_cast<unsigned long long>(self->m_Conversation.Messages()),
+                  self->m_Pending.size());
         if (!goOn) {
             self->m_Ending = true;
             const std::string& why = self->m_Conversation.Ending();

@@ -218,7 +218,7 @@ TEST(Network, LinesAreCutAtEveryKindOfLineEnd) {
 // Clients at once, each answered in its own order; Break closes only its own connection; the
 // text framing ends every block with an empty line.
 TEST(Network, ClientsAreServedApartAndBreakClosesOnlyItsOwn) {
-    Server server("");
+    Server server("--log-level debug");
     std::vector<std::unique_ptr<Client>> clients;
     for (int i = 0; i < 20; ++i) clients.push_back(std::make_unique<Client>(server.Port()));
     for (int i = 0; i < 20; ++i) ASSERT_TRUE(clients[i]->Send("Lamp?\nStation.Feeder?\n"));
@@ -228,6 +228,9 @@ TEST(Network, ClientsAreServedApartAndBreakClosesOnlyItsOwn) {
     EXPECT_TRUE(clients[0]->Closed());
     ASSERT_TRUE(clients[1]->Send("Lamp?\n"));
     EXPECT_EQ(clients[1]->Receive(3), "1\n\n") << "one object for every client";
+    server.Stop();
+    EXPECT_NE(server.Log().find(": 6 bytes read, 3 messages so far, 3 bytes of answers to send"), std::string::npos)
+        << server.Log();
 }
 
 // The first line decides: a token when one is required, and never another protocol's opening.
