@@ -31,9 +31,16 @@ bool CConversation::Refuse(const char* why, std::string& out) {
     return false;
 }
 
+bool CConversation::RefuseInput(const char* why, std::string& out) {
+    const size_t before = out.size();
+    Refuse(why, out);
+    if (m_Transcript) m_Transcript->Answer(std::string_view(out).substr(before));
+    return false;
+}
+
 bool CConversation::TooLong(size_t length, std::string& out) {
     if (m_Transcript) m_Transcript->Refused("a line of " + std::to_string(m_Partial.size() + length) + " bytes or more");
-    if (!m_Options.skipLongLines) return Refuse("line too long", out);
+    if (!m_Options.skipLongLines) return RefuseInput("line too long", out);
     m_First = false;  // a line was seen: what follows it is no other protocol's opening
     m_Skipping = true;
     m_Skipped = m_Partial.size() + length;
@@ -48,8 +55,10 @@ void CConversation::AnswerSkipped(std::string& out) {
     if (m_Options.refused) m_Options.refused(m_Lines, m_Skipped);
     m_Skipping = false;
     m_Skipped = 0;
+    const size_t before = out.size();
     m_Block.Add(out, "?");
     Answered(out);
+    if (m_Transcript) m_Transcript->Answer(std::string_view(out).substr(before, m_AnswerEnd - before));
 }
 
 void CConversation::Answered(std::string& out) {
@@ -71,7 +80,7 @@ bool CConversation::Consume(std::string_view bytes, std::string& out) {
     // A TLS handshake begins with a record of type 22: no line end may ever come.
     if (m_Options.guard && m_First && m_Partial.empty() && !bytes.empty() && bytes[0] == 0x16) {
         if (m_Transcript) m_Transcript->Refused("a TLS handshake");
-        return Refuse("this is a line protocol, not TLS", out);
+        return RefuseInput("this is a line protocol, not TLS", out);
     }
     size_t start = 0;
     if (m_SkipLf && !bytes.empty() && bytes[0] == '\n') start = 1;

@@ -71,6 +71,8 @@ private:
     bool Line(std::string_view line, std::string& out);
     bool Handle(std::string_view line, std::string& out);
     bool Refuse(const char* why, std::string& out);
+    // Refuses input that never became a message: the transcript keeps the answer after its remark.
+    bool RefuseInput(const char* why, std::string& out);
     // A line over the limit: the conversation's end, or with skipLongLines the start of skipping it.
     bool TooLong(size_t length, std::string& out);
     void AnswerSkipped(std::string& out);
