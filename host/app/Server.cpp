@@ -25,10 +25,9 @@ namespace {
 LogLevel gLogLevel = LogLevel::kInfo;
 constexpr size_t kReadSize = 64 * 1024;
 
-std::string Peer(const asio::ip::tcp::socket& socket) {
-    asio::error_code ignored;
-    const asio::ip::tcp::endpoint peer = socket.remote_endpoint(ignored);
-    if (ignored) return "unknown peer";
+// The peer as accepting the connection named it (a client that reset at once has no remote
+// address left to ask the socket for).
+std::string Peer(const asio::ip::tcp::endpoint& peer) {
     const std::string address = peer.address().to_string();
     return (peer.address().is_v6() ? "[" + address + "]" : address) + ":" + std::to_string(peer.port());
 }
@@ -39,7 +38,7 @@ class CService;
 // the client whose unread answers pass the output cap.
 class CClient : public std::enable_shared_from_this<CClient> {
 public:
-    CClient(CService& service, asio::ip::tcp::socket socket);
+    CClient(CService& service, asio::ip::tcp::socket socket, std::string peer);
     void Start();
     void Close();
 
@@ -142,13 +141,13 @@ private:
 
 constexpr auto kSavePause = std::chrono::milliseconds(100);
 
-CClient::CClient(CService& service, asio::ip::tcp::socket socket)
+CClient::CClient(CService& service, asio::ip::tcp::socket socket, std::string peer)
     : m_Service(service),
       m_Socket(std::move(socket)),
       m_Idle(service.Io()),
       m_Stall(service.Io()),
       m_Conversation(service.Object(), service.ClientConversation(), service.AfterMessage()),
-      m_Peer(Peer(m_Socket)) {}
+      m_Peer(std::move(peer)) {}
 
 // Records `conversation` when the service records sessions; a failure is logged, never fatal.
 void Record(const ServerOptions& options, const ConversationOptions& conversationOptions, CConversation& conversation,
@@ -319,7 +318,8 @@ bool CService::Listen(std::string& error) {
 }
 
 void CService::Accept(asio::ip::tcp::acceptor& acceptor) {
-    acceptor.async_accept([this, &acceptor](const asio::error_code& error, asio::ip::tcp::socket socket) {
+    auto peer = std::make_shared<asio::ip::tcp::endpoint>();
+    acceptor.async_accept(*peer, [this, &acceptor, peer](const asio::error_code& error, asio::ip::tcp::socket socket) {
         if (!acceptor.is_open()) return;
         if (!error) {
             if (m_Clients.size() >= m_Options.maxClients) {
@@ -328,11 +328,11 @@ void CService::Accept(asio::ip::tcp::acceptor& acceptor) {
                 asio::error_code ignored;
                 socket.non_blocking(true, ignored);
                 asio::write(socket, asio::buffer(out), ignored);
-                ServerLog(LogLevel::kWarn, "refused %s: already %zu clients (--max-clients)", Peer(socket).c_str(),
+                ServerLog(LogLevel::kWarn, "refused %s: already %zu clients (--max-clients)", Peer(*peer).c_str(),
                           m_Clients.size());
                 socket.close(ignored);
             } else {
-                auto client = std::make_shared<CClient>(*this, std::move(socket));
+                auto client = std::make_shared<CClient>(*this, std::move(socket), Peer(*peer));
                 m_Clients.insert(client);
                 client->Start();
             }
