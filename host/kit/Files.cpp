@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -51,10 +52,17 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
         return error = Reason("cannot read"), false;
     }
     struct stat status;
-    if (fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+    const bool known = fstat(fd, &status) == 0;
+    if (known && S_ISDIR(status.st_mode)) {
         close(fd);
         return error = "is a directory", false;
     }
+    // A regular file's size is known before reading it; a pipe or device is counted as it comes.
+    if (known && S_ISREG(status.st_mode) && static_cast<uint64_t>(status.st_size) > limit) {
+        close(fd);
+        return error = "more than " + std::to_string(limit) + " bytes", false;
+    }
+    if (known && S_ISREG(status.st_mode)) bytes.reserve(static_cast<size_t>(status.st_size));
     char buffer[65536];
     for (;;) {
         const ssize_t got = read(fd, buffer, sizeof buffer);
