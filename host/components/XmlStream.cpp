@@ -26,9 +26,10 @@ constexpr char kRootName[] = "wks";
 constexpr char kVersion[] = "1";
 // Line ends are kept as written (no parse_eol), and an element holding only blanks keeps them;
 // blanks between elements are indentation and are dropped. Parsed as a fragment so that text
-// outside the root element is kept, and refused, rather than silently dropped.
-constexpr unsigned kParseOptions =
-    (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single | pugi::parse_fragment;
+// outside the root element is kept, and refused, rather than silently dropped; so is a document
+// type declaration, whose entities pugixml would leave unexpanded.
+constexpr unsigned kParseOptions = (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single |
+                                   pugi::parse_fragment | pugi::parse_doctype;
 constexpr char32_t kReplacement = 0xFFFD;
 constexpr int kMaxObjectDepth = 64;
 
@@ -264,20 +265,30 @@ pugi::xml_node FindBadReference(pugi::xml_node root) {
 }
 
 // The problem with a parsed document's top level, or empty when it is one <wks version="1">.
-std::string CheckRoot(const pugi::xml_document& xml) {
+// What keeps the document from being one of ours, with where it is; empty when it is one.
+std::string CheckRoot(const pugi::xml_document& xml, std::string_view utf8) {
+    auto at = [&](const pugi::xml_node& node) {
+        const ptrdiff_t offset = node.offset_debug();
+        return " at " + Where(utf8, offset < 0 ? utf8.size() : static_cast<size_t>(offset));
+    };
     int elements = 0;
     for (pugi::xml_node child = xml.first_child(); child; child = child.next_sibling()) {
         if (child.type() == pugi::node_element)
             ++elements;
+        else if (child.type() == pugi::node_doctype)
+            return "a document type declaration, whose entities would not be expanded," + at(child);
         else if (IsText(child))
-            return "text outside the root element";
+            return "text outside the root element" + at(child);
     }
-    if (elements != 1) return std::to_string(elements) + " top-level elements; the document has one, <wks version=\"1\">";
+    if (elements == 0) return "no root element; the document has one, <wks version=\"1\">" + at(pugi::xml_node());
     const pugi::xml_node root = xml.document_element();
-    if (std::strcmp(root.name(), kRootName) != 0) return "the root element is not <wks version=\"1\">";
+    if (elements != 1)
+        return std::to_string(elements) + " top-level elements; the document has one, <wks version=\"1\">" +
+               at(root.next_sibling(root.name()) ? root.next_sibling(root.name()) : root);
+    if (std::strcmp(root.name(), kRootName) != 0) return "the root element is not <wks version=\"1\">" + at(root);
     const pugi::xml_attribute version = root.attribute("version");
     if (!version || std::strcmp(version.value(), kVersion) != 0)
-        return "the root element <wks> has not version=\"1\"";
+        return "the root element <wks> has not version=\"1\"" + at(root);
     return std::string();
 }
 
@@ -585,7 +596,7 @@ IXMLStream* HOSTXMLStreamFromText(std::string_view utf8, std::string& problem) {
             problem = std::string(parsed.description()) + " at " + Where(utf8, static_cast<size_t>(parsed.offset));
             return E_FAIL;
         }
-        problem = CheckRoot(document->xml);
+        problem = CheckRoot(document->xml, utf8);
         if (!problem.empty()) return E_FAIL;
         DropLayoutBlanks(document->xml);
         // The references, as written, from a second reading that leaves them alone.

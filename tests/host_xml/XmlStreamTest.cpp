@@ -323,15 +323,16 @@ TEST_F(XmlStream, MalformedDocumentsAreRefusedWithWhereAndWhy) {
         std::string text;
         const char* problem;  // a part of the problem's text
     } rows[] = {
-        {"Empty", "", "0 top-level elements"},
-        {"Only blanks", " \n ", "top-level"},
+        {"Empty", "", "no root element"},
+        {"Only blanks", " \n ", "no root element"},
         {"Unclosed root", "<wks version=\"1\">\n  <A>", "line 2"},
         {"Mismatched tags", "<wks version=\"1\"><A></B></wks>", "Start-end tags mismatch"},
-        {"Other root", "<other version=\"1\"/>", "not <wks version=\"1\">"},
+        {"Other root", "<other version=\"1\"/>", "not <wks version=\"1\"> at offset 1"},
         {"No version", "<wks/>", "version=\"1\""},
         {"Wrong version", "<wks version=\"2\"/>", "version=\"1\""},
-        {"Two roots", "<wks version=\"1\"/><wks version=\"1\"/>", "2 top-level elements"},
-        {"Text outside", "<wks version=\"1\"/>tail", "text outside"},
+        {"Two roots", "<wks version=\"1\"/><wks version=\"1\"/>", "2 top-level elements; the document has one, <wks version=\"1\"> at offset 19"},
+        {"Text outside", "<wks version=\"1\"/>tail", "text outside the root element at offset 18"},
+        {"Document type", "<!DOCTYPE wks [<!ENTITY a \"x\">]><wks version=\"1\"><A>&a;</A></wks>", "document type declaration"},
         {"Malformed UTF-8", "<wks version=\"1\">\xC3\x28</wks>", "malformed UTF-8 at offset 17 (line 1, column 18)"},
         {"Surrogate in UTF-8", "<wks version=\"1\">\xED\xA0\x80</wks>", "malformed UTF-8"},
         {"NUL byte", std::string("<wks version=\"1\">\0</wks>", 24), "a NUL byte"},
