@@ -1,6 +1,7 @@
 #include "host/app/ObjectFiles.h"
 
 #include "host/kit/Files.h"
+#include "host/collections/Utf8.h"
 #include "host/components/FolderStream.h"
 #include "host/components/XmlStream.h"
 #include "module/SmartPtr.h"
@@ -36,6 +37,7 @@ bool CStateFile::Load(IUnknown* object, std::string& problem) {
     if (!persist) return problem = "the object cannot be loaded", false;
     if (const HRESULT hr = persist->Load(folder.get(), 0); hr < 0)
         return problem = "the object refused the saved state (" + std::to_string(hr) + ")", false;
+    for (const std::wstring& path : HOSTFolderStreamUnread(folder.get())) m_Unread.push_back(HOSTNarrowUtf8(path));
     m_Last = std::move(text);
     m_Known = true;
     return true;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "module/interfaces/All.h"
 
@@ -17,6 +18,9 @@ public:
     // is and succeeds; a file that cannot be read, is not a state file or cannot be loaded gives
     // false and `problem`, and the file stays as it is.
     bool Load(IUnknown* object, std::string& problem);
+    // The entries of the file the object left unread when it loaded (a misspelt name, say), as
+    // paths in UTF-8: they are not saved again.
+    const std::vector<std::string>& Unread() const { return m_Unread; }
     // Saves `object` into a new folder stream and, when its text differs from the file's last
     // known content, replaces the file (ReplaceFile, host/app/Files.h). False and `problem` when
     // the object cannot be saved or the file cannot be replaced.
@@ -26,6 +30,7 @@ private:
     std::string m_Path;
     std::string m_Last;  // the file's content as last read or written
     bool m_Known = false;
+    std::vector<std::string> m_Unread;
 };
 
 // The parameters of `object` (its parameter collection's XML slots) to or from the XML file at

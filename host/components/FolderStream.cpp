@@ -82,6 +82,7 @@ HRESULT CFolderStream::Lookup(IString* name, Kind kind, const Entry** found) con
     if (name == nullptr) return E_POINTER;
     const Entry* entry = Find(HOSTText(name));
     if (entry == nullptr) return E_FAIL;
+    entry->read = true;
     if (entry->kind != kind) return E_INVALIDARG;
     *found = entry;
     return S_OK;
@@ -98,6 +99,7 @@ HRESULT CFolderStream::OpenChild(IString* name, int32_t, IFolderStream** child) 
     if (name == nullptr) return E_POINTER;
     std::wstring key = HOSTText(name);
     if (const Entry* found = Find(key); found && found->kind == Kind::kFolder) {
+        found->read = true;
         *child = found->folder.Copy();
         return S_OK;
     }
@@ -223,6 +225,7 @@ HRESULT CFolderStream::OpenChildAt(IVariant* key, int32_t, IFolderStream** child
     if (wanted < 0) return E_FAIL;
     for (const Entry& entry : m_Entries) {
         if (entry.kind != Kind::kFolder || wanted-- > 0) continue;
+        entry.read = true;
         *child = entry.folder.Copy();
         return S_OK;
     }
@@ -241,7 +244,7 @@ HRESULT CFolderStream::ReadObject(IString* name, IUnknown** object, int32_t) {
         return hr < 0 ? hr : S_OK;
     }
     CREATORFUNCTION creator = HOSTFindComponent(entry->text);
-    if (creator == nullptr) return E_FAIL;
+    if (creator == nullptr) return entry->read = false, E_FAIL;  // an object nobody can make is left unread
     IID unknown = IID_IUnknown;
     SmartPtr<IUnknown> made;
     if (creator(nullptr, &unknown, made.OutVoid()) < 0 || !made) return E_FAIL;
@@ -264,6 +267,7 @@ HRESULT CFolderStream::get_Item(int32_t index, IUnknown** item) {
     *item = nullptr;
     if (index < 0 || static_cast<size_t>(index) >= m_Entries.size()) return E_INVALIDARG;
     const Entry& entry = m_Entries[static_cast<size_t>(index)];
+    entry.read = true;
     if (entry.folder) {
         *item = static_cast<IFolderStream*>(entry.folder.Copy());
         return S_OK;
@@ -643,6 +647,23 @@ bool HOSTFolderStreamToText(IFolderStream* folder, std::string& text) {
     } catch (...) {  // out of memory while writing
         return false;
     }
+}
+
+namespace {
+
+void CollectUnread(const CFolderStream& folder, const std::wstring& prefix, std::vector<std::wstring>& paths) {
+    for (const CFolderStream::Entry& entry : folder.Entries()) {
+        if (!entry.read) paths.push_back(prefix + entry.name);
+        else if (entry.folder) CollectUnread(*entry.folder.get(), prefix + entry.name + L"/", paths);
+    }
+}
+
+}  // namespace
+
+std::vector<std::wstring> HOSTFolderStreamUnread(IFolderStream* folder) {
+    std::vector<std::wstring> paths;
+    if (const CFolderStream* own = dynamic_cast<CFolderStream*>(folder)) CollectUnread(*own, std::wstring(), paths);
+    return paths;
 }
 
 IFolderStream* HOSTFolderStreamFromText(std::string_view text, std::string& problem) {

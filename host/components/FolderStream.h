@@ -119,6 +119,7 @@ public:
         double real = 0;
         std::wstring text;     // kValue with kText; kObject: the component name
         SmartPtr<CFolderStream> folder;  // kFolder, kObject
+        mutable bool read = false;       // asked for by name or position since the folder was made
     };
 
     const std::vector<Entry>& Entries() const { return m_Entries; }
@@ -148,3 +149,7 @@ HOST_API bool HOSTFolderStreamToText(IFolderStream* folder, std::string& text);
 // A new folder stream read from its text form, with one reference for the caller; null, and a
 // one-line `problem`, when the text is refused or the folder cannot be made.
 HOST_API IFolderStream* HOSTFolderStreamFromText(std::string_view text, std::string& problem);
+// The entries of `folder` (a host folder stream) and of the folders inside the ones that were
+// read, that nobody asked for since it was made, as paths ("Parameters/Var3"): what a loading
+// object left unread.
+HOST_API std::vector<std::wstring> HOSTFolderStreamUnread(IFolderStream* folder);

@@ -110,7 +110,9 @@ void CInputParameter::SaveFields(CFields& fields) {
 
 void CInputParameter::LoadFields(CFields& fields) {
     // A declared input keeps its name: the collection found its fields by that name.
-    if (m_Name.empty()) fields.ReadText(L"Name", m_Name);
+    std::wstring saved;
+    fields.ReadText(L"Name", saved);
+    if (m_Name.empty()) m_Name = std::move(saved);
     fields.ReadInteger(L"Flags", m_InputFlags);
     fields.ReadBytes(L"IID", m_Interface.bytes, 16);
     SmartPtr<IUnknown> moniker = fields.ReadObject(L"Moniker");

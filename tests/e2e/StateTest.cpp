@@ -68,6 +68,18 @@ TEST_F(StateFile, TextKeepsItsCharactersWithoutALocale) {
     EXPECT_EQ(status, 0);
 }
 
+// An entry the object does not read (a misspelt name) is named once, and not saved again.
+TEST_F(StateFile, EntriesLeftUnreadAreNamed) {
+    std::ofstream("e2e-state.wks") << "{\"format\":\"wks-folder\",\"version\":1,\"entries\":["
+                                      "{\"name\":\"ReturnStyel\",\"typed\":3,\"value\":0}]}";
+    int status = -1;
+    EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1=1\n", status),
+              "wks-host: warning: e2e-state.wks: entry ReturnStyel was left unread (a name the object does not know, or "
+              "an object of an unknown component) and is not saved again\n");
+    EXPECT_EQ(Contents("e2e-state.wks").find("ReturnStyel"), std::string::npos);
+    EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1?\n", status), "Var1=1\n") << "a state saved whole is read whole";
+}
+
 // A state file that is not one stops the host and is never overwritten.
 TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
     // Which texts the folder format refuses, and why, is the folder stream suite's; here, that the
