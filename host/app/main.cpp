@@ -340,8 +340,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     for (const std::string& entry : state ? state->Unread() : std::vector<std::string>())
-        std::fprintf(stderr, "wks-host: warning: %s: entry %s was left unread (a name the object does not know, or an "
-                     "object of an unknown component) and is not saved again\n",
+        std::fprintf(stderr, "wks-host: warning: %s: entry %s was left unread (a name the object does not know, a value "
+                     "of another kind or size, an object of an unknown component) and is not saved again\n",
                      shown.state.c_str(), entry.c_str());
     if (opened != S_OK) {
         std::fprintf(stderr, "wks-host: the WKSProtocol object could not be created and bound (0x%08X)\n",

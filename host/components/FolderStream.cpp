@@ -82,8 +82,8 @@ HRESULT CFolderStream::Lookup(IString* name, Kind kind, const Entry** found) con
     if (name == nullptr) return E_POINTER;
     const Entry* entry = Find(HOSTText(name));
     if (entry == nullptr) return E_FAIL;
-    entry->read = true;
     if (entry->kind != kind) return E_INVALIDARG;
+    entry->read = true;
     *found = entry;
     return S_OK;
 }
@@ -192,7 +192,7 @@ HRESULT CFolderStream::ReadBytes(IString* name, void* data, int32_t byteCount, i
     if (byteCount < 0) return E_INVALIDARG;
     const Entry* entry = nullptr;
     if (const HRESULT hr = Lookup(name, Kind::kBytes, &entry); hr < 0) return hr;
-    if (entry->bytes.size() != static_cast<size_t>(byteCount)) return E_INVALIDARG;
+    if (entry->bytes.size() != static_cast<size_t>(byteCount)) return entry->read = false, E_INVALIDARG;
     if (byteCount > 0) std::memcpy(data, entry->bytes.data(), entry->bytes.size());
     return S_OK;
 }
@@ -201,7 +201,7 @@ HRESULT CFolderStream::ReadTyped(IString* name, void* value, int32_t type) {
     if (value == nullptr) return E_POINTER;
     const Entry* entry = nullptr;
     if (const HRESULT hr = Lookup(name, Kind::kTyped, &entry); hr < 0) return hr;
-    if (entry->type != type) return E_INVALIDARG;
+    if (entry->type != type) return entry->read = false, E_INVALIDARG;
     std::memcpy(value, entry->bytes.data(), entry->bytes.size());
     return S_OK;
 }

@@ -119,7 +119,7 @@ public:
         double real = 0;
         std::wstring text;     // kValue with kText; kObject: the component name
         SmartPtr<CFolderStream> folder;  // kFolder, kObject
-        mutable bool read = false;       // asked for by name or position since the folder was made
+        mutable bool read = false;       // taken by name or position (in the kind and size asked for)
     };
 
     const std::vector<Entry>& Entries() const { return m_Entries; }

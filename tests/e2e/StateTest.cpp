@@ -74,8 +74,8 @@ TEST_F(StateFile, EntriesLeftUnreadAreNamed) {
                                       "{\"name\":\"ReturnStyel\",\"typed\":3,\"value\":0}]}";
     int status = -1;
     EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1=1\n", status),
-              "wks-host: warning: e2e-state.wks: entry ReturnStyel was left unread (a name the object does not know, or "
-              "an object of an unknown component) and is not saved again\n");
+              "wks-host: warning: e2e-state.wks: entry ReturnStyel was left unread (a name the object does not know, a "
+              "value of another kind or size, an object of an unknown component) and is not saved again\n");
     EXPECT_EQ(Contents("e2e-state.wks").find("ReturnStyel"), std::string::npos);
     EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1?\n", status), "Var1=1\n") << "a state saved whole is read whole";
 }
