@@ -1,7 +1,6 @@
 // wks-host: loads WKSProtocol.so as a host does, binds it to a workspace and runs a session on
 // standard input. Each line read is one message; each reply is written on a line of its own;
 // "?" answers a failed command; a message beginning with "Break" ends the session.
-#include <langinfo.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -11,6 +10,7 @@
 #include <cerrno>
 #include <clocale>
 #include <cstdint>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -256,9 +256,10 @@ StdinRead ReadStdin(char* buffer, const sigset_t& stops) {
         sigprocmask(SIG_BLOCK, &stops, &running);
         const bool stop = gStopSignal != 0;
         pollfd input{STDIN_FILENO, POLLIN, 0};
-        if (!stop) ppoll(&input, 1, nullptr, &running);  // a stop signal ends the wait
+        const int polled = stop ? 0 : ppoll(&input, 1, nullptr, &running);  // a stop signal ends the wait
         sigprocmask(SIG_SETMASK, &running, nullptr);
         if (stop || gStopSignal) return StdinRead{0, true};
+        if (polled < 0 && errno == EINTR) continue;
         const ssize_t got = read(STDIN_FILENO, buffer, kStdinRead);
         if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         return StdinRead{got > 0 ? static_cast<size_t>(got) : 0, false};
@@ -266,10 +267,29 @@ StdinRead ReadStdin(char* buffer, const sigset_t& stops) {
 }
 
 // True when `a` and `b` name one existing file, however each names it.
+// A file that does not exist yet (a state the first save makes) is compared by its folder, links
+// followed, and its name.
+std::string Resolved(const std::string& path) {
+    if (char* whole = realpath(path.c_str(), nullptr)) {
+        std::string resolved = whole;
+        std::free(whole);
+        return resolved;
+    }
+    const size_t slash = path.find_last_of('/');
+    const std::string parent = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    char* folder = realpath(parent.c_str(), nullptr);
+    if (folder == nullptr) return path;
+    std::string resolved = std::string(folder) + "/" + path.substr(slash == std::string::npos ? 0 : slash + 1);
+    std::free(folder);
+    return resolved;
+}
+
 bool SameFile(const std::string& a, const std::string& b) {
+    if (a.empty() || b.empty()) return false;
     struct stat first {}, second {};
-    return !a.empty() && !b.empty() && stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+    if (stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0)
+        return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+    return Resolved(a) == Resolved(b);
 }
 
 }  // namespace
@@ -287,8 +307,8 @@ int main(int argc, char** argv) {
          {&options.state, &options.importXml, &options.exportXml, &options.authFile, &options.recordFolder, &options.replay})
         *path = AbsolutePath(*path);
     // The export is written over whatever its file held: never over a file the host reads.
-    for (const auto& [read, option] : {std::pair{&options.state, "--state"}, {&options.workspace, "--workspace"},
-                                       {&options.authFile, "--auth-file"}, {&options.replay, "--replay"}}) {
+    for (const auto& [read, option] :
+         {std::pair{&options.state, "--state"}, {&options.workspace, "--workspace"}, {&options.authFile, "--auth-file"}}) {
         if (!SameFile(options.exportXml, *read)) continue;
         std::fprintf(stderr, "wks-host: --export-xml: %s is the file of %s, which the export would overwrite\n",
                      shown.exportXml.c_str(), option);
@@ -298,7 +318,12 @@ int main(int argc, char** argv) {
     // names none, or plain C/POSIX (a service manager, cron, env -i), would leave characters at
     // ASCII and every other character of a client's text lost: such a host reads and writes UTF-8.
     std::setlocale(LC_ALL, "");
-    if (std::strcmp(nl_langinfo(CODESET), "ANSI_X3.4-1968") == 0) std::setlocale(LC_CTYPE, "C.UTF-8");
+    const char* ctype = std::setlocale(LC_CTYPE, nullptr);
+    if (ctype == nullptr || std::strcmp(ctype, "C") == 0 || std::strcmp(ctype, "POSIX") == 0) {
+        if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr)
+            std::fprintf(stderr, "wks-host: warning: no locale is set and C.UTF-8 is missing: characters beyond ASCII "
+                                 "are lost\n");
+    }
 
     // Files named on the command line are read from where the user started the program.
     Workspace workspace;
@@ -341,7 +366,7 @@ int main(int argc, char** argv) {
     }
     for (const std::string& entry : state ? state->Unread() : std::vector<std::string>())
         std::fprintf(stderr, "wks-host: warning: %s: entry %s was left unread (a name the object does not know, a value "
-                     "of another kind or size, an object of an unknown component) and is not saved again\n",
+                     "of another kind or size, an object of an unknown component): what it holds is not kept\n",
                      shown.state.c_str(), entry.c_str());
     if (opened != S_OK) {
         std::fprintf(stderr, "wks-host: the WKSProtocol object could not be created and bound (0x%08X)\n",
@@ -464,7 +489,7 @@ int main(int argc, char** argv) {
     for (bool goOn = Write(out); goOn;) {
         out.clear();
         const StdinRead read = ReadStdin(buffer.data(), stops);
-        if (read.stop) break;
+        if (read.stop || gStopSignal) break;
         if (read.bytes == 0) {
             conversation.End(out);
             Write(out);

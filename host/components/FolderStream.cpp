@@ -213,7 +213,10 @@ HRESULT CFolderStream::ReadValue(IString* name, IUnknown* into) {
     const Entry entry = *found;  // the target's own code runs next
     if (SmartPtr<IVariant> variant = QueryAs<IVariant>(into, IID_IVariant)) return FillVariant(entry, variant.get());
     SmartPtr<IString> text = QueryAs<IString>(into, IID_IString);
-    if (!text || entry.value == Value::kInteger || entry.value == Value::kReal) return E_INVALIDARG;
+    if (!text || entry.value == Value::kInteger || entry.value == Value::kReal) {
+        if (const Entry* again = Find(entry.name)) again->read = false;  // a number is no text
+        return E_INVALIDARG;
+    }
     return text->SetText(static_cast<int32_t>(entry.text.size()), entry.text.c_str());
 }
 
@@ -239,18 +242,25 @@ HRESULT CFolderStream::ReadObject(IString* name, IUnknown** object, int32_t) {
     // Loading runs the object's code, which may reach this folder: keep what it needs first.
     SmartPtr<CFolderStream> folder = entry->folder;
     IDataStream* stream = static_cast<IFolderStream*>(folder.get());
+    // An object that cannot be made or loaded leaves its entry unread (found again by name: the
+    // object's code may have changed this folder).
+    const std::wstring key = entry->name;
+    auto unread = [&](HRESULT hr) {
+        if (const Entry* again = Find(key)) again->read = false;
+        return hr;
+    };
     if (SmartPtr<IDataPersist> place = QueryAs<IDataPersist>(*object, IID_IDataPersist)) {
         const HRESULT hr = place->Load(stream, 0);
-        return hr < 0 ? hr : S_OK;
+        return hr < 0 ? unread(hr) : S_OK;
     }
     CREATORFUNCTION creator = HOSTFindComponent(entry->text);
-    if (creator == nullptr) return entry->read = false, E_FAIL;  // an object nobody can make is left unread
+    if (creator == nullptr) return unread(E_FAIL);
     IID unknown = IID_IUnknown;
     SmartPtr<IUnknown> made;
-    if (creator(nullptr, &unknown, made.OutVoid()) < 0 || !made) return E_FAIL;
+    if (creator(nullptr, &unknown, made.OutVoid()) < 0 || !made) return unread(E_FAIL);
     SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(made.get(), IID_IDataPersist);
-    if (!persist) return E_FAIL;
-    if (const HRESULT hr = persist->Load(stream, 0); hr < 0) return hr;
+    if (!persist) return unread(E_FAIL);
+    if (const HRESULT hr = persist->Load(stream, 0); hr < 0) return unread(hr);
     if (*object) (*object)->Release();
     *object = made.Detach();
     return S_OK;
@@ -267,8 +277,8 @@ HRESULT CFolderStream::get_Item(int32_t index, IUnknown** item) {
     *item = nullptr;
     if (index < 0 || static_cast<size_t>(index) >= m_Entries.size()) return E_INVALIDARG;
     const Entry& entry = m_Entries[static_cast<size_t>(index)];
-    entry.read = true;
     if (entry.folder) {
+        entry.read = true;
         *item = static_cast<IFolderStream*>(entry.folder.Copy());
         return S_OK;
     }
@@ -276,6 +286,7 @@ HRESULT CFolderStream::get_Item(int32_t index, IUnknown** item) {
     SmartPtr<IVariant> variant;
     if (HOSTCreateVariant(nullptr, &IID_IVariant, variant.OutVoid()) < 0 || !variant) return E_FAIL;
     if (const HRESULT hr = FillVariant(entry, variant.get()); hr < 0) return hr;
+    entry.read = true;
     *item = variant.Detach();
     return S_OK;
 }

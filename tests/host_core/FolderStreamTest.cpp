@@ -229,6 +229,27 @@ TEST_F(Folder, ObjectsAreMadeByTheirComponentNameOrLoadedInPlace) {
     EXPECT_EQ(untouched, nullptr);
 }
 
+// After loading, what nobody took is listed: entries never asked for, and those whose read was
+// refused (another size, a number read as text, an object nobody makes), inside opened folders too.
+TEST_F(Folder, EntriesNobodyTookAreListed) {
+    SmartPtr<IFolderStream> folder = FromText(
+        R"({"format":"wks-folder","version":1,"entries":[{"name":"Typed","typed":3,"value":7},)"
+        R"({"name":"Bytes","bytes":"03"},{"name":"Num","integer":5},{"name":"Obj","object":"Nobody","folder":[]},)"
+        R"({"name":"Sub","folder":[{"name":"Inner","integer":1},{"name":"Left","integer":2}]},{"name":"Never","integer":3}]})");
+    int32_t typed = 0, bytes = 0;
+    EXPECT_EQ(folder->ReadTyped(Name(L"Typed"), &typed, 3), S_OK);
+    EXPECT_EQ(folder->ReadBytes(Name(L"Bytes"), &bytes, 4, 0), E_INVALIDARG);
+    SmartPtr<IString> text(HOSTNewString(L""));
+    EXPECT_EQ(folder->ReadValue(Name(L"Num"), text.get()), E_INVALIDARG);
+    SmartPtr<IUnknown> object;
+    EXPECT_EQ(folder->ReadObject(Name(L"Obj"), object.Out(), 0), E_FAIL);
+    SmartPtr<IFolderStream> sub;
+    ASSERT_EQ(folder->OpenChild(Name(L"Sub"), 0, sub.Out()), S_OK);
+    EXPECT_EQ(sub->ReadValue(Name(L"Inner"), NewVariant().get()), S_OK);
+    EXPECT_EQ(HOSTFolderStreamUnread(folder.get()),
+              (std::vector<std::wstring>{L"Bytes", L"Num", L"Obj", L"Sub/Left", L"Never"}));
+}
+
 TEST_F(Folder, FoldersNestAtMostSixtyFourLevels) {
     SmartPtr<IFolderStream> level = m_Folder;
     for (int depth = 1; depth <= HOST_FOLDER_MAX_DEPTH; ++depth) {
