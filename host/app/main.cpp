@@ -78,6 +78,17 @@ CLI::Validator NamesAFile() {
         [](std::string& text) { return text.empty() ? std::string("an empty value names no file") : std::string(); }, "");
 }
 
+// A count is decimal digits, checked before its range so that a word is not called out of range.
+CLI::Validator WholeNumber() {
+    return CLI::Validator(
+        [](std::string& text) {
+            return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos
+                       ? std::string()
+                       : "'" + text + "' is not a whole number";
+        },
+        "");
+}
+
 // CLI11's message, as every other message of the host begins.
 std::string FailureMessage(const CLI::App* app, const CLI::Error& error) {
     return "wks-host: " + CLI::FailureMessage::simple(app, error);
@@ -110,7 +121,7 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "the longest line accepted, in bytes; a longer line is refused whole (default 1048576 on standard input, "
                    "65536 on the network; at most 268435456)")
         ->type_name("BYTES")
-        ->check(CLI::Range(static_cast<size_t>(1), kLargestMaxLine));
+        ->check(WholeNumber())->check(CLI::Range(static_cast<size_t>(1), kLargestMaxLine));
     CLI::Option* returnStyle = app.add_option("--return-style", options.returnStyle,
                    "the form of replies: csv (one record, fields separated by \",\") or ini (one line per "
                    "entry, the object's default); set through the object's property table")
@@ -159,21 +170,21 @@ int ParseOptions(int argc, char** argv, Options& options) {
         ->check(NamesAFile());
     CLI::Option* maxClients =
         app.add_option("--max-clients", options.maxClients, "network clients served at once; the next is refused (default 256)")
-        ->check(CLI::Range(static_cast<size_t>(1), static_cast<size_t>(65536)));
+        ->check(WholeNumber())->check(CLI::Range(static_cast<size_t>(1), static_cast<size_t>(65536)));
     CLI::Option* idleTimeout = app.add_option("--idle-timeout", options.idleSeconds,
                    "close a network client silent for this many seconds (default 0: never; at most a year)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0u, 365u * 86400u));
+        ->check(WholeNumber())->check(CLI::Range(0u, 365u * 86400u));
     CLI::Option* maxOutput = app.add_option("--max-output", options.maxOutput,
                    "bytes of answers waiting for a network client before its further input is held back (default "
                    "16777216)")
         ->type_name("BYTES")
-        ->check(CLI::Range(static_cast<size_t>(1024), static_cast<size_t>(1) << 32));
+        ->check(WholeNumber())->check(CLI::Range(static_cast<size_t>(1024), static_cast<size_t>(1) << 32));
     CLI::Option* stallTimeout = app.add_option("--stall-timeout", options.stallSeconds,
                    "drop a network client whose input is held back and that takes none of its answers for this many "
                    "seconds (default 30)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(1u, 86400u));
+        ->check(WholeNumber())->check(CLI::Range(1u, 86400u));
     CLI::Option* logLevel = app.add_option("--log-level", options.logLevel,
                                            "what the network service logs on standard error: debug, info (connections; "
                                            "the default), warning or error")

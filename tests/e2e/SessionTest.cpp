@@ -191,6 +191,7 @@ TEST(WksHost, SessionsAndRefusals) {
         {"--state ''", 2, nullptr},
         {"--replay e2e-ends.txt --listen 0", 2, "wks-host: --listen excludes --replay\nRun with --help for more information.\n"},
         {"--max-line 0", 2, nullptr},
+        {"--max-line abc", 2, "wks-host: --max-line: 'abc' is not a whole number\nRun with --help for more information.\n"},
         {"--max-line 64 < e2e-lines.txt", 0,
          "wks-host: line 2 has 70000 bytes, more than the limit of 64 (--max-line): refused\n?\nVar1=5\n"  // line 4: 64 bytes, taken
          "wks-host: line 5 has 65 bytes, more than the limit of 64 (--max-line): refused\n?\n"},
