@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <clocale>
 #include <cstdint>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -277,9 +277,8 @@ StdinRead ReadStdin(char* buffer, const sigset_t& stops) {
     }
 }
 
-// True when `a` and `b` name one existing file, however each names it.
-// A file that does not exist yet (a state the first save makes) is compared by its folder, links
-// followed, and its name.
+// The file `path` names, links followed; a file that does not exist yet (a state its first save
+// makes) by its folder, links followed, and its name.
 std::string Resolved(const std::string& path) {
     if (char* whole = realpath(path.c_str(), nullptr)) {
         std::string resolved = whole;
@@ -295,6 +294,7 @@ std::string Resolved(const std::string& path) {
     return resolved;
 }
 
+// True when `a` and `b` name one file, however each names it.
 bool SameFile(const std::string& a, const std::string& b) {
     if (a.empty() || b.empty()) return false;
     struct stat first {}, second {};
