@@ -3,7 +3,6 @@
 // "?" answers a failed command; a message beginning with "Break" ends the session.
 #include <poll.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -11,7 +10,6 @@
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -275,32 +273,6 @@ StdinRead ReadStdin(char* buffer, const sigset_t& stops) {
         if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
         return StdinRead{got > 0 ? static_cast<size_t>(got) : 0, false};
     }
-}
-
-// The file `path` names, links followed; a file that does not exist yet (a state its first save
-// makes) by its folder, links followed, and its name.
-std::string Resolved(const std::string& path) {
-    if (char* whole = realpath(path.c_str(), nullptr)) {
-        std::string resolved = whole;
-        std::free(whole);
-        return resolved;
-    }
-    const size_t slash = path.find_last_of('/');
-    const std::string parent = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-    char* folder = realpath(parent.c_str(), nullptr);
-    if (folder == nullptr) return path;
-    std::string resolved = std::string(folder) + "/" + path.substr(slash == std::string::npos ? 0 : slash + 1);
-    std::free(folder);
-    return resolved;
-}
-
-// True when `a` and `b` name one file, however each names it.
-bool SameFile(const std::string& a, const std::string& b) {
-    if (a.empty() || b.empty()) return false;
-    struct stat first {}, second {};
-    if (stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0)
-        return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-    return Resolved(a) == Resolved(b);
 }
 
 }  // namespace

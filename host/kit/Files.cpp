@@ -51,34 +51,31 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
         if (missing != nullptr) *missing = errno == ENOENT;
         return error = Reason("cannot read"), false;
     }
+    auto refuse = [&](std::string why) {
+        close(fd);
+        bytes.clear();
+        bytes.shrink_to_fit();
+        error = std::move(why);
+        return false;
+    };
     struct stat status;
-    const bool known = fstat(fd, &status) == 0;
-    if (known && S_ISDIR(status.st_mode)) {
-        close(fd);
-        return error = "is a directory", false;
+    if (fstat(fd, &status) == 0) {
+        if (S_ISDIR(status.st_mode)) return refuse("is a directory");
+        // A regular file's size is known before reading it; a pipe or device is counted as it comes.
+        if (S_ISREG(status.st_mode)) {
+            if (static_cast<uint64_t>(status.st_size) > limit) return refuse("more than " + std::to_string(limit) + " bytes");
+            bytes.reserve(static_cast<size_t>(status.st_size));
+        }
     }
-    // A regular file's size is known before reading it; a pipe or device is counted as it comes.
-    if (known && S_ISREG(status.st_mode) && static_cast<uint64_t>(status.st_size) > limit) {
-        close(fd);
-        return error = "more than " + std::to_string(limit) + " bytes", false;
-    }
-    if (known && S_ISREG(status.st_mode)) bytes.reserve(static_cast<size_t>(status.st_size));
     char buffer[65536];
     for (;;) {
         const ssize_t got = read(fd, buffer, sizeof buffer);
         if (got == 0) break;
         if (got > 0) {
-            if (bytes.size() + static_cast<size_t>(got) > limit) {
-                close(fd);
-                bytes.clear();
-                bytes.shrink_to_fit();
-                return error = "more than " + std::to_string(limit) + " bytes", false;
-            }
+            if (bytes.size() + static_cast<size_t>(got) > limit) return refuse("more than " + std::to_string(limit) + " bytes");
             bytes.append(buffer, static_cast<size_t>(got));
         } else if (errno != EINTR) {
-            error = Reason("cannot read");
-            close(fd);
-            return false;
+            return refuse(Reason("cannot read"));
         }
     }
     close(fd);
@@ -87,8 +84,6 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
 
 namespace {
 
-// The file a path names in the end: a symbolic link is followed (to a target that may not exist
-// yet), so that replacing the file replaces the link's target and keeps the link.
 // The path the symbolic link at `path` leads to, one step; false when `path` is no link.
 bool FollowLink(std::string& path) {
     struct stat status;
@@ -104,6 +99,8 @@ bool FollowLink(std::string& path) {
 
 constexpr int kMostLinks = 40;  // a loop of links ends somewhere
 
+// The file a path names in the end: a symbolic link is followed (to a target that may not exist
+// yet), so that replacing the file replaces the link's target and keeps the link.
 std::string FinalPath(std::string path) {
     for (int hops = 0; hops < kMostLinks; ++hops)
         if (!FollowLink(path)) break;
@@ -172,3 +169,33 @@ bool ReplaceFile(const std::string& named, std::string_view bytes, std::string& 
     }
     return true;
 }
+
+namespace {
+
+// The file `path` names, links followed; a file that does not exist yet (a state its first save
+// makes) by its folder, links followed, and its name.
+std::string Resolved(const std::string& path) {
+    if (char* whole = realpath(path.c_str(), nullptr)) {
+        std::string resolved = whole;
+        std::free(whole);
+        return resolved;
+    }
+    const size_t slash = path.find_last_of('/');
+    const std::string parent = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    char* folder = realpath(parent.c_str(), nullptr);
+    if (folder == nullptr) return path;
+    std::string resolved = std::string(folder) + "/" + path.substr(slash == std::string::npos ? 0 : slash + 1);
+    std::free(folder);
+    return resolved;
+}
+
+}  // namespace
+
+bool SameFile(const std::string& a, const std::string& b) {
+    if (a.empty() || b.empty()) return false;
+    struct stat first {}, second {};
+    if (stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0)
+        return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+    return Resolved(a) == Resolved(b);
+}
+

@@ -9,6 +9,10 @@
 // the same file after the program moves elsewhere.
 std::string AbsolutePath(const std::string& path);
 
+// True when `a` and `b` name one file, however each names it (links, "..", another folder's
+// view); a file that does not exist yet counts by its folder and its name.
+bool SameFile(const std::string& a, const std::string& b);
+
 // Files read whole (a workspace, a state, a transcript, a token) are far smaller than this; a
 // device or pipe that never ends is refused once it has given this much.
 constexpr size_t kLargestRead = size_t{1} << 30;
