@@ -219,9 +219,9 @@ bool Write(const std::string& out) {
     return std::fflush(stdout) == 0;
 }
 
-// SIGINT, SIGTERM and SIGHUP (the terminal closed) end a session on standard input as the
-// input's end would: no further line is handled, the answers due are written, the state is saved
-// and the host exits with status 0. The handler only notes the signal, at any moment (the
+// SIGINT, SIGTERM and SIGHUP (the terminal closed) end a session on standard input after the
+// line being handled: no further line is handled (an unfinished last one neither), the answers
+// due are written, the state is saved and the host exits with status 0. The handler only notes the signal, at any moment (the
 // conversation asks after every line); around the test before a wait for input the signals are
 // blocked, and the wait unblocks them, so that one is never lost between the test and the wait.
 // A SIGHUP that came ignored (nohup) stays ignored.

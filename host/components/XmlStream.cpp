@@ -264,8 +264,8 @@ pugi::xml_node FindBadReference(pugi::xml_node root) {
     return pugi::xml_node();
 }
 
-// The problem with a parsed document's top level, or empty when it is one <wks version="1">.
-// What keeps the document from being one of ours, with where it is; empty when it is one.
+// The problem with a parsed document's top level, with where it is; empty when it is one
+// <wks version="1">.
 std::string CheckRoot(const pugi::xml_document& xml, std::string_view utf8) {
     auto at = [&](const pugi::xml_node& node) {
         const ptrdiff_t offset = node.offset_debug();
