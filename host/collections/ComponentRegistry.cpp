@@ -10,6 +10,10 @@
 
 namespace {
 
+// Changes whenever a component is registered. A plain variable rather than a member of the
+// registry, so that every CreateInstance reads it without asking for the registry.
+uint32_t gVersion = 1;
+
 class Registry {
     struct NameAt {
         const Registry* registry;
@@ -39,7 +43,7 @@ public:
     }
 
     void Register(const std::wstring& name, CREATORFUNCTION creator) {
-        ++m_Version;
+        ++gVersion;
         const int32_t found = IndexOf(name);
         if (found >= 0) {
             m_Entries[found].second = creator;
@@ -56,7 +60,6 @@ public:
 
     std::vector<std::pair<std::wstring, CREATORFUNCTION>> m_Entries;
     CNameIndex m_Index;
-    uint32_t m_Version = 1;
 
 };
 
@@ -85,7 +88,7 @@ std::wstring HOSTComponentName(int32_t index) {
 
 int32_t HOSTComponentIndex(std::wstring_view name) { return Components().IndexOf(name); }
 
-uint32_t HOSTComponentVersion() { return Components().m_Version; }
+uint32_t HOSTComponentVersion() { return gVersion; }
 
 constexpr HOSTInterfaceEntry<CComponentString> kComponentStringInterfaces[] = {
     HOSTAnswer<CComponentString, IComponentString>(IID_IComponentString),
@@ -116,9 +119,9 @@ HRESULT CComponentString::get_Field(int32_t field, IString** text) {
 HRESULT CComponentString::CreateInstance(IID* iid, void** object) {
     if (object == nullptr) return E_POINTER;
     *object = nullptr;
-    if (m_Version != HOSTComponentVersion()) {
-        m_Creator = HOSTFindComponent(m_Fields[1]);
-        m_Version = HOSTComponentVersion();
+    if (m_Version != gVersion) {
+        m_Creator = HOSTFindComponent(m_Fields[1]);  // registers the built-in components the first time
+        m_Version = gVersion;
     }
     if (m_Creator == nullptr) return E_FAIL;
     return m_Creator(nullptr, iid, object);

@@ -436,6 +436,34 @@ TEST(InterfaceMap, TheFirstRowThatFitsTheFacetsAnswers) {
     }
 }
 
+// A hashed map reads one slot an identifier: every identifier the framework knows, the null one
+// (which an empty slot would hold) and IUnknown are answered exactly as the rows say.
+TEST(InterfaceMap, AnswersOnlyTheIdentifiersItNames) {
+    static const IID* const known[] = {
+#define WKS_IID_ADDRESS(name) &IID_##name,
+        WKS_INTERFACE_LIST(WKS_IID_ADDRESS)
+#undef WKS_IID_ADDRESS
+        &IID_NULL,
+    };
+    Faceted* object = new Faceted(8 | 2);
+    for (size_t k = 0; k < std::size(known); ++k) {
+        const IID* iid = known[k];
+        void* found = reinterpret_cast<void*>(0x1);
+        const HRESULT hr = object->QueryInterface(*iid, &found);
+        void* const want = *iid == IID_IString ? static_cast<void*>(static_cast<InfoA*>(object))
+                           : *iid == IID_IObjectInfo || *iid == IID_IVariant ? static_cast<void*>(static_cast<InfoB*>(object))
+                                                                             : nullptr;
+        EXPECT_EQ(found, want) << "identifier " << k;
+        EXPECT_EQ(hr, want ? S_OK : E_NOINTERFACE);
+        if (found) static_cast<IUnknown*>(found)->Release();
+    }
+    void* unknown = nullptr;
+    ASSERT_EQ(object->QueryInterface(IID_IUnknown, &unknown), S_OK);
+    EXPECT_EQ(unknown, static_cast<void*>(static_cast<InfoA*>(object))) << "the first row's interface";
+    static_cast<IUnknown*>(unknown)->Release();
+    object->HostRelease();
+}
+
 TEST(NameIndex, FindsTheFirstEntryOfEveryName) {
     for (int count : {1, 8, 9, 40, 1000}) {
         std::vector<std::wstring> names;
