@@ -148,9 +148,12 @@ void CConversation::End(std::string& out) {
 
 bool CConversation::Line(std::string_view line, std::string& out) {
     if (!m_Transcript) return Handle(line, out);
-    // The token is never written: the line that offers it is recorded as "AUTH *" when it is
-    // accepted and "AUTH -" when not, which is how a replay (whose token is "*") answers them.
-    const bool offersToken = !m_Options.token.empty() && !m_Authenticated && line.substr(0, 5) == "AUTH ";
+    // The token is never written: a line that must authenticate is recorded as "AUTH *" when it
+    // is accepted and "AUTH -" when not, which is how a replay (whose token is "*") answers them,
+    // whatever it holds ("auth TOKEN" or the bare token are refused, and are secrets all the same).
+    // Only a first line refused as another protocol's is kept as it came: it is answered as such.
+    const bool offersToken = !m_Options.token.empty() && !m_Authenticated &&
+                             !(m_First && m_Options.guard && ForeignProtocol(line) != nullptr);
     // The answer is recorded without the prompt that may follow it: a replay shows none.
     const size_t before = out.size();
     m_AnswerEnd = std::string::npos;

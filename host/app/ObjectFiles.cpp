@@ -1,5 +1,7 @@
 #include "host/app/ObjectFiles.h"
 
+#include <cstdlib>
+
 #include "host/kit/Files.h"
 #include "host/collections/Utf8.h"
 #include "host/components/FolderStream.h"
@@ -58,13 +60,25 @@ bool CStateFile::Save(IUnknown* object, std::string& problem) {
     return true;
 }
 
-bool ExportParametersXml(IUnknown* object, const std::string& path, std::string& problem) {
+bool ExportParametersXml(IUnknown* object, const std::string& path, std::string& problem, std::string& warning) {
     SmartPtr<IParametersPersist> parameters = ParametersOf(object);
     SmartPtr<IXMLStream> stream(HOSTNewXMLStream());
     if (!parameters || !stream) return problem = "cannot save the parameters", false;
     parameters->Params_SaveXML(stream.get(), kCompact);
     std::string text;
     if (!HOSTXMLStreamToText(stream.get(), text)) return problem = "cannot write the parameters as XML", false;
+    // Control characters other than tab and the line ends are written as references ("&#01;"):
+    // XML 1.0 allows them in no form.
+    size_t line = 1;
+    for (size_t at = 0; at < text.size() && warning.empty(); ++at) {
+        if (text[at] == '\n') ++line;
+        if (text.compare(at, 2, "&#") != 0 || at + 2 >= text.size() || text[at + 2] < '0' || text[at + 2] > '9') continue;
+        const long code = std::strtol(text.c_str() + at + 2, nullptr, 10);
+        if (code < 32 && code != 9 && code != 10 && code != 13)
+            warning = "line " + std::to_string(line) + " holds a control character (" + std::to_string(code) +
+                      ") that XML 1.0 does not allow: it is written as a reference, which wks-host reads back but "
+                      "other XML tools refuse";
+    }
     return ReplaceFile(AbsolutePath(path), text, problem);
 }
 

@@ -1,6 +1,8 @@
 #include "host/app/Transcript.h"
 
+#include <fcntl.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cctype>
@@ -103,7 +105,9 @@ std::unique_ptr<CTranscript> CTranscript::Open(const std::string& folder, const 
     FILE* file = nullptr;
     for (int attempt = 0; file == nullptr && attempt < 1000; ++attempt) {
         path = folder + "/" + stamp + "-" + std::to_string(++sequence) + "-" + safePeer + ".wksrec";
-        file = std::fopen(path.c_str(), "wx");
+        // Readable by the host's own user only: a transcript holds everything its client sent.
+        const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (fd >= 0 && (file = ::fdopen(fd, "w")) == nullptr) ::close(fd);
         if (file == nullptr && errno != EEXIST) break;
     }
     if (file == nullptr) return error = path + ": " + std::strerror(errno), nullptr;

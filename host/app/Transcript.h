@@ -13,9 +13,10 @@
 // Input refused before it became a message (a line over the limit, a TLS handshake) is noted as a
 // remark, "# refused: why", which a replay passes over.
 // Bytes are escaped: \\ for a backslash, \n, \r, \t, and \xHH for every other byte below 0x20,
-// 0x7F and above. The token of an "AUTH" line is never written: the line that offers it is
-// recorded as "AUTH *" when the token was accepted, "AUTH -" when it was refused (a replay's token
-// is "*"). Once a session is authenticated, or when it needs no token, every line is as it came.
+// 0x7F and above. No line that must authenticate is written: it is recorded as "AUTH *" when the
+// token was accepted, "AUTH -" when it was refused (a replay's token is "*"), whatever it held.
+// Once a session is authenticated, or when it needs no token, every line is as it came. The file
+// is readable by the host's own user only.
 #pragma once
 
 #include <cstdio>

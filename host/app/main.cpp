@@ -229,6 +229,13 @@ volatile sig_atomic_t gStopSignal = 0;
 
 void NoteStopSignal(int) { gStopSignal = 1; }
 
+// True when the object's input 0 (its running object table) holds an object.
+bool BoundToWorkspace(IProtocolManager* object) {
+    SmartPtr<IInputParameters> inputs = QueryAs<IInputParameters>(object, IID_IInputParameters);
+    SmartPtr<IUnknown> table;
+    return inputs && inputs->get_InputObject(0, table.Out()) >= 0 && table;
+}
+
 bool HangupIgnored() {
     struct sigaction current {};
     return sigaction(SIGHUP, nullptr, &current) == 0 && current.sa_handler == SIG_IGN;
@@ -356,6 +363,14 @@ int main(int argc, char** argv) {
                      static_cast<unsigned>(opened));
         return 1;
     }
+    // A state edited by hand may describe an object that no longer binds (its input's identifier
+    // changed): every command naming an object would fail, and the next save would keep it so.
+    if (state && !BoundToWorkspace(session.Manager())) {
+        std::fprintf(stderr, "wks-host: %s: the object it holds cannot be bound to the workspace (its input "
+                     "RunningObjectTable takes no object): refused, and the file is left as it is\n",
+                     shown.state.c_str());
+        return 1;
+    }
     if (!options.replay.empty()) {
         std::string report;
         const int status = ReplayTranscript(options.replay, shown.replay, session, report);
@@ -389,7 +404,11 @@ int main(int argc, char** argv) {
     };
     if (!saveState()) return 1;
     if (!options.exportXml.empty()) {
-        if (ExportParametersXml(session.Manager(), options.exportXml, problem)) return 0;
+        std::string warning;
+        if (ExportParametersXml(session.Manager(), options.exportXml, problem, warning)) {
+            if (!warning.empty()) std::fprintf(stderr, "wks-host: warning: %s: %s\n", shown.exportXml.c_str(), warning.c_str());
+            return 0;
+        }
         std::fprintf(stderr, "wks-host: %s: %s\n", shown.exportXml.c_str(), problem.c_str());
         return 1;
     }

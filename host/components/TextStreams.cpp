@@ -82,6 +82,12 @@ void AppendNumber(IVariant* variant, HOSTRecycledText& out) {
         Append(out, buffer + end, static_cast<size_t>(n - end));
         return;
     }
+    // Nine decimals that still do not show the value may round up to zeros (9.999999999999 as
+    // "10.000000000"): those say nothing, and go.
+    if (decimals == 9) {
+        while (n > 0 && buffer[n - 1] == L'0') --n;
+        if (n > 0 && buffer[n - 1] == L'.') --n;
+    }
     Append(out, buffer, static_cast<size_t>(n));
 }
 

@@ -80,6 +80,36 @@ TEST_F(StateFile, EntriesLeftUnreadAreNamed) {
     EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1?\n", status), "Var1=1\n") << "a state saved whole is read whole";
 }
 
+// A state whose object no longer binds to the workspace (its input's identifier edited) would
+// answer every command naming an object "?" and be saved so: it is refused and left as it is.
+TEST_F(StateFile, AStateThatCannotBindIsRefused) {
+    int status = -1;
+    RunHost("--state e2e-state.wks", "Var1=3\n", status);
+    std::string saved = Contents("e2e-state.wks");
+    const size_t iid = saved.find("\"IID\"");
+    ASSERT_NE(iid, std::string::npos) << saved;
+    const size_t bytes = saved.find("\"bytes\": \"", iid) + 10;
+    saved.replace(bytes, 32, std::string(32, '0'));
+    std::ofstream("e2e-state.wks") << saved;
+    EXPECT_EQ(RunHost("--state e2e-state.wks", "Lamp=1\n", status),
+              "wks-host: e2e-state.wks: the object it holds cannot be bound to the workspace (its input "
+              "RunningObjectTable takes no object): refused, and the file is left as it is\n");
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(Contents("e2e-state.wks"), saved);
+}
+
+// A control character XML 1.0 cannot hold is still exported (and read back), with a warning
+// that other XML tools will refuse the file.
+TEST_F(StateFile, ExportSaysWhatXmlCannotHold) {
+    int status = -1;
+    RunHost("--state e2e-state.wks", "Var2=a\x01" "b\n", status);
+    EXPECT_EQ(RunHost("--state e2e-state.wks --export-xml e2e-params.xml", "", status),
+              "wks-host: warning: e2e-params.xml: line 4 holds a control character (1) that XML 1.0 does not allow: "
+              "it is written as a reference, which wks-host reads back but other XML tools refuse\n");
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(RunHost("--import-xml e2e-params.xml", "Var2?\n", status), "Var2=a\x01" "b\n");
+}
+
 // A state file that is not one stops the host and is never overwritten.
 TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
     // Which texts the folder format refuses, and why, is the folder stream suite's; here, that the

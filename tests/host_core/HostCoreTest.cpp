@@ -356,8 +356,9 @@ TEST_F(HostCore, WorkspaceObjectsAnswerTheInterfacesOfTheirKind) {
 // name, an object without a name of its own, an empty variant, and reals without names, which print
 // in fixed point with the fewest decimals that read back as the value (0.29 and 12345.6789 as
 // typed, though neither times a power of ten is whole in binary; 0.999999999 not rounded up) or
-// come within 1e-8 of it from above (0.1 + 0.2 as 0.3), or in exponent notation where the fixed text would not
-// fit 255 characters.
+// come within 1e-8 of it from above (0.1 + 0.2 as 0.3), without the zeros nine decimals may round
+// up to (9.999999999999 as 10), or in exponent notation where the fixed text would not fit 255
+// characters.
 TEST_F(HostCore, CSVAndINIWriteOneEntryPerItem) {
     SmartPtr<ISuperCollection> sample(HOSTNewCollection()), nameless(HOSTNewCollection());
     SmartPtr<IVariant> integer = NewVariant(), text = NewVariant(), empty = NewVariant();
@@ -369,7 +370,7 @@ TEST_F(HostCore, CSVAndINIWriteOneEntryPerItem) {
     for (const auto& [name, value] : items) sample->Add(SmartPtr<IString>(name ? HOSTNewString(name) : nullptr).get(), value, 0, 0);
     for (double value : {-0.125, 1.0 / 3, 7766279631452241920.0, 1e300, -2.5e300, 1.234567891e290, 1e20, -HUGE_VAL,
                          -0.0, -7.0, 999999999999999.0, 1e15, 0.29, 12345.6789,
-                         0.999999999, 1e15 + 0.5, 0.1 + 0.2}) {
+                         0.999999999, 1e15 + 0.5, 0.1 + 0.2, 9.999999999999}) {
         SmartPtr<IVariant> number = NewVariant();
         number->put_Double(value);
         sample->Add(nullptr, number.get(), 0, 0);
@@ -391,7 +392,7 @@ TEST_F(HostCore, CSVAndINIWriteOneEntryPerItem) {
     for (const wchar_t* entry : {L"Var1=100", L"Var2=Hello", L"bare", L"Obj=", L"E=", L"-0.125", L"0.333333333", L"7766279631452241920",
                                  L"1e+300", L"-2.5e+300", L"1.234567891e+290", L"100000000000000000000", L"-inf",
                                  L"-0", L"-7", L"999999999999999", L"1000000000000000", L"0.29", L"12345.6789",
-                                 L"0.999999999", L"1000000000000000.5", L"0.3", L"-2147483648"}) {
+                                 L"0.999999999", L"1000000000000000.5", L"0.3", L"10", L"-2147483648"}) {
         csvText += (csvText.empty() ? L"" : L",") + std::wstring(entry);
         iniText += (iniText.empty() ? L"" : L"\n") + std::wstring(entry);
     }
