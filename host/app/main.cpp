@@ -403,6 +403,13 @@ int main(int argc, char** argv) {
         return saved;
     };
     if (!saveState()) return 1;
+    // The last save, at the end: when it fails the changes since the last good one are lost, which
+    // the status says (1), so that a service manager sees it.
+    auto finalSave = [&]() {
+        if (saveState()) return true;
+        std::fprintf(stderr, "wks-host: %s: the last changes are not saved\n", shown.state.c_str());
+        return false;
+    };
     if (!options.exportXml.empty()) {
         std::string warning;
         if (ExportParametersXml(session.Manager(), options.exportXml, problem, warning)) {
@@ -472,8 +479,7 @@ int main(int argc, char** argv) {
                                                           : LogLevel::kInfo);
         const int status = ServerRun(server, session, saveState, error);
         if (status != 0) std::fprintf(stderr, "wks-host: %s\n", error.c_str());
-        saveState();
-        return status;
+        return finalSave() && status == 0 ? 0 : status == 0 ? 1 : status;
     }
 
     std::unique_ptr<CTranscript> transcript;
@@ -501,5 +507,5 @@ int main(int argc, char** argv) {
         // Nobody reads the answers any more (a closed pipe): the session ends as at the input's end.
         goOn = Write(out) && goOn;
     }
-    return 0;  // the session, the workspace and then the module's hold on the collection are let go
+    return finalSave() ? 0 : 1;  // the session, the workspace and then the module's hold on the collection are let go
 }

@@ -38,7 +38,7 @@ protected:
     void TearDown() override {
         for (const char* file : {"e2e-state.wks", "e2e-params.xml", "e2e-input.txt", "e2e-in.txt"}) std::remove(file);
         // A host killed while saving leaves its temporary file behind (never the state file half-written).
-        std::system("rm -f e2e-state.wks.??????");
+        std::system("rm -f e2e-state.wks.?????? && rm -rf e2e-gone");
     }
 };
 
@@ -108,6 +108,17 @@ TEST_F(StateFile, ExportSaysWhatXmlCannotHold) {
               "it is written as a reference, which wks-host reads back but other XML tools refuse\n");
     EXPECT_EQ(status, 0);
     EXPECT_EQ(RunHost("--import-xml e2e-params.xml", "Var2?\n", status), "Var2=a\x01" "b\n");
+}
+
+// A save that fails at the end (the state's folder went away) is said, and the status is 1.
+TEST_F(StateFile, ALostLastSaveEndsWithStatusOne) {
+    int status = -1;
+    const std::string output = Output("rm -rf e2e-gone && mkdir e2e-gone && { printf 'Var1=1\\n'; sleep 1; rm -rf e2e-gone; "
+                                      "printf 'Var1=2\\n'; } | ./wks-host --no-prompt --state e2e-gone/s.wks 2>&1",
+                                      status);
+    EXPECT_NE(output.find("e2e-gone/s.wks: cannot save: "), std::string::npos) << output;
+    EXPECT_NE(output.find("wks-host: e2e-gone/s.wks: the last changes are not saved\n"), std::string::npos) << output;
+    EXPECT_EQ(status, 1);
 }
 
 // A state file that is not one stops the host and is never overwritten.
