@@ -57,6 +57,19 @@ void BM_OwnQuery(benchmark::State& state) {
     if (Expect(state, tally, state.iterations(), state.iterations(), reply)) Report(state, tally);
 }
 
+// "Var1?": one own parameter, the line the network load test sends.
+void BM_ValueQuery(benchmark::State& state) {
+    Rig rig(100);
+    const std::string reply = "Var1=5";
+    if (!Ready(state, rig) || !ExpectReplies(state, rig, "Var1=5\r\n", {}) ||
+        !ExpectReplies(state, rig, "Var1?\r\n", {reply}))
+        return;
+    const std::string query = "Var1?\r\n";
+    Tally tally;
+    for (auto _ : state) rig.Send(query, reply, tally);
+    if (Expect(state, tally, state.iterations(), state.iterations(), reply)) Report(state, tally);
+}
+
 // "Obj<i>.Sub?" over every object of a table of n, in a shuffled order.
 void BM_PathQuery(benchmark::State& state) {
     struct Table {
@@ -199,6 +212,7 @@ void BM_MemoryTenMillionLines(benchmark::State& state) {
 
 BENCHMARK(BM_Assignment);
 BENCHMARK(BM_OwnQuery);
+BENCHMARK(BM_ValueQuery);
 BENCHMARK(BM_PathQuery)->Arg(100)->Arg(10000)->Arg(1000000);
 BENCHMARK(BM_MixedMessage);
 BENCHMARK(BM_ElevenAssignments);
