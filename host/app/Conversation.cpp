@@ -154,12 +154,16 @@ bool CConversation::Line(std::string_view line, std::string& out) {
     // Only a first line refused as another protocol's is kept as it came: it is answered as such.
     const bool offersToken = !m_Options.token.empty() && !m_Authenticated &&
                              !(m_First && m_Options.guard && ForeignProtocol(line) != nullptr);
+    // After it, a line is written as it came, but for a login repeated: "AUTH TOKEN" becomes
+    // "AUTH *", which the object answers as it answers the token's line (a name it does not have).
+    const bool repeatsToken = !m_Options.token.empty() && m_Authenticated && line.size() == 5 + m_Options.token.size() &&
+                              line.substr(0, 5) == "AUTH " && line.substr(5) == m_Options.token;
     // The answer is recorded without the prompt that may follow it: a replay shows none.
     const size_t before = out.size();
     m_AnswerEnd = std::string::npos;
     const bool goOn = Handle(line, out);
     const size_t end = m_AnswerEnd == std::string::npos ? out.size() : m_AnswerEnd;
-    m_Transcript->Message(offersToken ? (m_Authenticated ? "AUTH *" : "AUTH -") : line);
+    m_Transcript->Message(offersToken ? (m_Authenticated ? "AUTH *" : "AUTH -") : repeatsToken ? "AUTH *" : line);
     m_Transcript->Answer(std::string_view(out).substr(before, end - before));
     return goOn;
 }

@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cctype>
 #include <cerrno>
@@ -107,7 +108,12 @@ std::unique_ptr<CTranscript> CTranscript::Open(const std::string& folder, const 
         path = folder + "/" + stamp + "-" + std::to_string(++sequence) + "-" + safePeer + ".wksrec";
         // Readable by the host's own user only: a transcript holds everything its client sent.
         const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        if (fd >= 0 && (file = ::fdopen(fd, "w")) == nullptr) ::close(fd);
+        if (fd >= 0 && (file = ::fdopen(fd, "w")) == nullptr) {
+            const int why = errno;
+            ::unlink(path.c_str());
+            ::close(fd);
+            errno = why;
+        }
         if (file == nullptr && errno != EEXIST) break;
     }
     if (file == nullptr) return error = path + ": " + std::strerror(errno), nullptr;
@@ -180,6 +186,9 @@ int ReplayTranscript(const std::string& path, const std::string& name, CProtocol
             steps.back().recorded += bytes;
         }
     }
+    // A line that had to authenticate is recorded as "AUTH *" or "AUTH -" whatever its length: a
+    // limit shorter than that must not refuse it here.
+    if (!options.token.empty()) options.maxLine = std::max(options.maxLine, std::strlen("AUTH -"));
     CConversation conversation(object, options, nullptr);
     int differences = 0, messages = 0;
     for (const Step& step : steps) {

@@ -15,8 +15,9 @@
 // Bytes are escaped: \\ for a backslash, \n, \r, \t, and \xHH for every other byte below 0x20,
 // 0x7F and above. No line that must authenticate is written: it is recorded as "AUTH *" when the
 // token was accepted, "AUTH -" when it was refused (a replay's token is "*"), whatever it held.
-// Once a session is authenticated, or when it needs no token, every line is as it came. The file
-// is readable by the host's own user only.
+// Once a session is authenticated, or when it needs no token, every line is as it came, but for
+// a repeated login, "AUTH TOKEN", again recorded as "AUTH *". The file is readable by the host's
+// own user only.
 #pragma once
 
 #include <cstdio>

@@ -382,7 +382,7 @@ TEST(Network, RecordedSessionsReplay) {
         std::ofstream("e2e-token3") << "s3cret\n";
         Server server("--record e2e-rec --auth-file e2e-token3");
         Client accepted(server.Port()), refused(server.Port());
-        accepted.Send("AUTH s3cret\nLamp?\nAUTH later\nBreak\n");
+        accepted.Send("AUTH s3cret\nLamp?\nAUTH later\nAUTH s3cret\nBreak\n");
         accepted.UntilClosed();
         refused.Send("auth s3cret\n");
         refused.UntilClosed();
@@ -392,7 +392,7 @@ TEST(Network, RecordedSessionsReplay) {
                                         status);
     EXPECT_EQ(sessions, "0\n0\n600\n0\n") << "both replay as recorded; the token is in no file";
     EXPECT_NE(Output("grep -h AUTH e2e-rec/*", status).find("> AUTH later"), std::string::npos)
-        << "after authenticating, a line is recorded as it came";
+        << "after authenticating, a line is recorded as it came, but for the token";
 
     // Standard input with its prompt: the prompt follows the answers but is no part of them. A
     // line over the network's limit replays under the limit of the session that took it, and a

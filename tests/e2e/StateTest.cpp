@@ -113,8 +113,10 @@ TEST_F(StateFile, ExportSaysWhatXmlCannotHold) {
 // A save that fails at the end (the state's folder went away) is said, and the status is 1.
 TEST_F(StateFile, ALostLastSaveEndsWithStatusOne) {
     int status = -1;
-    const std::string output = Output("rm -rf e2e-gone && mkdir e2e-gone && { printf 'Var1=1\\n'; sleep 1; rm -rf e2e-gone; "
-                                      "printf 'Var1=2\\n'; } | ./wks-host --no-prompt --state e2e-gone/s.wks 2>&1",
+    // The folder goes once the first save made the file (at most 10 s later).
+    const std::string output = Output("rm -rf e2e-gone && mkdir e2e-gone && { printf 'Var1=1\\n'; "
+                                      "for i in $(seq 200); do [ -e e2e-gone/s.wks ] && break; sleep 0.05; done; "
+                                      "rm -rf e2e-gone; printf 'Var1=2\\n'; } | ./wks-host --no-prompt --state e2e-gone/s.wks 2>&1",
                                       status);
     EXPECT_NE(output.find("e2e-gone/s.wks: cannot save: "), std::string::npos) << output;
     EXPECT_NE(output.find("wks-host: e2e-gone/s.wks: the last changes are not saved\n"), std::string::npos) << output;

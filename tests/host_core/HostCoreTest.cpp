@@ -465,6 +465,37 @@ TEST(InterfaceMap, AnswersOnlyTheIdentifiersItNames) {
     object->HostRelease();
 }
 
+// Two identifiers whose halves mix to one key share a slot whatever the multiplier: such a map
+// answers by scanning its rows, as the slots would have answered.
+IID IIDOfHalves(uint64_t low, uint64_t high) {
+    IID iid;
+    std::memcpy(iid.bytes, &low, 8);
+    std::memcpy(iid.bytes + 8, &high, 8);
+    return iid;
+}
+const IID kMixedA = IIDOfHalves(1, 0), kMixedB = IIDOfHalves(1 - 0x9E3779B97F4A7C15ull, 1);
+constexpr HOSTInterfaceEntry<Faceted> kCollidingRows[] = {
+    HOSTAnswer<Faceted, InfoA>(kMixedA), HOSTAnswer<Faceted, InfoB>(kMixedB),
+    HOSTAnswer<Faceted, InfoA>(IID_IObjectInfo, 2), HOSTAnswer<Faceted, InfoB>(IID_IObjectInfo, 1),
+};
+
+TEST(InterfaceMap, IdentifiersNoMultiplierPartsAreScanned) {
+    Faceted* object = new Faceted(1);
+    void* const a = static_cast<InfoA*>(object);
+    void* const b = static_cast<InfoB*>(object);
+    const struct { const IID* iid; void* want; } rows[] = {
+        {&kMixedA, a}, {&kMixedB, b}, {&IID_IObjectInfo, b}, {&IID_IVariant, nullptr}, {&IID_NULL, nullptr}, {&IID_IUnknown, a}};
+    for (const auto& row : rows) {
+        void* found = reinterpret_cast<void*>(0x1);
+        const HRESULT hr = HOSTQueryInterface<kCollidingRows>(object, *row.iid, &found, object->m_Facets);
+        EXPECT_EQ(found, row.want) << &row - rows;
+        EXPECT_EQ(hr, row.want ? S_OK : E_NOINTERFACE) << &row - rows;
+        if (found) static_cast<IUnknown*>(found)->Release();
+    }
+    EXPECT_EQ((HOSTMapSlots<kCollidingRows, Faceted>::Mode()), HOST_MAP_ROWS) << "no multiplier parts them";
+    object->HostRelease();
+}
+
 TEST(NameIndex, FindsTheFirstEntryOfEveryName) {
     for (int count : {1, 8, 9, 40, 1000}) {
         std::vector<std::wstring> names;
