@@ -72,7 +72,9 @@ bool ExportParametersXml(IUnknown* object, const std::string& path, std::string&
     size_t line = 1;
     for (size_t at = 0; at < text.size() && warning.empty(); ++at) {
         if (text[at] == '\n') ++line;
-        if (text.compare(at, 2, "&#") != 0 || at + 2 >= text.size() || text[at + 2] < '0' || text[at + 2] > '9') continue;
+        const bool reference = text.compare(at, 2, "&#") == 0 && at + 2 < text.size() && text[at + 2] >= '0' &&
+                               text[at + 2] <= '9';
+        if (!reference) continue;
         const long code = std::strtol(text.c_str() + at + 2, nullptr, 10);
         if (code < 32 && code != 9 && code != 10 && code != 13)
             warning = "line " + std::to_string(line) + " holds a control character (" + std::to_string(code) +

@@ -413,7 +413,8 @@ int main(int argc, char** argv) {
     if (!options.exportXml.empty()) {
         std::string warning;
         if (ExportParametersXml(session.Manager(), options.exportXml, problem, warning)) {
-            if (!warning.empty()) std::fprintf(stderr, "wks-host: warning: %s: %s\n", shown.exportXml.c_str(), warning.c_str());
+            if (!warning.empty())
+                std::fprintf(stderr, "wks-host: warning: %s: %s\n", shown.exportXml.c_str(), warning.c_str());
             return 0;
         }
         std::fprintf(stderr, "wks-host: %s: %s\n", shown.exportXml.c_str(), problem.c_str());
@@ -479,7 +480,8 @@ int main(int argc, char** argv) {
                                                           : LogLevel::kInfo);
         const int status = ServerRun(server, session, saveState, error);
         if (status != 0) std::fprintf(stderr, "wks-host: %s\n", error.c_str());
-        return finalSave() && status == 0 ? 0 : status == 0 ? 1 : status;
+        const bool saved = finalSave();
+        return status != 0 ? status : saved ? 0 : 1;
     }
 
     std::unique_ptr<CTranscript> transcript;

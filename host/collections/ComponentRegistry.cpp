@@ -60,7 +60,6 @@ public:
 
     std::vector<std::pair<std::wstring, CREATORFUNCTION>> m_Entries;
     CNameIndex m_Index;
-
 };
 
 Registry& Components() {

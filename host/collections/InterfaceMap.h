@@ -120,7 +120,9 @@ public:
     static const Slots& Get() { return gSlots; }
     __attribute__((noinline)) static void LayOut(T* self) {
         static std::once_flag once;
-        std::call_once(once, [self] { gMode.store(Fill(self) ? HOST_MAP_SLOTS : HOST_MAP_ROWS, std::memory_order_release); });
+        std::call_once(once, [self] {
+            gMode.store(Fill(self) ? HOST_MAP_SLOTS : HOST_MAP_ROWS, std::memory_order_release);
+        });
     }
 
 private:
@@ -140,11 +142,13 @@ private:
             bool apart = Place(IID_IUnknown, HOST_FACET_ALWAYS, offsetOf(Table[0]), true);
             for (std::size_t r = 0; r < std::size(Table) && apart; ++r) {
                 const auto& row = Table[r];
-                if (row.facets == 0 || *row.iid == IID_IUnknown) continue;  // answers for no object
+                // A row of no facets answers for no object; IUnknown has its slot already.
+                if (row.facets == 0 || *row.iid == IID_IUnknown) continue;
+                const auto names = [&row](const auto& other) { return other.facets != 0 && *other.iid == *row.iid; };
                 bool earlier = false, last = true;
-                for (std::size_t e = 0; e < r; ++e) earlier = earlier || (Table[e].facets != 0 && *Table[e].iid == *row.iid);
-                for (std::size_t l = r + 1; l < std::size(Table); ++l) last = last && !(Table[l].facets != 0 && *Table[l].iid == *row.iid);
-                if (!earlier) apart = Place(*row.iid, row.facets, offsetOf(row), last);
+                for (std::size_t e = 0; e < r; ++e) earlier = earlier || names(Table[e]);
+                for (std::size_t l = r + 1; l < std::size(Table); ++l) last = last && !names(Table[l]);
+                if (!earlier) apart = Place(*row.iid, row.facets, offsetOf(row), last);  // a later row: a scan
             }
             if (apart) return true;
         }
