@@ -422,46 +422,47 @@ constexpr HOSTInterfaceEntry<Faceted> kFacetedRows[] = {
 };
 HRESULT Faceted::QueryInterface(const IID& iid, void** object) { return HOSTQueryInterface<kFacetedRows>(this, iid, object, m_Facets); }
 
+// Asks `object` through the map `Table` for `iid`: `want` (null: no answer), with the result code
+// that goes with it; the reference an answer holds is released.
+template <const auto& Table>
+void ExpectAnswer(Faceted* object, const IID& iid, void* want, int label) {
+    void* found = reinterpret_cast<void*>(0x1);
+    const HRESULT hr = HOSTQueryInterface<Table>(object, iid, &found, object->m_Facets);
+    EXPECT_EQ(found, want) << label;
+    EXPECT_EQ(hr, want ? S_OK : E_NOINTERFACE) << label;
+    if (found) static_cast<IUnknown*>(found)->Release();
+}
+
 TEST(InterfaceMap, TheFirstRowThatFitsTheFacetsAnswers) {
     const struct { unsigned facets; int row; } rows[] = {{1, 1}, {2, 2}, {3, 1}, {4, 0}};  // 0: none answers
     for (const auto& row : rows) {
         Faceted* object = new Faceted(row.facets);
-        void* found = reinterpret_cast<void*>(0x1);
-        const HRESULT hr = object->QueryInterface(IID_IObjectInfo, &found);
         void* const want = row.row == 1 ? static_cast<void*>(static_cast<InfoA*>(object))
                            : row.row == 2 ? static_cast<void*>(static_cast<InfoB*>(object)) : nullptr;
-        EXPECT_EQ(found, want) << row.facets;
-        EXPECT_EQ(hr, want ? S_OK : E_NOINTERFACE) << row.facets;
-        if (found) static_cast<IUnknown*>(found)->Release();
+        ExpectAnswer<kFacetedRows>(object, IID_IObjectInfo, want, static_cast<int>(row.facets));
         object->HostRelease();
     }
 }
 
 // A hashed map reads one slot an identifier: every identifier the framework knows, the null one
-// (which an empty slot would hold) and IUnknown are answered exactly as the rows say.
+// (which an empty slot would hold) and IUnknown (the first row's interface) are answered exactly
+// as the rows say.
 TEST(InterfaceMap, AnswersOnlyTheIdentifiersItNames) {
     static const IID* const known[] = {
 #define WKS_IID_ADDRESS(name) &IID_##name,
         WKS_INTERFACE_LIST(WKS_IID_ADDRESS)
 #undef WKS_IID_ADDRESS
-        &IID_NULL,
+        &IID_NULL, &IID_IUnknown,
     };
     Faceted* object = new Faceted(8 | 2);
+    void* const a = static_cast<InfoA*>(object);
+    void* const b = static_cast<InfoB*>(object);
     for (size_t k = 0; k < std::size(known); ++k) {
-        const IID* iid = known[k];
-        void* found = reinterpret_cast<void*>(0x1);
-        const HRESULT hr = object->QueryInterface(*iid, &found);
-        void* const want = *iid == IID_IString ? static_cast<void*>(static_cast<InfoA*>(object))
-                           : *iid == IID_IObjectInfo || *iid == IID_IVariant ? static_cast<void*>(static_cast<InfoB*>(object))
-                                                                             : nullptr;
-        EXPECT_EQ(found, want) << "identifier " << k;
-        EXPECT_EQ(hr, want ? S_OK : E_NOINTERFACE);
-        if (found) static_cast<IUnknown*>(found)->Release();
+        const IID& iid = *known[k];
+        void* const want = iid == IID_IString || iid == IID_IUnknown ? a
+                           : iid == IID_IObjectInfo || iid == IID_IVariant ? b : nullptr;
+        ExpectAnswer<kFacetedRows>(object, iid, want, static_cast<int>(k));
     }
-    void* unknown = nullptr;
-    ASSERT_EQ(object->QueryInterface(IID_IUnknown, &unknown), S_OK);
-    EXPECT_EQ(unknown, static_cast<void*>(static_cast<InfoA*>(object))) << "the first row's interface";
-    static_cast<IUnknown*>(unknown)->Release();
     object->HostRelease();
 }
 
@@ -485,13 +486,7 @@ TEST(InterfaceMap, IdentifiersNoMultiplierPartsAreScanned) {
     void* const b = static_cast<InfoB*>(object);
     const struct { const IID* iid; void* want; } rows[] = {
         {&kMixedA, a}, {&kMixedB, b}, {&IID_IObjectInfo, b}, {&IID_IVariant, nullptr}, {&IID_NULL, nullptr}, {&IID_IUnknown, a}};
-    for (const auto& row : rows) {
-        void* found = reinterpret_cast<void*>(0x1);
-        const HRESULT hr = HOSTQueryInterface<kCollidingRows>(object, *row.iid, &found, object->m_Facets);
-        EXPECT_EQ(found, row.want) << &row - rows;
-        EXPECT_EQ(hr, row.want ? S_OK : E_NOINTERFACE) << &row - rows;
-        if (found) static_cast<IUnknown*>(found)->Release();
-    }
+    for (const auto& row : rows) ExpectAnswer<kCollidingRows>(object, *row.iid, row.want, static_cast<int>(&row - rows));
     EXPECT_EQ((HOSTMapSlots<kCollidingRows, Faceted>::Mode()), HOST_MAP_ROWS) << "no multiplier parts them";
     object->HostRelease();
 }
