@@ -293,7 +293,7 @@ public:
         SmartPtr<INamedCollection> table = CaptionTable(captions);
         SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
         SmartPtr<IString> whole = QueryAs<IString>(xml.get(), IID_IString);
-        if (!table || !whole || m_ItemCount == 0) return S_OK;
+        if (!table || !whole || m_ItemCount <= 0) return S_OK;
         // The captions once, not once per element.
         std::unique_ptr<SmartPtr<IString>[]> names(new (std::nothrow) SmartPtr<IString>[m_ItemCount]);
         if (!names) return S_OK;

@@ -156,10 +156,7 @@ HRESULT CWKSProtocol::GetPages(int32_t, INamedCollection** pages, IUnknown**) {
         SmartPtr<IString> text = WideName(page);
         list->Add(nullptr, text.get(), 0, 0);
     }
-    // The list is handed out as the named collection it answers for, in case the host keeps that
-    // view apart from the super collection; a collection that does not say is one by derivation.
-    SmartPtr<INamedCollection> named = QueryAs<INamedCollection>(list.get(), IID_INamedCollection);
-    *pages = named ? named.Detach() : list.Detach();
+    *pages = list.Detach();  // a super collection is a named collection by derivation
     return S_OK;
 }
 

@@ -187,7 +187,11 @@ int _IS2Integer(CREFString text, int base) {
 
 double _IS2Double(CREFString text) {
     if (text.length <= 0) return 0.0;
-    if (text.text[0] == L'#') return static_cast<double>(_IS2Integer(CREFString(text.text + 1, text.length - 1), 16));
+    if (text.text[0] == L'#') {
+        // Hexadecimal digits only: a sign or a second "#" after the first is not read as one.
+        if (text.length < 2 || DigitValue(text.text[1], 16) < 0) return 0.0;
+        return static_cast<double>(_IS2Integer(CREFString(text.text + 1, text.length - 1), 16));
+    }
     int32_t i = 0;
     bool negative = false;
     if (text.text[0] == L'-') negative = true, i = 1;

@@ -198,6 +198,7 @@ HRESULT CHostParameters::Add(IString* name, IUnknown* value, IUnknown* descripto
     entry.descriptor.Assign(descriptor);
     entry.flags = flags;
     try {
+        if (m_Entries.capacity() == 0) m_Entries.reserve(4);  // most collections made per line hold a few
         m_Entries.push_back(std::move(entry));
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;

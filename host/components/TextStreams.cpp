@@ -1,6 +1,7 @@
 #include "host/components/TextStreams.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cwchar>
 #include <new>
@@ -12,25 +13,16 @@
 namespace {
 
 constexpr int kNumberBuffer = 256;
-// A reply is mostly one short entry: its text's first block holds this many characters, so that
-// it grows once instead of character run by character run (63 and the terminator fill one
-// recycled 256-byte block).
-constexpr size_t kFirstRoom = 63;
 
-void Append(HOSTRecycledText& out, const wchar_t* text, size_t count) {
-    const size_t needed = out.size() + count;
-    if (needed > out.capacity()) out.reserve(std::max({needed, 2 * out.capacity(), kFirstRoom}));
-    out.append(text, count);
-}
-
-void Append(HOSTRecycledText& out, wchar_t c) { Append(out, &c, 1); }
+void Append(HOSTStreamText& out, const wchar_t* text, size_t count) { out.Append(text, count); }
+void Append(HOSTStreamText& out, wchar_t c) { out.Append(&c, 1); }
 
 // An integer in decimal; a real in fixed point with the fewest decimals (at most 9) that show it,
 // or, when that text would not fit 255 characters (magnitudes from about 1e246 on), in exponent
 // notation with nine mantissa decimals less their trailing zeros ("1e+300", "-2.5e+300"). NaN
 // and infinities print as libc writes them: "nan", "-nan", "inf", "-inf".
 // A whole number as decimal digits, exactly as "%d" (or "%.0f" of a whole real) writes it.
-void AppendWhole(int64_t value, HOSTRecycledText& out) {
+void AppendWhole(int64_t value, HOSTStreamText& out) {
     wchar_t digits[24];
     wchar_t* end = digits + 24;
     wchar_t* p = end;
@@ -43,7 +35,7 @@ void AppendWhole(int64_t value, HOSTRecycledText& out) {
     Append(out, p, static_cast<size_t>(end - p));
 }
 
-void AppendNumber(IVariant* variant, HOSTRecycledText& out) {
+void AppendNumber(IVariant* variant, HOSTStreamText& out) {
     if (variant->get_NumberType() == 1) {
         AppendWhole(variant->get_Integer(), out);
         return;
@@ -91,14 +83,14 @@ void AppendNumber(IVariant* variant, HOSTRecycledText& out) {
     Append(out, buffer, static_cast<size_t>(n));
 }
 
-void AppendText(IString* text, HOSTRecycledText& out) {
+void AppendText(IString* text, HOSTStreamText& out) {
     wchar_t* chars = nullptr;
     int32_t length = 0;
     if (text != nullptr && text->GetText(&chars, &length) >= 0 && chars != nullptr && length > 0)
         Append(out, chars, static_cast<size_t>(length));
 }
 
-void AppendValue(IUnknown* value, HOSTRecycledText& out) {
+void AppendValue(IUnknown* value, HOSTStreamText& out) {
     if (SmartPtr<IVariant> variant = QueryAs<IVariant>(value, IID_IVariant)) {
         if (variant->IsString()) {
             SmartPtr<IString> text;
@@ -123,7 +115,7 @@ void AppendValue(IUnknown* value, HOSTRecycledText& out) {
     }
 }
 
-void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, HOSTRecycledText& out) {
+void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, HOSTStreamText& out) {
     if (!first) Append(out, separator);
     if (name) {
         AppendText(name, out);
@@ -134,7 +126,7 @@ void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, 
 
 }  // namespace
 
-void HOSTWriteEntries(IUnknown* collection, wchar_t separator, HOSTRecycledText& out) {
+void HOSTWriteEntries(IUnknown* collection, wchar_t separator, HOSTStreamText& out) {
     // A parameter collection is read through its variants (values delivered by input bindings
     // included); any other named collection through its items.
     SmartPtr<IParameters> parameters = QueryAs<IParameters>(collection, IID_IParameters);
@@ -195,6 +187,18 @@ HRESULT CINIStream::WriteObject(IUnknown* object) {
         return E_OUTOFMEMORY;
     }
     return S_OK;
+}
+
+void HOSTStreamText::Grow(size_t count) {
+    // GetBuffer counts the text's bytes in 32 bits.
+    if (count > static_cast<size_t>(INT32_MAX) / sizeof(wchar_t) - m_Size) throw std::bad_alloc();
+    const size_t capacity = std::max(m_Size + count, 2 * m_Capacity);
+    auto* chars = static_cast<wchar_t*>(std::malloc((capacity + 1) * sizeof(wchar_t)));
+    if (chars == nullptr) throw std::bad_alloc();
+    std::wmemcpy(chars, m_Chars, m_Size);
+    if (m_Chars != m_Inline) std::free(m_Chars);
+    m_Chars = chars;
+    m_Capacity = capacity;
 }
 
 HRESULT HOSTCreateCSVStream(void*, IID* iid, void** object) { return HOSTCreate<CCSVStream>(iid, object); }
