@@ -3,7 +3,7 @@
 #include <cwctype>
 #include <new>
 
-CMarkupScan::CMarkupScan(CREFString text) : m_Text(text) { Index(); }
+CMarkupScan::CMarkupScan(CREFString text) : m_Text(text), m_SearchBudget(2 * static_cast<int64_t>(text.length) + 64) { Index(); }
 
 CMarkupScan::~CMarkupScan() {
     delete[] m_Closings;
@@ -87,6 +87,29 @@ int32_t CMarkupScan::FindClosing(tagREFString name, int32_t from) {
     return -1;
 }
 
+// Where the content of the first "<" name at or after `from` begins (after the first ">" that
+// follows it). Left to us: when there is none, or no ">" after it, or the name itself begins
+// with "/" (whose "<" name is a closing tag), the tag found stands for the element and its
+// content begins at `fallback`. The searches of one scan look at most at about twice the text's
+// characters, so that a text full of such tags still costs linear time; past that budget the
+// tag found stands for the element as well.
+int32_t CMarkupScan::ElementAfter(tagREFString name, int32_t from, int32_t fallback) {
+    const wchar_t* t = m_Text.text;
+    const int32_t n = m_Text.length;
+    if (name.length == 0 || name.text[0] == L'/') return fallback;
+    for (int32_t c = from; c + name.length < n && m_SearchBudget > 0; ++c, --m_SearchBudget) {
+        if (t[c] != L'<') continue;
+        int32_t i = 0;
+        while (i < name.length && t[c + 1 + i] == name.text[i]) ++i;
+        m_SearchBudget -= i;
+        if (i < name.length) continue;
+        for (int32_t gt = c + 1 + name.length; gt < n; ++gt)
+            if (t[gt] == L'>') return gt + 1;
+        return fallback;
+    }
+    return fallback;
+}
+
 bool CMarkupScan::Next(tagREFString* tag, tagREFString* content) {
     const wchar_t* t = m_Text.text;
     const int32_t n = m_Text.length;
@@ -104,9 +127,10 @@ bool CMarkupScan::Next(tagREFString* tag, tagREFString* content) {
     int32_t nameEnd = first;
     while (nameEnd < last && t[nameEnd] != L' ' && t[nameEnd] != L'\r') ++nameEnd;
     const tagREFString name{nameEnd - first, t + first};
-    // The element is the tag just found. A tag with blanks after its "<" is taken where it
-    // stands, not looked for again further on as "<" name: that keeps the scan linear.
-    const int32_t begin = close + 1;
+    // The element is the first "<" name from here on: the tag just found, unless blanks stand
+    // between its "<" and its name; then it is looked for further on.
+    int32_t begin = close + 1;
+    if (first > open + 1) begin = ElementAfter(name, open + 1, begin);
     const int32_t end = FindClosing(name, begin);
     *tag = tagREFString{last - first, t + first};
     if (end >= 0) {

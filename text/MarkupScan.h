@@ -10,9 +10,11 @@
 // Each step finds the next "<" that is not followed by "/" and the first ">" after it. The tag
 // text lies between them, without leading white space and control characters and without
 // trailing characters below 0x21 or 0x7F; the tag name is the tag text up to its first blank or
-// carriage return. The content runs from after the tag to the next "</" name ">"; the scan goes
-// on after that closing tag, so nested elements are passed over with their parent. Without a
-// closing tag the content is empty and the scan goes on after the opening tag.
+// carriage return. The element is the first "<" name from there on (the tag itself, unless
+// blanks follow its "<"). Its content runs from after the ">" that follows to the next
+// "</" name ">"; the scan goes on after that closing tag, so nested elements are passed over
+// with their parent. Without a closing tag the content is empty and the scan goes on after the
+// element's opening tag.
 //
 // Like a view it owns no text: the text must outlive the scan and the views it hands out. The
 // closing tags are indexed once by name, so a whole scan costs time linear in the text, however
@@ -37,6 +39,7 @@ private:
     };
 
     void Index();
+    int32_t ElementAfter(tagREFString name, int32_t from, int32_t fallback);
     // Position of the first "</" name ">" at or after `from`, or -1. Successive calls must pass
     // growing positions: the index forgets what lies before them.
     int32_t FindClosing(tagREFString name, int32_t from);
@@ -49,4 +52,5 @@ private:
     int32_t* m_Buckets = nullptr;  // first closing tag of each bucket not yet passed
     uint32_t m_Mask = 0;           // bucket count - 1; the count is a power of two
     bool m_Unindexed = false;      // closing tags exist but the index could not be made
+    int64_t m_SearchBudget;        // characters ElementAfter may still look at
 };

@@ -372,6 +372,9 @@ TEST_F(PropertyXml, LoadScansTagsAsText) {
         {L"<3>#123456</3><4> 1.5</4><5>a b</5><6>9</6><7>x</7>", L"-7,-7,1193046,0.000000,a b,-7"},
         {L"<4>1.5</4><5></5><Use_Prompt>-3</Use_Prompt >", L"0,-7,-7,1.500000,,-7"},
         {L"</5><5>x</5x>", L"-7,-7,-7,-7.000000,,-7"},
+        // Blanks after "<": the element is the next "<" name, and what lies before it is passed over.
+        {L"< Use_Prompt>0</Use_Prompt><Return_Style>2</Return_Style><Use_Prompt a>1</Use_Prompt>", L"1,-7,-7,-7.000000,-,-7"},
+        {L"< Use_Prompt>0</Use_Prompt><Return_Style>2</Return_Style>", L"0,2,-7,-7.000000,-,-7"},
     };
     for (const auto& row : rows) {
         c->usePrompt = c->returnStyle = c->colour = c->transient = -7;
