@@ -405,7 +405,13 @@ private:
         return wrapped;
     }
 
-    static void Free(PARAMETEROBJECT* entry) { delete entry; }
+    // The name, the value and the descriptor are released in that order, then the entry goes.
+    static void Free(PARAMETEROBJECT* entry) {
+        entry->Name.Reset();
+        entry->Item.Reset();
+        entry->Descriptor.Reset();
+        delete entry;
+    }
 
     static SmartPtr<IString> FolderName(const wchar_t* name) { return SmartPtr<IString>(ISCreate(name)); }
     static SmartPtr<IVariant> Shared(IVariant* value) {

@@ -198,6 +198,48 @@ TEST_F(Templates, KeysValuesAndInputs) {
     EXPECT_GT(s->locks, 0) << "and lock through the owner";
 }
 
+// A removed entry lets go of its name, its value and its descriptor in that order.
+TEST_F(Templates, RemoveReleasesNameValueDescriptor) {
+    static std::string released;
+    struct Name final : Fake<IString> {
+        ~Name() override { released += "name "; }
+        bool Answers(const IID& iid) override { return iid == IID_IString; }
+        HRESULT GetText(wchar_t** text, int32_t* length) override { *text = m_Text; *length = 1; return S_OK; }
+        HRESULT SetText(int32_t, const wchar_t*) override { return E_NOTIMPL; }
+        HRESULT AppendText(int32_t, const wchar_t*) override { return E_NOTIMPL; }
+        wchar_t m_Text[2] = L"n";
+    };
+    struct Value final : Fake<IUnknown> {
+        ~Value() override { released += "value "; }
+        bool Answers(const IID&) override { return false; }
+    };
+    struct Descriptor final : Fake<IInputParameter> {
+        ~Descriptor() override { released += "descriptor "; }
+        bool Answers(const IID&) override { return false; }
+        HRESULT get_InterfaceID(IID*) override { return E_NOTIMPL; }
+        HRESULT put_InterfaceID(IID) override { return E_NOTIMPL; }
+        HRESULT get_Value(IUnknown**) override { return E_NOTIMPL; }
+        HRESULT get_Moniker(IUnknown**) override { return E_NOTIMPL; }
+        HRESULT put_Moniker(IUnknown*) override { return E_NOTIMPL; }
+        HRESULT get_Reference(IUnknown**) override { return E_NOTIMPL; }
+        HRESULT put_Reference(IUnknown*) override { return E_NOTIMPL; }
+        HRESULT get_InputFlags(int32_t*) override { return E_NOTIMPL; }
+        HRESULT put_InputFlags(int32_t) override { return E_NOTIMPL; }
+        HRESULT get_BindFlags(int32_t*) override { return E_NOTIMPL; }
+    };
+    for (bool all : {false, true}) {
+        released.clear();
+        {
+            SmartPtr<IString> name(new Name());
+            SmartPtr<IUnknown> value(new Value());
+            SmartPtr<IInputParameter> descriptor(new Descriptor());
+            ASSERT_EQ(m_P->Add(name.get(), value.get(), descriptor.get(), 0), S_OK);
+        }
+        EXPECT_EQ(all ? m_P->RemoveAll() : m_P->Remove(0), S_OK);
+        EXPECT_EQ(released, "name value descriptor ") << (all ? "RemoveAll" : "Remove");
+    }
+}
+
 TEST_F(Templates, CopyRemoveAndSort) {
     AddInt(L"b", 1);
     AddInt(L"B", 2, 7);
