@@ -1,33 +1,32 @@
 #include "host/app/Framing.h"
 
 #include <charconv>
-
-namespace {
-
-// Without a string of its own to hold the digits.
-void AppendCount(std::string& out, size_t count) {
-    char digits[24];
-    const auto end = std::to_chars(digits, digits + sizeof digits, count).ptr;
-    out.append(digits, static_cast<size_t>(end - digits));
-}
-
-}  // namespace
+#include <cstring>
 
 void CReplyBlock::Begin(std::string& out) {
     m_Start = out.size();
     m_Count = 0;
-    if (m_Framing == Framing::kCounted) out += "+0\n";  // the count is written over at the end
+    if (m_Framing == Framing::kCounted) out.append("+0\n", 3);  // the count is written over at the end
 }
 
 void CReplyBlock::Add(std::string& out, std::string_view reply) {
     if (m_Start == std::string::npos) Begin(out);
     ++m_Count;
     switch (m_Framing) {
-        case Framing::kCounted:
-            AppendCount(out, reply.size());
-            out += ':';
-            out += reply;
-            break;
+        case Framing::kCounted: {
+            // "LENGTH:REPLY\n", written with one resize: every reply of every line comes here.
+            char head[24];
+            char* const colon = std::to_chars(head, head + sizeof head - 1, reply.size()).ptr;
+            *colon = ':';
+            const size_t headLength = static_cast<size_t>(colon + 1 - head);
+            const size_t at = out.size();
+            out.resize(at + headLength + reply.size() + 1);
+            char* to = &out[at];
+            std::memcpy(to, head, headLength);
+            if (!reply.empty()) std::memcpy(to + headLength, reply.data(), reply.size());
+            to[headLength + reply.size()] = '\n';
+            return;
+        }
         case Framing::kText: {
             // Every line of the reply, ended as input lines are (LF, CR LF or a lone CR) and sent
             // with a LF, an empty one as a blank: only the block's end is an empty line, whichever
