@@ -36,6 +36,12 @@ constexpr const char* kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self' data:; "
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
 
+// A frame's item or index, which is any JSON integer: one beyond 64 bits names no item either.
+int64_t FrameNumber(const nlohmann::json& number) {
+    if (number.is_number_unsigned() && number.get<uint64_t>() > static_cast<uint64_t>(INT64_MAX)) return INT64_MAX;
+    return number.get<int64_t>();
+}
+
 struct Asset {
     const char* path;
     const char* type;
@@ -316,11 +322,11 @@ void CConsoleService::Receive(Handle handle, const std::string& payload) {
     }
     if (type == "control" && frame.contains("item") && frame["item"].is_number_integer() && frame.contains("value") &&
         (frame["value"].is_number() || frame["value"].is_string())) {
-        if (!ConsoleControl(m_Object.Manager(), frame["item"].get<int>(), frame["value"], error))
+        if (!ConsoleControl(m_Object.Manager(), FrameNumber(frame["item"]), frame["value"], error))
             return Send(handle, tab, json{{"type", "error"}, {"text", error}, {"item", frame["item"]}}.dump());
     } else if (type == "parameter" && frame.contains("index") && frame["index"].is_number_integer() && frame.contains("value") &&
                frame["value"].is_string()) {
-        if (!ConsoleSetParameter(m_Object.Manager(), frame["index"].get<int>(), frame["value"].get<std::string>(), error))
+        if (!ConsoleSetParameter(m_Object.Manager(), FrameNumber(frame["index"]), frame["value"].get<std::string>(), error))
             return Send(handle, tab, json{{"type", "error"}, {"text", error}, {"index", frame["index"]}}
                                          .dump(-1, ' ', false, json::error_handler_t::replace));
     } else {

@@ -248,7 +248,7 @@ std::string ConsolePages(IUnknown* object) {
         .dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-bool ConsoleControl(IUnknown* object, int id, const json& value, std::string& error) {
+bool ConsoleControl(IUnknown* object, int64_t id, const json& value, std::string& error) {
     const std::string name = "setting " + std::to_string(id);
     for (const json& item : Items(object)) {
         if (item["id"] != id) continue;
@@ -294,7 +294,7 @@ bool ConsoleControl(IUnknown* object, int id, const json& value, std::string& er
     return error = "no " + name, false;
 }
 
-bool ConsoleSetParameter(IUnknown* object, int index, const std::string& text, std::string& error) {
+bool ConsoleSetParameter(IUnknown* object, int64_t index, const std::string& text, std::string& error) {
     SmartPtr<IParameters> list = QueryAs<IParameters>(object, IID_IParameters);
     int32_t count = 0, flags = 0;
     if (list) list->get_Count(&count);

@@ -29,8 +29,8 @@ std::string ConsolePages(IUnknown* object);
 // Sets property item `id` to `value`: an integer within its range or among its choices (Control),
 // a real (Control of its single-precision bits, or ControlEx of a variant), a text (ControlEx);
 // false with `error` when the value does not fit the item or the table refuses it.
-bool ConsoleControl(IUnknown* object, int id, const nlohmann::json& value, std::string& error);
+bool ConsoleControl(IUnknown* object, int64_t id, const nlohmann::json& value, std::string& error);
 
 // Sets parameter `index` to `text`, converted by the parameter's type (integer, real, text);
 // false with `error` when there is no such parameter or the text does not convert.
-bool ConsoleSetParameter(IUnknown* object, int index, const std::string& text, std::string& error);
+bool ConsoleSetParameter(IUnknown* object, int64_t index, const std::string& text, std::string& error);

@@ -174,7 +174,12 @@ void CClient::ArmIdle() {
     if (m_Service.Options().idleSeconds == 0) return;
     m_Idle.expires_after(std::chrono::seconds(m_Service.Options().idleSeconds));
     m_Idle.async_wait([self = shared_from_this()](const asio::error_code& error) {
-        if (!error && !self->m_Closed) self->Finish("idle timeout");
+        if (error || self->m_Closed) return;
+        // A client still owed answers (its input held back until they are out) is not idle: the
+        // stall time looks after one that does not read them.
+        if (!self->m_Pending.empty() || !self->m_Writing.empty() || self->m_Conversation.Paused() || self->m_HeldBack)
+            return self->ArmIdle();
+        self->Finish("idle timeout");
     });
 }
 

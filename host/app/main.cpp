@@ -317,6 +317,7 @@ int main(int argc, char** argv) {
 
     // Files named on the command line are read from where the user started the program.
     Workspace workspace;
+    workspace.log.keep = false;  // --verbose shows the calls; nothing reads them afterwards
     workspace.log.echo = options.verbose;
     std::string error;
     std::vector<std::string> warnings;

@@ -14,7 +14,7 @@ std::string WorkspaceNarrow(const std::wstring& text) {
 }
 
 void WorkspaceLog::Record(const std::string& call) {
-    calls.push_back(call);
+    if (keep) calls.push_back(call);
     if (echo) std::fprintf(stderr, "[workspace] %s\n", call.c_str());
 }
 

@@ -29,7 +29,8 @@ enum WorkspaceFacet : unsigned {
 
 // Where the objects of one workspace report what they were asked.
 struct WorkspaceLog {
-    std::vector<std::string> calls;
+    std::vector<std::string> calls;  // every call, in order, while `keep` is set
+    bool keep = true;   // a program that serves for long turns it off: the list would grow without end
     bool echo = false;  // also print each call on standard error
     void Record(const std::string& call);
 };

@@ -440,6 +440,27 @@ TEST(Network, IdleClientsCloseAndOpenAddressesWarn) {
     EXPECT_NE(server.Log().find("idle timeout"), std::string::npos) << server.Log();
 }
 
+// A client that reads its answers slowly, its input held back meanwhile, is not idle: it gets
+// every answer, more than the sockets' buffers hold.
+TEST(Network, AClientOwedAnswersIsNotIdle) {
+    Server server("--idle-timeout 1 --max-output 65536 --framing counted --max-line 2000000");
+    Client client(server.Port());
+    const std::string value(1000000, 'x');
+    std::string lines = "Var2=" + value + "\n";
+    for (int i = 0; i < 30; ++i) lines += "Var2?\n";
+    ASSERT_TRUE(client.Send(lines));
+    std::string received;
+    for (int round = 0; round < 100 && received.size() < 30 * value.size() && !client.Closed(); ++round) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // 3 s or more in all
+        received += client.Receive(1000000);
+    }
+    received += client.Receive();
+    const std::vector<std::vector<std::string>> blocks = Blocks(received);
+    ASSERT_EQ(blocks.size(), 31u);
+    EXPECT_EQ(blocks.back(), std::vector<std::string>{"Var2=" + value});
+    server.Stop();
+}
+
 // Several addresses at once, all reaching the one object; [::] is every interface, so IPv4
 // clients reach it too.
 TEST(Network, ServesSeveralAddressesAndTheIPv6WildcardTakesIPv4) {
