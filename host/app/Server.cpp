@@ -11,7 +11,9 @@
 #include <termios.h>
 
 #include <asio.hpp>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
@@ -364,8 +366,7 @@ void CService::ServeStdin() {
     Record(m_Options, m_Options.stdinConversation, *m_StdinConversation, "stdin");
     std::string prompt;  // what follows every answer (the prompt) comes before the first message too
     if (m_Options.stdinConversation.afterAnswer) m_Options.stdinConversation.afterAnswer(prompt);
-    std::fwrite(prompt.data(), 1, prompt.size(), stdout);
-    std::fflush(stdout);
+    ServerWriteStdout(prompt);  // a failure shows with the first answers
     signal(SIGTTIN, SIG_IGN);  // should the job go to the background later, reading fails instead
     auto feed = m_StdinFeed = std::make_shared<StdinFeed>();
     std::thread([this, feed] {
@@ -397,9 +398,13 @@ void CService::HandleStdin(const std::string& bytes, bool end) {
     std::string out;
     const bool goOn = !end && m_StdinConversation->Feed(bytes, out);
     if (end) m_StdinConversation->End(out);
-    std::fwrite(out.data(), 1, out.size(), stdout);
-    std::fflush(stdout);
-    if (goOn) return;
+    if (const int problem = ServerWriteStdout(out)) {
+        // Nobody can read the answers: the session on standard input ends; the network goes on.
+        if (problem == EPIPE) ServerLog(LogLevel::kInfo, "standard output is closed: standard input is no longer read");
+        else ServerLog(LogLevel::kError, "cannot write standard output: %s; standard input is no longer read", std::strerror(problem));
+    } else if (goOn) {
+        return;
+    }
     // Standard input ended (or asked to break): the network goes on; without it, the host stops.
     CloseStdin();
     if (m_Acceptors.empty() && !m_Console) Stop();
@@ -459,6 +464,14 @@ bool CRateLimit::Allow(unsigned& suppressed) {
     suppressed = m_Suppressed;
     m_Suppressed = 0;
     return true;
+}
+
+int ServerWriteStdout(const std::string& out) {
+    errno = 0;
+    if ((out.empty() || std::fwrite(out.data(), 1, out.size(), stdout) == out.size()) && std::fflush(stdout) == 0) return 0;
+    const int problem = errno != 0 ? errno : EIO;
+    clearerr(stdout);
+    return problem;
 }
 
 std::string ServerSuppressed(unsigned suppressed) {

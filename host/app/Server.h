@@ -46,6 +46,10 @@ enum class LogLevel { kDebug, kInfo, kWarn, kError };
 void ServerLog(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void ServerSetLogLevel(LogLevel level);
 
+// Writes `out` on standard output at once. 0 when it is written, else the errno of the failure:
+// EPIPE when the reader went away (a closed pipe), anything else a real failure (a full disk).
+int ServerWriteStdout(const std::string& out);
+
 // Serves until SIGINT or SIGTERM (or, without listeners, until standard input ends). Returns the
 // exit status; `error` says why when the service could not start (a bad address, a port in use).
 // `afterMessage` runs soon after messages were handled (at most ten times a second, and once more

@@ -213,11 +213,6 @@ int ParseOptions(int argc, char** argv, Options& options) {
     return -1;
 }
 
-// Writes `out` on standard output at once; false when it cannot be written (a closed pipe).
-bool Write(const std::string& out) {
-    if (!out.empty() && std::fwrite(out.data(), 1, out.size(), stdout) != out.size()) return false;
-    return std::fflush(stdout) == 0;
-}
 
 // SIGINT, SIGTERM and SIGHUP (the terminal closed) end a session on standard input after the
 // line being handled: no further line is handled (an unfinished last one neither), the answers
@@ -497,18 +492,24 @@ int main(int argc, char** argv) {
     std::vector<char> buffer(kStdinRead);
     std::string out;
     prompt(out);
-    for (bool goOn = Write(out); goOn;) {
+    int written = ServerWriteStdout(out);
+    for (bool goOn = written == 0; goOn;) {
         out.clear();
         const StdinRead read = ReadStdin(buffer.data(), stops);
         if (read.stop || gStopSignal) break;
         if (read.bytes == 0) {
             conversation.End(out);
-            Write(out);
+            written = ServerWriteStdout(out);
             break;
         }
         goOn = conversation.Feed(std::string_view(buffer.data(), read.bytes), out);
-        // Nobody reads the answers any more (a closed pipe): the session ends as at the input's end.
-        goOn = Write(out) && goOn;
+        written = ServerWriteStdout(out);
+        goOn = goOn && written == 0;
     }
-    return finalSave() ? 0 : 1;  // the session, the workspace and then the module's hold on the collection are let go
+    // Nobody reads the answers any more (a closed pipe): the session ends as at the input's end.
+    // Answers that cannot be written otherwise (a full disk) are an error.
+    const bool answered = written == 0 || written == EPIPE;
+    if (!answered) std::fprintf(stderr, "wks-host: cannot write standard output: %s; the rest of the input is not read\n", std::strerror(written));
+    const bool saved = finalSave();  // the session, the workspace and then the module's hold on the collection are let go
+    return answered && saved ? 0 : 1;
 }

@@ -426,6 +426,26 @@ TEST(Network, RecordedSessionsReplay) {
     std::system("rm -rf e2e-rec e2e-other.toml e2e-token3");
 }
 
+// Answers that cannot be written end the session on standard input: quietly when the reader went
+// away, with an error and status 1 when the output is full; the network, when served, goes on.
+TEST(Network, AnOutputThatFailsEndsTheSessionOnStandardInput) {
+    int status = -1;
+    std::remove("e2e-out.wks");
+    const std::string said = Output("{ printf 'Var1=5\\nVar1?\\n'; sleep 1; printf 'Var1=6\\n'; } | "
+                                    "./wks-host --no-prompt --state e2e-out.wks 2>&1 >/dev/full",
+                                    status);
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(said.find("cannot write standard output: No space left on device"), std::string::npos) << said;
+    EXPECT_EQ(Output("printf 'Var1?\\n' | ./wks-host --no-prompt --state e2e-out.wks", status), "Var1=5\n")
+        << "the line after the failure was not handled";
+    std::remove("e2e-out.wks");
+
+    Output("yes 'Var1?' | timeout 2 ./wks-host --no-prompt --listen 127.0.0.1:0 2>e2e-out.log | head -c 10 >/dev/null", status);
+    EXPECT_NE(Output("cat e2e-out.log", status).find("standard output is closed: standard input is no longer read"),
+              std::string::npos);
+    std::remove("e2e-out.log");
+}
+
 // An idle client is closed when asked; a wildcard address without a token is warned about.
 TEST(Network, IdleClientsCloseAndOpenAddressesWarn) {
     Server server("--idle-timeout 1 --listen 0.0.0.0:0");
