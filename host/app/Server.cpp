@@ -43,6 +43,7 @@ public:
     CClient(CService& service, asio::ip::tcp::socket socket, std::string peer);
     void Start();
     void Close();
+    void Finish(const char* how);  // closes the connection, with its log line
 
 private:
     void Read();
@@ -50,7 +51,6 @@ private:
     void Write();
     void ArmIdle();
     void ArmStall();
-    void Finish(const char* how);
 
     CService& m_Service;
     asio::ip::tcp::socket m_Socket;
@@ -433,8 +433,9 @@ void CService::Stop() {
     asio::error_code ignored;
     for (auto& acceptor : m_Acceptors) acceptor->close(ignored);
     if (m_Console) m_Console->Stop();
-    for (const auto& client : m_Clients) client->Close();
-    m_Clients.clear();
+    std::unordered_set<std::shared_ptr<CClient>> clients;
+    clients.swap(m_Clients);  // each one closing takes itself out of m_Clients
+    for (const auto& client : clients) client->Finish("the service stops");
     m_Signals.cancel(ignored);
     m_SaveTimer.cancel();
     CloseStdin();

@@ -146,7 +146,13 @@ void CTranscript::Refused(std::string_view why) { Write("# refused: " + Escape(w
 int ReplayTranscript(const std::string& path, const std::string& name, CProtocolSession& object, std::string& report) {
     std::string text, why;
     if (!ReadWholeFile(path, text, why)) return report = name + ": " + why, 2;
-    if (text.rfind(kHeader, 0) != 0) return report = name + ": not a wks-host transcript", 2;
+    if (text.rfind("# wks-host transcript ", 0) != 0) return report = name + ": not a wks-host transcript", 2;
+    // Every byte a session saw is escaped: a raw carriage return comes from a conversion of the file.
+    if (text.find('\r') != std::string::npos)
+        return report = name + ": holds a carriage return: a transcript's lines end with LF alone (converted to CR LF?)", 2;
+    const std::string firstLine = text.substr(0, text.find('\n'));
+    if (firstLine != kHeader) return report = name + ": a transcript of another version (" + firstLine + ")", 2;
+    if (text.back() != '\n') return report = name + ": its last line is cut short (the file ends in the middle of it)", 2;
     ConversationOptions options;
     struct Step {
         std::string message, recorded;

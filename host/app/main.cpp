@@ -284,6 +284,8 @@ int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
     Options options;
     if (const int status = ParseOptions(argc, argv, options); status >= 0) return status;
+    // A replay that cannot start (its workspace or state unreadable) is no difference in answers.
+    const int cannotStart = options.replay.empty() ? 1 : 2;
     // Files named on the command line are relative to where the user started the program, which
     // the program leaves below.
     // Messages name them as the user wrote them.
@@ -321,7 +323,7 @@ int main(int argc, char** argv) {
                             : WorkspaceLoadFile(options.workspace, workspace, error, &warnings);
     if (!loaded) {
         std::fprintf(stderr, "wks-host: %s\n", error.c_str());
-        return 1;
+        return cannotStart;
     }
     for (const std::string& warning : warnings) std::fprintf(stderr, "wks-host: warning: %s\n", warning.c_str());
     HOSTSetRegistry(workspace.registry);
@@ -330,12 +332,12 @@ int main(int argc, char** argv) {
     const std::string folder = HOSTProgramFolder();
     if (folder.empty() || !HOSTChangeToFolderOf(folder)) {
         std::fprintf(stderr, "wks-host: cannot find the program's folder\n");
-        return 1;
+        return cannotStart;
     }
     CModuleHost host;
     if (!host.Load("./WKSProtocol.so", error)) {
         std::fprintf(stderr, "wks-host: %s\n", error.c_str());
-        return 1;
+        return cannotStart;
     }
     SmartPtr<INamedCollection> names = QueryAs<INamedCollection>(workspace.table.get(), IID_INamedCollection);
     CProtocolSession session;
@@ -348,7 +350,7 @@ int main(int argc, char** argv) {
     });
     if (!problem.empty()) {
         std::fprintf(stderr, "wks-host: %s: %s\n", shown.state.c_str(), problem.c_str());
-        return 1;
+        return cannotStart;
     }
     for (const std::string& entry : state ? state->Unread() : std::vector<std::string>())
         std::fprintf(stderr, "wks-host: warning: %s: entry %s was left unread (a name the object does not know, a value "
@@ -357,7 +359,7 @@ int main(int argc, char** argv) {
     if (opened != S_OK) {
         std::fprintf(stderr, "wks-host: the WKSProtocol object could not be created and bound (0x%08X)\n",
                      static_cast<unsigned>(opened));
-        return 1;
+        return cannotStart;
     }
     // A state edited by hand may describe an object that no longer binds (its input's identifier
     // changed): every command naming an object would fail, and the next save would keep it so.
@@ -365,7 +367,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "wks-host: %s: the object it holds cannot be bound to the workspace (its input "
                      "RunningObjectTable takes no object): refused, and the file is left as it is\n",
                      shown.state.c_str());
-        return 1;
+        return cannotStart;
     }
     if (!options.replay.empty()) {
         std::string report;

@@ -323,6 +323,7 @@ TEST(Network, TerminationSavesTheState) {
         client.Send("Var1=77\n");
         EXPECT_EQ(client.Receive(1), "\n");
         EXPECT_EQ(server.Stop(signal), 0) << signal << server.Log();
+        EXPECT_NE(server.Log().find("disconnected after"), std::string::npos) << "the client closed is logged" << server.Log();
         std::ifstream file("e2e-net.wks");
         std::stringstream text;
         text << file.rdbuf();

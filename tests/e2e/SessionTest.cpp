@@ -173,6 +173,9 @@ TEST(WksHost, SessionsAndRefusals) {
         std::ofstream("e2e-lines.txt") << "Var1=5\n" << std::string(70000, 'x') << "\nVar1?\nVar2=" << std::string(59, 'z') << "\n" << std::string(65, 'y');
         std::ofstream("e2e-ends.txt") << "Var1=5\r\nVar1?\rLamp?\n";
         std::ofstream("e2e-limit.wksrec") << "# wks-host transcript 1\n# max-line 1k\n";
+        std::ofstream("e2e-v12.wksrec") << "# wks-host transcript 12\n";
+        std::ofstream("e2e-crlf.wksrec") << "# wks-host transcript 1\r\n";
+        std::ofstream("e2e-cut.wksrec") << "# wks-host transcript 1\n0.5 > Var1=12";
         std::ofstream("e2e-long.txt") << std::string(65, 'y') << "\nVar1?\n";
     }
     const struct { const char* arguments; int status; const char* output; } rows[] = {
@@ -205,6 +208,12 @@ TEST(WksHost, SessionsAndRefusals) {
         {"--http 127.0.0.1: < /dev/null", 2, nullptr},
         {"--replay e2e-ends.txt", 2, "wks-host: e2e-ends.txt: not a wks-host transcript\n"},
         {"--replay e2e-limit.wksrec", 2, "wks-host: e2e-limit.wksrec:2: max-line is not a count of bytes\n"},
+        {"--replay e2e-v12.wksrec", 2, "wks-host: e2e-v12.wksrec: a transcript of another version (# wks-host transcript 12)\n"},
+        {"--replay e2e-crlf.wksrec", 2,
+         "wks-host: e2e-crlf.wksrec: holds a carriage return: a transcript's lines end with LF alone (converted to CR LF?)\n"},
+        {"--replay e2e-cut.wksrec", 2, "wks-host: e2e-cut.wksrec: its last line is cut short (the file ends in the middle of it)\n"},
+        // A replay that cannot start is no difference in its answers.
+        {"--replay e2e-limit.wksrec --workspace e2e-bad.toml", 2, "wks-host: e2e-bad.toml:6: unknown kind 'teapot' of object 'B'\n"},
     };
     for (const auto& row : rows) {
         int status = -1;
@@ -214,7 +223,7 @@ TEST(WksHost, SessionsAndRefusals) {
         else EXPECT_NE(output.find("Run with --help"), std::string::npos) << row.arguments << ": " << output;
     }
     for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt", "e2e-ends.txt", "e2e-long.txt",
-                             "e2e-limit.wksrec"})
+                             "e2e-limit.wksrec", "e2e-v12.wksrec", "e2e-crlf.wksrec", "e2e-cut.wksrec"})
         std::remove(file);
 }
 
