@@ -173,12 +173,23 @@ bool ReplaceFile(const std::string& named, std::string_view bytes, std::string& 
 namespace {
 
 // The file `path` names, links followed; a file that does not exist yet (a state its first save
-// makes) by its folder, links followed, and its name.
-std::string Resolved(const std::string& path) {
-    if (char* whole = realpath(path.c_str(), nullptr)) {
-        std::string resolved = whole;
-        std::free(whole);
-        return resolved;
+// makes, perhaps through a link) by its folder, links followed, and its name.
+std::string Resolved(std::string path) {
+    // A link to a file not made yet is followed to the name it gives (as many links as the
+    // system itself follows).
+    for (int hop = 0;; ++hop) {
+        if (char* whole = realpath(path.c_str(), nullptr)) {
+            std::string resolved = whole;
+            std::free(whole);
+            return resolved;
+        }
+        char target[4096];
+        const ssize_t length = hop < 40 ? readlink(path.c_str(), target, sizeof target) : -1;
+        if (length <= 0 || static_cast<size_t>(length) >= sizeof target) break;
+        std::string next(target, static_cast<size_t>(length));
+        const size_t slash = path.find_last_of('/');
+        if (next[0] != '/' && slash != std::string::npos) next = path.substr(0, slash + 1) + next;
+        path = std::move(next);
     }
     const size_t slash = path.find_last_of('/');
     const std::string parent = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);

@@ -147,8 +147,12 @@ TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
               std::string::npos);
     EXPECT_EQ(status, 2);
     EXPECT_EQ(Contents("e2e-state.wks"), saved);
-    std::remove("e2e-state.wks");  // nor over the one its first save would make
+    std::remove("e2e-state.wks");  // nor over the one its first save would make, through a link too
     RunHost("--state e2e-state.wks --export-xml ./e2e-state.wks", "", status);
+    EXPECT_EQ(status, 2);
+    ASSERT_EQ(symlink("e2e-state.wks", "e2e-link.wks"), 0);
+    RunHost("--state e2e-link.wks --export-xml e2e-state.wks", "", status);
+    std::remove("e2e-link.wks");
     EXPECT_EQ(status, 2);
 }
 
