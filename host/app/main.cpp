@@ -206,6 +206,15 @@ int ParseOptions(int argc, char** argv, Options& options) {
     try {
         app.parse(argc, argv);
         options.maxLineGiven = app.count("--max-line") > 0;
+        // Standard input alone asks for no token: one given would guard nothing, and that must
+        // not pass unnoticed. The network's limits are merely without effect.
+        if (options.listen.empty() && options.http.empty()) {
+            if (authFile->count() > 0) throw CLI::ValidationError("--auth-file", "guards the network: it needs --listen or --http");
+            for (CLI::Option* limit : {maxClients, idleTimeout, maxOutput, stallTimeout, logLevel})
+                if (limit->count() > 0)
+                    std::fprintf(stderr, "wks-host: warning: %s has no effect without --listen or --http\n",
+                                 limit->get_name().c_str());
+        }
     } catch (const CLI::ParseError& e) {
         const int status = app.exit(e);  // prints the help, or the error and a hint
         return status == 0 ? 0 : 2;

@@ -192,6 +192,9 @@ TEST(WksHost, SessionsAndRefusals) {
         // An empty file name (an unset variable) is no absent option: no token would be asked.
         {"--auth-file '' --listen 0", 2, "wks-host: --auth-file: an empty value names no file\nRun with --help for more information.\n"},
         {"--state ''", 2, nullptr},
+        {"--auth-file e2e-session.txt < /dev/null", 2,
+         "wks-host: --auth-file: guards the network: it needs --listen or --http\nRun with --help for more information.\n"},
+        {"--idle-timeout 5 < /dev/null", 0, "wks-host: warning: --idle-timeout has no effect without --listen or --http\n"},
         {"--replay e2e-ends.txt --listen 0", 2, "wks-host: --listen excludes --replay\nRun with --help for more information.\n"},
         {"--max-line 0", 2, nullptr},
         {"--max-line abc", 2, "wks-host: --max-line: 'abc' is not a whole number\nRun with --help for more information.\n"},
