@@ -280,12 +280,12 @@ std::string CheckRoot(const pugi::xml_document& xml, std::string_view utf8) {
         else if (IsText(child))
             return "text outside the root element" + at(child);
     }
-    if (elements == 0) return "no root element; the document has one, <wks version=\"1\">" + at(pugi::xml_node());
+    if (elements == 0) return "no root element: a document holds one, <wks version=\"1\">" + at(pugi::xml_node());
     const pugi::xml_node root = xml.document_element();
     if (elements != 1) {
         pugi::xml_node second = root.next_sibling();
         while (second.type() != pugi::node_element) second = second.next_sibling();
-        return std::to_string(elements) + " top-level elements; the document has one, <wks version=\"1\">" + at(second);
+        return std::to_string(elements) + " top-level elements: a document holds one, <wks version=\"1\">" + at(second);
     }
     if (std::strcmp(root.name(), kRootName) != 0) return "the root element is not <wks version=\"1\">" + at(root);
     const pugi::xml_attribute version = root.attribute("version");

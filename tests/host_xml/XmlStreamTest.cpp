@@ -330,7 +330,7 @@ TEST_F(XmlStream, MalformedDocumentsAreRefusedWithWhereAndWhy) {
         {"Other root", "<other version=\"1\"/>", "not <wks version=\"1\"> at offset 1"},
         {"No version", "<wks/>", "version=\"1\""},
         {"Wrong version", "<wks version=\"2\"/>", "version=\"1\""},
-        {"Two roots", "<wks version=\"1\"/><wks version=\"1\"/>", "2 top-level elements; the document has one, <wks version=\"1\"> at offset 19"},
+        {"Two roots", "<wks version=\"1\"/><wks version=\"1\"/>", "2 top-level elements: a document holds one, <wks version=\"1\"> at offset 19"},
         {"Text outside", "<wks version=\"1\"/>tail", "text outside the root element at offset 18"},
         {"Document type", "<!DOCTYPE wks [<!ENTITY a \"x\">]><wks version=\"1\"><A>&a;</A></wks>", "document type declaration"},
         {"Malformed UTF-8", "<wks version=\"1\">\xC3\x28</wks>", "malformed UTF-8 at offset 17 (line 1, column 18)"},
