@@ -103,8 +103,10 @@ int32_t CMarkupScan::ElementAfter(tagREFString name, int32_t from, int32_t fallb
         while (i < name.length && t[c + 1 + i] == name.text[i]) ++i;
         m_SearchBudget -= i;
         if (i < name.length) continue;
-        for (int32_t gt = c + 1 + name.length; gt < n; ++gt)
+        // A ">" looked for in vain is not looked for again from any later place.
+        for (int32_t gt = c + 1 + name.length; gt < n && gt < m_NoCloseFrom; ++gt)
             if (t[gt] == L'>') return gt + 1;
+        if (c + 1 + name.length < m_NoCloseFrom) m_NoCloseFrom = c + 1 + name.length;
         return fallback;
     }
     return fallback;

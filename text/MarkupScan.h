@@ -3,6 +3,7 @@
 // flat name/value elements reads them.
 #pragma once
 
+#include <climits>
 #include <cstdint>
 
 #include "text/RefString.h"
@@ -53,4 +54,5 @@ private:
     uint32_t m_Mask = 0;           // bucket count - 1; the count is a power of two
     bool m_Unindexed = false;      // closing tags exist but the index could not be made
     int64_t m_SearchBudget;        // characters ElementAfter may still look at
+    int32_t m_NoCloseFrom = INT32_MAX;  // no ">" lies at or after this place
 };

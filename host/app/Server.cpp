@@ -49,6 +49,7 @@ private:
     void Read();
     void Send(std::string& out);
     void Write();
+    void WriteSome();
     void ArmIdle();
     void ArmStall();
 
@@ -64,6 +65,7 @@ private:
     // not yet handed to the socket, whichever read it came from.
     std::string m_Pending;  // answers not yet handed to the socket
     std::string m_Writing;  // answers the socket is writing now
+    size_t m_WritingFrom = 0;  // what of m_Writing the socket has taken
     bool m_Ending = false;  // the conversation is over: close once everything is written
     // Reading stopped because the answers waiting reached the output cap at the end of a read
     // (within a read, the conversation itself holds the rest back: Paused).
@@ -175,12 +177,12 @@ void CClient::Start() {
 void CClient::ArmIdle() {
     if (m_Service.Options().idleSeconds == 0) return;
     m_Idle.expires_after(std::chrono::seconds(m_Service.Options().idleSeconds));
-    m_Idle.async_wait([self = shared_from_this()](const asio::error_code& error) {
+    m_Idle.async_wait([self = shared_from_this(), written = m_Written](const asio::error_code& error) {
         if (error || self->m_Closed) return;
-        // A client still owed answers (its input held back until they are out) is not idle: the
-        // stall time looks after one that does not read them.
-        if (!self->m_Pending.empty() || !self->m_Writing.empty() || self->m_Conversation.Paused() || self->m_HeldBack)
-            return self->ArmIdle();
+        // A client owed answers that takes some of them in the time is not idle, though it sends
+        // nothing meanwhile (its input is held back until they are out).
+        const bool owed = !self->m_Pending.empty() || !self->m_Writing.empty();
+        if (owed && self->m_Written != written) return self->ArmIdle();
         self->Finish("idle timeout");
     });
 }
@@ -267,12 +269,22 @@ void CClient::Write() {
         m_Pending.clear();
     }
     m_Writing.swap(m_Pending);  // the two trade their room: neither grows again for ordinary answers
-    asio::async_write(m_Socket, asio::buffer(m_Writing), [self = shared_from_this()](const asio::error_code& error, size_t) {
+    m_WritingFrom = 0;
+    WriteSome();
+}
+
+// Hands the socket what it has not taken of m_Writing, counting every part it takes, so that the
+// idle and stall timers see a client that reads slowly make progress.
+void CClient::WriteSome() {
+    const asio::const_buffer rest(m_Writing.data() + m_WritingFrom, m_Writing.size() - m_WritingFrom);
+    m_Socket.async_write_some(rest, [self = shared_from_this()](const asio::error_code& error, size_t taken) {
         if (self->m_Closed) return;
-        self->m_Written += self->m_Writing.size();
+        self->m_Written += taken;
+        self->m_WritingFrom += taken;
+        if (error && error != asio::error::would_block && error != asio::error::try_again) return self->Finish("connection lost");
+        if (self->m_WritingFrom < self->m_Writing.size()) return self->WriteSome();
         self->m_Writing.clear();
         if (self->m_Writing.capacity() > kReadSize) std::string().swap(self->m_Writing);  // after a burst
-        if (error) return self->Finish("connection lost");
         self->Write();
     });
 }

@@ -190,9 +190,10 @@ HRESULT CINIStream::WriteObject(IUnknown* object) {
 }
 
 void HOSTStreamText::Grow(size_t count) {
-    // GetBuffer counts the text's bytes in 32 bits.
-    if (count > static_cast<size_t>(INT32_MAX) / sizeof(wchar_t) - m_Size) throw std::bad_alloc();
-    const size_t capacity = std::max(m_Size + count, 2 * m_Capacity);
+    // GetBuffer counts the text's bytes in 32 bits: neither the text nor its room grows past that.
+    constexpr size_t kLimit = static_cast<size_t>(INT32_MAX) / sizeof(wchar_t);
+    if (count > kLimit - m_Size) throw std::bad_alloc();
+    const size_t capacity = std::min(std::max(m_Size + count, 2 * m_Capacity), kLimit);
     auto* chars = static_cast<wchar_t*>(std::malloc((capacity + 1) * sizeof(wchar_t)));
     if (chars == nullptr) throw std::bad_alloc();
     std::wmemcpy(chars, m_Chars, m_Size);

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cwchar>
 #include <new>
@@ -31,7 +32,13 @@ public:
 
     // Throws std::bad_alloc when the text cannot grow; what was there stays.
     void Append(const wchar_t* text, size_t count) {
-        if (count > m_Capacity - m_Size) Grow(count);
+        if (count > m_Capacity - m_Size) {
+            // The text may be this very text (a stream's buffer written back into it).
+            const auto at = reinterpret_cast<uintptr_t>(text), from = reinterpret_cast<uintptr_t>(m_Chars);
+            const bool inside = at >= from && at < from + m_Size * sizeof(wchar_t);
+            Grow(count);
+            if (inside) text = m_Chars + (at - from) / sizeof(wchar_t);
+        }
         wchar_t* to = m_Chars + m_Size;
         // Most pieces are a name, a sign or a few digits: a loop, where wmemcpy would be a call.
         if (count <= 8)

@@ -431,20 +431,23 @@ TEST(Network, RecordedSessionsReplay) {
 // away, with an error and status 1 when the output is full; the network, when served, goes on.
 TEST(Network, AnOutputThatFailsEndsTheSessionOnStandardInput) {
     int status = -1;
-    std::remove("e2e-out.wks");
-    const std::string said = Output("{ printf 'Var1=5\\nVar1?\\n'; sleep 1; printf 'Var1=6\\n'; } | "
-                                    "./wks-host --no-prompt --state e2e-out.wks 2>&1 >/dev/full",
-                                    status);
-    EXPECT_EQ(status, 1);
+    for (const char* file : {"e2e-out.wks", "e2e-out.log"}) std::remove(file);
+    // The last line is sent once the host has said it cannot write (or after 10 s at most).
+    Output("{ printf 'Var1=5\\nVar1?\\n'; for i in $(seq 100); do grep -qs cannot e2e-out.log && break; sleep 0.1; done; "
+           "printf 'Var1=6\\n'; } | { ./wks-host --no-prompt --state e2e-out.wks 2>e2e-out.log >/dev/full; echo $? >e2e-out.status; }",
+           status);
+    EXPECT_EQ(Output("cat e2e-out.status", status), "1\n");
+    const std::string said = Output("cat e2e-out.log", status);
     EXPECT_NE(said.find("cannot write standard output: No space left on device"), std::string::npos) << said;
     EXPECT_EQ(Output("printf 'Var1?\\n' | ./wks-host --no-prompt --state e2e-out.wks", status), "Var1=5\n")
         << "the line after the failure was not handled";
     std::remove("e2e-out.wks");
 
-    Output("yes 'Var1?' | timeout 2 ./wks-host --no-prompt --listen 127.0.0.1:0 2>e2e-out.log | head -c 10 >/dev/null", status);
+    Output("yes 'Var1?' | timeout 3 ./wks-host --no-prompt --listen 127.0.0.1:0 2>e2e-out.log | head -c 10 >/dev/null", status);
     EXPECT_NE(Output("cat e2e-out.log", status).find("standard output is closed: standard input is no longer read"),
               std::string::npos);
     std::remove("e2e-out.log");
+    std::remove("e2e-out.status");
 }
 
 // An idle client is closed when asked; a wildcard address without a token is warned about.
@@ -462,13 +465,15 @@ TEST(Network, IdleClientsCloseAndOpenAddressesWarn) {
 }
 
 // A client that reads its answers slowly, its input held back meanwhile, is not idle: it gets
-// every answer, more than the sockets' buffers hold.
+// every answer, more than the sockets' buffers hold. One that takes none of the answers it is
+// owed is idle all the same.
 TEST(Network, AClientOwedAnswersIsNotIdle) {
     Server server("--idle-timeout 1 --max-output 65536 --framing counted --max-line 2000000");
-    Client client(server.Port());
+    Client client(server.Port()), stopped(server.Port());
     const std::string value(1000000, 'x');
     std::string lines = "Var2=" + value + "\n";
     for (int i = 0; i < 30; ++i) lines += "Var2?\n";
+    ASSERT_TRUE(stopped.Send(lines.substr(0, value.size() + 6 + 10 * 6)));  // 11 messages, then nothing read
     ASSERT_TRUE(client.Send(lines));
     std::string received;
     for (int round = 0; round < 100 && received.size() < 30 * value.size() && !client.Closed(); ++round) {
@@ -479,6 +484,7 @@ TEST(Network, AClientOwedAnswersIsNotIdle) {
     const std::vector<std::vector<std::string>> blocks = Blocks(received);
     ASSERT_EQ(blocks.size(), 31u);
     EXPECT_EQ(blocks.back(), std::vector<std::string>{"Var2=" + value});
+    EXPECT_LT(Blocks(stopped.UntilClosed()).size(), 11u) << "closed with answers still owed";
     server.Stop();
 }
 
@@ -523,7 +529,9 @@ TEST(Network, StandardInputIsTheOperators) {
     {
         std::ofstream("e2e-token2") << "s3cret\n";
     }
-    const std::string serve = " | timeout --preserve-status -s TERM 1 ./wks-host --listen 127.0.0.1:0 --log-level error ";
+    // SIGTERM only once the host has surely started (a sanitized build on a busy machine takes a
+    // while): before it catches the signal, SIGTERM would end it as it ends any program.
+    const std::string serve = " | timeout --preserve-status -s TERM 3 ./wks-host --listen 127.0.0.1:0 --log-level error ";
     const struct { const char* input; const char* options; const char* output; } rows[] = {
         {"Lamp?\\n", "--no-prompt --auth-file e2e-token2", "0\n\n"},
         {"Lamp=1\\nxxxxxxxxxx\\nLamp?\\n", "--no-prompt --max-line 8",
@@ -537,7 +545,7 @@ TEST(Network, StandardInputIsTheOperators) {
         EXPECT_EQ(status, 0) << row.options;
     }
     int status = -1;
-    const std::string closed = Output("bash -c 'set -o pipefail; sleep 2 | timeout --preserve-status -s TERM 1 ./wks-host "
+    const std::string closed = Output("bash -c 'set -o pipefail; sleep 4 | timeout --preserve-status -s TERM 3 ./wks-host "
                                       "--no-prompt --listen 127.0.0.1:0 2>&1 | true'; echo $?",
                                       status);
     EXPECT_EQ(closed, "0\n") << "the host's status after its log's reader went away";

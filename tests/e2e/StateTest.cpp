@@ -182,7 +182,7 @@ TEST_F(StateFile, LinksPipesAndSignalsKeepWhatTheUserNamed) {
               "before\n1\nafter\n");
     std::remove("e2e-out.txt");
 
-    const std::string answered = Output("(printf 'Var1=31\\nVar1?\\n'; sleep 2) | timeout --preserve-status -s TERM 1 "
+    const std::string answered = Output("(printf 'Var1=31\\nVar1?\\n'; sleep 4) | timeout --preserve-status -s TERM 3 "
                                         "./wks-host --no-prompt --state e2e-state.wks",
                                         status);
     EXPECT_EQ(answered, "Var1=31\n");

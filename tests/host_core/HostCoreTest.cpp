@@ -400,6 +400,15 @@ TEST_F(HostCore, CSVAndINIWriteOneEntryPerItem) {
     EXPECT_EQ(Content(ini.get()), iniText);
     EXPECT_EQ(ini->Write(L"|x", 2 * sizeof(wchar_t), 0), S_OK);
     EXPECT_EQ(Content(ini.get()), iniText + L"|x") << "raw bytes are appended";
+    std::wstring doubled = Content(ini.get());
+    for (int round = 0; round < 3; ++round) {  // the stream's own text, written back as it grows
+        void* data = nullptr;
+        int32_t bytes = 0;
+        ini->GetBuffer(&data, &bytes);
+        EXPECT_EQ(ini->Write(data, bytes, 0), S_OK);
+        doubled += doubled;
+    }
+    EXPECT_EQ(Content(ini.get()), doubled);
 }
 
 // A name is found without copying it, in lists short enough to scan and in hashed ones, across
