@@ -222,7 +222,6 @@ int ParseOptions(int argc, char** argv, Options& options) {
     return -1;
 }
 
-
 // SIGINT, SIGTERM and SIGHUP (the terminal closed) end a session on standard input after the
 // line being handled: no further line is handled (an unfinished last one neither), the answers
 // due are written, the state is saved and the host exits with status 0. The handler only notes the signal, at any moment (the
@@ -520,7 +519,7 @@ int main(int argc, char** argv) {
     // Nobody reads the answers any more (a closed pipe): the session ends as at the input's end.
     // Answers that cannot be written otherwise (a full disk) are an error.
     const bool answered = written == 0 || written == EPIPE;
-    if (!answered) std::fprintf(stderr, "wks-host: cannot write standard output: %s; the rest of the input is not read\n", std::strerror(written));
+    if (!answered) std::fprintf(stderr, "wks-host: cannot write standard output: %s; the session ends here\n", std::strerror(written));
     const bool saved = finalSave();  // the session, the workspace and then the module's hold on the collection are let go
     return answered && saved ? 0 : 1;
 }

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <new>
-#include <string>
 
 #include "host/collections/HostObject.h"
 
@@ -68,7 +67,7 @@ inline void HOSTGiveBlock(void* block, std::size_t size) noexcept {
 }
 
 // An allocator whose small blocks come from the free lists: for what host objects hold and drop
-// with them on every line (a parameter collection's entries, a stream's text).
+// with them on every line (a parameter collection's entries).
 template <class T>
 struct HOSTRecycling {
     using value_type = T;
@@ -86,9 +85,6 @@ struct HOSTRecycling {
     template <class U>
     bool operator!=(const HOSTRecycling<U>&) const noexcept { return false; }
 };
-
-// Wide text held in recycled blocks.
-using HOSTRecycledText = std::basic_string<wchar_t, std::char_traits<wchar_t>, HOSTRecycling<wchar_t>>;
 
 // The base of a host object whose memory is recycled, in place of CHostObject<T>: its allocation
 // functions hide CHostObject's and count the creation the same way. T is final, so every block
