@@ -281,7 +281,7 @@ void CClient::WriteSome() {
         if (self->m_Closed) return;
         self->m_Written += taken;
         self->m_WritingFrom += taken;
-        if (error && error != asio::error::would_block && error != asio::error::try_again) return self->Finish("connection lost");
+        if (error) return self->Finish("connection lost");
         if (self->m_WritingFrom < self->m_Writing.size()) return self->WriteSome();
         self->m_Writing.clear();
         if (self->m_Writing.capacity() > kReadSize) std::string().swap(self->m_Writing);  // after a burst

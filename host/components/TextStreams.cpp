@@ -14,9 +14,6 @@ namespace {
 
 constexpr int kNumberBuffer = 256;
 
-void Append(HOSTStreamText& out, const wchar_t* text, size_t count) { out.Append(text, count); }
-void Append(HOSTStreamText& out, wchar_t c) { out.Append(&c, 1); }
-
 // An integer in decimal; a real in fixed point with the fewest decimals (at most 9) that show it,
 // or, when that text would not fit 255 characters (magnitudes from about 1e246 on), in exponent
 // notation with nine mantissa decimals less their trailing zeros ("1e+300", "-2.5e+300"). NaN
@@ -32,7 +29,7 @@ void AppendWhole(int64_t value, HOSTStreamText& out) {
         magnitude /= 10;
     } while (magnitude != 0);
     if (value < 0) *--p = L'-';
-    Append(out, p, static_cast<size_t>(end - p));
+    out.Append(p, static_cast<size_t>(end - p));
 }
 
 void AppendNumber(IVariant* variant, HOSTStreamText& out) {
@@ -70,8 +67,8 @@ void AppendNumber(IVariant* variant, HOSTStreamText& out) {
         int keep = end;
         while (keep > 0 && buffer[keep - 1] == L'0') --keep;
         if (keep > 0 && buffer[keep - 1] == L'.') --keep;
-        Append(out, buffer, static_cast<size_t>(keep));
-        Append(out, buffer + end, static_cast<size_t>(n - end));
+        out.Append(buffer, static_cast<size_t>(keep));
+        out.Append(buffer + end, static_cast<size_t>(n - end));
         return;
     }
     // Nine decimals that still do not show the value may round up to zeros (9.999999999999 as
@@ -80,14 +77,14 @@ void AppendNumber(IVariant* variant, HOSTStreamText& out) {
         while (n > 0 && buffer[n - 1] == L'0') --n;
         if (n > 0 && buffer[n - 1] == L'.') --n;
     }
-    Append(out, buffer, static_cast<size_t>(n));
+    out.Append(buffer, static_cast<size_t>(n));
 }
 
 void AppendText(IString* text, HOSTStreamText& out) {
     wchar_t* chars = nullptr;
     int32_t length = 0;
     if (text != nullptr && text->GetText(&chars, &length) >= 0 && chars != nullptr && length > 0)
-        Append(out, chars, static_cast<size_t>(length));
+        out.Append(chars, static_cast<size_t>(length));
 }
 
 void AppendValue(IUnknown* value, HOSTStreamText& out) {
@@ -111,15 +108,15 @@ void AppendValue(IUnknown* value, HOSTStreamText& out) {
     }
     if (SmartPtr<IObjectInfo> info = QueryAs<IObjectInfo>(value, IID_IObjectInfo)) {
         tagREFString name{0, nullptr};
-        if (info->GetName(0, &name) >= 0 && name.text) Append(out, name.text, static_cast<size_t>(name.length));
+        if (info->GetName(0, &name) >= 0 && name.text) out.Append(name.text, static_cast<size_t>(name.length));
     }
 }
 
 void AppendEntry(IString* name, IUnknown* value, bool first, wchar_t separator, HOSTStreamText& out) {
-    if (!first) Append(out, separator);
+    if (!first) out.Append(&separator, 1);
     if (name) {
         AppendText(name, out);
-        Append(out, L'=');
+        out.Append(L"=", 1);
     }
     AppendValue(value, out);
 }
