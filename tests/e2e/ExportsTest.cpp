@@ -37,14 +37,14 @@ TEST_F(ModuleExports, EntryPointsAndData) {
 }
 
 TEST_F(ModuleExports, EveryIdentifierOfTheListIsExportedAndComputed) {
-#define CHECK_EXPORTED(name)                                             \
-    {                                                                    \
-        auto* iid = static_cast<const IID*>(Symbol("IID_" #name));       \
-        ASSERT_NE(iid, nullptr) << #name;                                \
-        EXPECT_EQ(*iid, __IIDOfc(#name)) << #name;                       \
+#define WKS_NAME_OF(name) #name,
+    const char* names[] = {WKS_INTERFACE_LIST(WKS_NAME_OF)};
+#undef WKS_NAME_OF
+    for (const char* name : names) {
+        const auto* iid = static_cast<const IID*>(Symbol(("IID_" + std::string(name)).c_str()));
+        ASSERT_NE(iid, nullptr) << name;
+        EXPECT_EQ(*iid, __IIDOfc(name)) << name;
     }
-    WKS_INTERFACE_LIST(CHECK_EXPORTED)
-#undef CHECK_EXPORTED
 }
 
 #if !defined(WKS_SANITIZED)
