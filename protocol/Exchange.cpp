@@ -56,11 +56,11 @@ HRESULT CWKSProtocol::RecievedMessage(unsigned char* message, int32_t length) {
 }
 
 HRESULT CWKSProtocol::GetResponse(unsigned char** response, int32_t* length) {
-    if (response == nullptr || length == nullptr) return E_POINTER;  // a host's error: nothing is consumed
     if (m_State != 2 || m_Text.length == 0 || m_LineCount >= kLineBudget) {
         m_State = 0;
-        return S_FALSE;
+        return S_FALSE;  // nothing to hand out: the outputs are never touched, null or not
     }
+    if (response == nullptr || length == nullptr) return E_POINTER;  // a host's error: nothing is consumed
     ++m_LineCount;
 
     SmartPtr<IUnknown> bound;

@@ -179,6 +179,7 @@ HRESULT CREFString::GetFirstWord(tagREFString* word, bool advance) {
     if (c == L'"') {
         if (length == 1 || text[1] == L'"') {
             n = 1;
+            quotedAndClosed = length > 1;  // «""»: the empty text between the quotes
         } else {
             const int32_t close = Find(text + 2, length - 2, L'"');
             n = close >= 0 ? close + 2 : length;

@@ -460,6 +460,11 @@ int CService::Run() {
         ServerLog(LogLevel::kInfo, "%s: stopping", signal == SIGINT ? "SIGINT" : signal == SIGHUP ? "SIGHUP" : "SIGTERM");
         Stop();
     });
+    // The program holds the stop signals while it starts: one that came meanwhile arrives now.
+    sigset_t stops;
+    sigemptyset(&stops);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, signal);
+    pthread_sigmask(SIG_UNBLOCK, &stops, nullptr);
     for (auto& acceptor : m_Acceptors) Accept(*acceptor);
     if (m_Options.serveStdin) ServeStdin();
     m_Io.run();

@@ -244,20 +244,26 @@ bool HangupIgnored() {
     return sigaction(SIGHUP, nullptr, &current) == 0 && current.sa_handler == SIG_IGN;
 }
 
-// The signals that stop the session.
+// The signals that stop the session: SIGINT, SIGTERM, and SIGHUP unless it came ignored.
+sigset_t StopSignals() {
+    sigset_t stops;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    if (!HangupIgnored()) sigaddset(&stops, SIGHUP);
+    return stops;
+}
+
+// Catches the stop signals for a session on standard input, and lets in one held while the host
+// started.
 sigset_t CatchStopSignals() {
     struct sigaction action {};
     action.sa_handler = NoteStopSignal;
     action.sa_flags = SA_RESTART;  // reading and writing go on; only the wait for input ends
     sigemptyset(&action.sa_mask);
-    sigset_t stops;
-    sigemptyset(&stops);
-    const bool hangup = !HangupIgnored();
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        if (signal == SIGHUP && !hangup) continue;
-        sigaction(signal, &action, nullptr);
-        sigaddset(&stops, signal);
-    }
+    const sigset_t stops = StopSignals();
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        if (sigismember(&stops, signal)) sigaction(signal, &action, nullptr);
     sigprocmask(SIG_UNBLOCK, &stops, nullptr);  // even when they came blocked
     return stops;
 }
@@ -292,6 +298,13 @@ int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
     Options options;
     if (const int status = ParseOptions(argc, argv, options); status >= 0) return status;
+    // A stop signal that comes while the host starts (loading its workspace, the module, the
+    // state) is held until the session can take it, which then ends at once as a session does
+    // (state saved, status 0) instead of the host dying half-started. One-shot runs (replay,
+    // export) let the signals in again first, to be stopped as any program is.
+    const sigset_t startup = StopSignals();
+    sigprocmask(SIG_BLOCK, &startup, nullptr);
+    const auto letStopSignalsIn = [&startup] { sigprocmask(SIG_UNBLOCK, &startup, nullptr); };
     // A replay that cannot start (its workspace or state unreadable) is no difference in answers.
     const int cannotStart = options.replay.empty() ? 1 : 2;
     // Files named on the command line are relative to where the user started the program, which
@@ -378,6 +391,7 @@ int main(int argc, char** argv) {
         return cannotStart;
     }
     if (!options.replay.empty()) {
+        letStopSignalsIn();
         std::string report;
         const int status = ReplayTranscript(options.replay, shown.replay, session, report);
         if (status == 2) std::fprintf(stderr, "wks-host: %s\n", report.c_str());
@@ -417,6 +431,7 @@ int main(int argc, char** argv) {
         return false;
     };
     if (!options.exportXml.empty()) {
+        letStopSignalsIn();
         std::string warning;
         if (ExportParametersXml(session.Manager(), options.exportXml, problem, warning)) {
             if (!warning.empty())

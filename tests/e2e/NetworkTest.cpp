@@ -529,26 +529,26 @@ TEST(Network, StandardInputIsTheOperators) {
     {
         std::ofstream("e2e-token2") << "s3cret\n";
     }
-    // SIGTERM only once the host has surely started (a sanitized build on a busy machine takes a
-    // while): before it catches the signal, SIGTERM would end it as it ends any program.
-    const std::string serve = " | timeout --preserve-status -s TERM 3 ./wks-host --listen 127.0.0.1:0 --log-level error ";
+    // SIGTERM comes after 5 s, when the host has surely answered (a sanitized build on a busy
+    // machine starts slowly); the hosts run side by side, so the wait is paid once.
+    const std::string serve = " | timeout --preserve-status -s TERM 5 ./wks-host --listen 127.0.0.1:0 --log-level error ";
     const struct { const char* input; const char* options; const char* output; } rows[] = {
         {"Lamp?\\n", "--no-prompt --auth-file e2e-token2", "0\n\n"},
         {"Lamp=1\\nxxxxxxxxxx\\nLamp?\\n", "--no-prompt --max-line 8",
          "\n?\n\n1\n\n"},  // the refusal itself goes to standard error
         {"Lamp?\\n", "--prompt", "> 0\n\n> "},
     };
-    for (const auto& row : rows) {
-        int status = -1;
-        EXPECT_EQ(Output(std::string("printf '") + row.input + "'" + serve + row.options + " 2>/dev/null", status), row.output)
-            << row.options;
-        EXPECT_EQ(status, 0) << row.options;
+    std::vector<std::string> commands;
+    for (const auto& row : rows) commands.push_back(std::string("printf '") + row.input + "'" + serve + row.options + " 2>/dev/null");
+    commands.push_back("bash -c 'set -o pipefail; sleep 6 | timeout --preserve-status -s TERM 5 ./wks-host "
+                       "--no-prompt --listen 127.0.0.1:0 2>&1 | true'; echo $?");
+    std::vector<int> statuses;
+    const std::vector<std::string> outputs = Outputs(commands, statuses);
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        EXPECT_EQ(outputs[i], rows[i].output) << rows[i].options;
+        EXPECT_EQ(statuses[i], 0) << rows[i].options;
     }
-    int status = -1;
-    const std::string closed = Output("bash -c 'set -o pipefail; sleep 4 | timeout --preserve-status -s TERM 3 ./wks-host "
-                                      "--no-prompt --listen 127.0.0.1:0 2>&1 | true'; echo $?",
-                                      status);
-    EXPECT_EQ(closed, "0\n") << "the host's status after its log's reader went away";
+    EXPECT_EQ(outputs.back(), "0\n") << "the host's status after its log's reader went away";
     std::remove("e2e-token2");
 }
 

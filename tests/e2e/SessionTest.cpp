@@ -104,6 +104,7 @@ TEST_F(Session, MessagesOnTheSampleWorkspace) {
     int32_t length = 77;
     EXPECT_EQ(m_Manager->GetResponse(&untouched, &length), S_FALSE) << "nothing pending";
     EXPECT_EQ(length, 77);
+    EXPECT_EQ(m_Manager->GetResponse(nullptr, nullptr), S_FALSE) << "nothing pending, so nothing to write";
     EXPECT_EQ(m_Manager->RecievedMessage(reinterpret_cast<unsigned char*>(const_cast<char*>("Var2?")), 5), S_OK);
     EXPECT_EQ(m_Manager->GetResponse(nullptr, &length), E_POINTER) << "a host's null output consumes nothing";
     unsigned char* reply = nullptr;

@@ -54,7 +54,9 @@ TEST(CreateFunction, AnswersOnlyItsOwnNameExactly) {
         void* place = reinterpret_cast<void*>(0xCAFECAFE);
         EXPECT_EQ(CreateFunction(REFLiteral(name), &place), E_FAIL) << name;
         EXPECT_EQ(place, reinterpret_cast<void*>(0xCAFECAFE)) << "untouched on failure";
+        EXPECT_EQ(CreateFunction(REFLiteral(name), nullptr), E_FAIL) << name << ": the name decides first";
     }
+    EXPECT_EQ(CreateFunction(tagREFString{11, nullptr}, &creator), E_FAIL);
 }
 
 // A collection that only counts its references.

@@ -5,10 +5,11 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
-// The command's standard output; its exit status (-1 when it did not exit) goes to `status`.
-inline std::string Output(const std::string& command, int& status) {
-    FILE* run = popen(command.c_str(), "r");
+// The output of a command started with popen, once it ends; its exit status (-1 when it did not
+// exit) goes to `status`.
+inline std::string OutputOf(FILE* run, int& status) {
     std::string output;
     if (run == nullptr) return status = -1, output;
     char buffer[4096];
@@ -16,4 +17,18 @@ inline std::string Output(const std::string& command, int& status) {
     const int raw = pclose(run);
     status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
     return output;
+}
+
+// The command's standard output and exit status.
+inline std::string Output(const std::string& command, int& status) { return OutputOf(popen(command.c_str(), "r"), status); }
+
+// Several commands run at the same time (each waiting on its own timer, say): their outputs and
+// exit statuses, in the order given.
+inline std::vector<std::string> Outputs(const std::vector<std::string>& commands, std::vector<int>& statuses) {
+    std::vector<FILE*> runs;
+    for (const std::string& command : commands) runs.push_back(popen(command.c_str(), "r"));
+    std::vector<std::string> outputs;
+    statuses.assign(runs.size(), -1);
+    for (size_t i = 0; i < runs.size(); ++i) outputs.push_back(OutputOf(runs[i], statuses[i]));
+    return outputs;
 }

@@ -421,6 +421,7 @@ TEST_F(Templates, ReplicateGivesTheCopyItsOwnInputs) {
     input->put_InterfaceID(IID_IStep);
     AddInt(L"Bound", 2, 0x40, input.get());
     CTestComponent::s_Register = true;
+    EXPECT_EQ(static_cast<IReplicableObject*>(s)->Replicate(nullptr), S_OK) << "no place, no copy, no failure";
     SmartPtr<IUnknown> copy;
     ASSERT_EQ(static_cast<IReplicableObject*>(s)->Replicate(copy.Out()), S_OK);
     CTestComponent::s_Register = false;

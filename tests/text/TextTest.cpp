@@ -61,7 +61,7 @@ TEST(RefString, CuttingOperations) {
         {L"1e+5", GetFirstWord(), L"1", L"e+5", 0},             {L"1.5e5", GetFirstWord(), L"1.5", L"e5", 0},
         {L"12.x", GetFirstWord(), L"12", L".x", 0},             {L"=10", GetFirstWord(), L"=", L"10", 0},
         {L"my_name x", GetFirstWord(), L"my_name", L" x", 0},   {L"\"a b\" c", GetFirstWord(), L"a b", L"\" c", 0},
-        {L"\"open", GetFirstWord(), L"\"open", L"", 0},        {L"\"\"x", GetFirstWord(), L"\"", L"\"x", 0},
+        {L"\"open", GetFirstWord(), L"\"open", L"", 0},        {L"\"\"x", GetFirstWord(), L"", L"\"x", 0},
         {L" x", GetFirstWord(), nullptr, L" x", E_FAIL},        {L"-x", GetFirstWord(), nullptr, L"-x", E_FAIL},
         // TrimLeft: 1 when it dropped blanks and control characters (and punctuation when asked).
         {L"  \x01;x", TrimLeft(false), nullptr, L";x", 1},       {L";x", TrimLeft(false), nullptr, L";x", 0},
