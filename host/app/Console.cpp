@@ -130,6 +130,7 @@ private:
     void Refuse(Handle handle, Tab& tab, const std::string& why);
     void Ready(Handle handle, Tab& tab);
     void Refresh();
+    std::string Tree();
     void RefreshSoon();
     void Tick();
 
@@ -139,6 +140,8 @@ private:
     ConversationOptions m_Options;  // the conversations keep a reference to it
     size_t m_MaxTabs;
     std::function<void()> m_AfterChange;
+    uint64_t m_TreeChanges = 0;  // the workspace's change count when m_Tree was made
+    bool m_TreeBusy = false;     // m_Tree shows a busy file collection, which turns idle by itself
     asio::steady_timer m_Timer;
     asio::steady_timer m_Soon;  // armed by a change a tab made: one refresh for a burst of them
     bool m_SoonArmed = false;
@@ -275,7 +278,7 @@ void CConsoleService::Close(Handle handle) {
 void CConsoleService::Ready(Handle handle, Tab& tab) {
     tab.ready = true;
     Send(handle, tab, "{\"type\":\"ready\"}");
-    m_Tree = ConsoleTree(m_Workspace);
+    m_Tree = Tree();
     m_Pages = ConsolePages(m_Object.Manager());
     Send(handle, tab, m_Tree);
     Send(handle, tab, m_Pages);
@@ -357,12 +360,24 @@ void CConsoleService::Refuse(Handle handle, Tab& tab, const std::string& why) {
     tab.server->close(handle, websocketpp::close::status::policy_violation, why.substr(0, 120), ignored);
 }
 
-// Sends the tree and the pages to every tab when they changed.
+std::string CConsoleService::Tree() {
+    m_TreeChanges = m_Workspace.log.changes;
+    return ConsoleTree(m_Workspace, &m_TreeBusy);
+}
+
+// Sends the tree and the pages to every tab when they changed. The tree, which grows with the
+// workspace, is made again only when a call may have changed an object, or while it shows a busy
+// collection; the pages (the object's few settings and parameters) are cheap to ask every time.
 void CConsoleService::Refresh() {
-    std::string tree = ConsoleTree(m_Workspace), pages = ConsolePages(m_Object.Manager());
-    const bool treeChanged = tree != m_Tree, pagesChanged = pages != m_Pages;
+    std::string pages = ConsolePages(m_Object.Manager());
+    bool treeChanged = false;
+    if (m_TreeBusy || m_TreeChanges != m_Workspace.log.changes) {
+        std::string tree = Tree();
+        treeChanged = tree != m_Tree;
+        if (treeChanged) m_Tree = std::move(tree);
+    }
+    const bool pagesChanged = pages != m_Pages;
     if (!treeChanged && !pagesChanged) return;
-    m_Tree = std::move(tree);
     m_Pages = std::move(pages);
     for (auto& [handle, tab] : m_Tabs) {
         if (!tab.ready) continue;

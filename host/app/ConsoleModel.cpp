@@ -52,15 +52,16 @@ std::string ValueOf(CWorkspaceObject& object, const std::string& kind) {
     return "";
 }
 
-void AddObjects(const CWorkspaceObject& parent, const std::string& prefix, int depth, json& out) {
+void AddObjects(const CWorkspaceObject& parent, const std::string& prefix, int depth, json& out, bool& busy) {
     for (int32_t i = 0; i < parent.ChildCount(); ++i) {
         const std::string name = HOSTNarrowUtf8(parent.ChildName(i));
         const std::string path = prefix.empty() ? name : prefix + "." + name;
         CWorkspaceObject* child = parent.ChildAt(i);
         const std::string kind = child ? KindOf(*child) : "moniker";
-        out.push_back({{"path", path}, {"name", name}, {"depth", depth}, {"kind", kind},
-                       {"value", child ? ValueOf(*child, kind) : ""}});
-        if (child) AddObjects(*child, path, depth + 1, out);
+        const std::string value = child ? ValueOf(*child, kind) : "";
+        busy = busy || (kind == "files" && value == "busy");
+        out.push_back({{"path", path}, {"name", name}, {"depth", depth}, {"kind", kind}, {"value", value}});
+        if (child) AddObjects(*child, path, depth + 1, out, busy);
     }
 }
 
@@ -232,9 +233,11 @@ json Parameters(IUnknown* object) {
 
 }  // namespace
 
-std::string ConsoleTree(const Workspace& workspace) {
+std::string ConsoleTree(const Workspace& workspace, bool* busy) {
     json objects = json::array();
-    if (const CWorkspaceObject* root = workspace.Root()) AddObjects(*root, "", 0, objects);
+    bool anyBusy = false;
+    if (const CWorkspaceObject* root = workspace.Root()) AddObjects(*root, "", 0, objects, anyBusy);
+    if (busy) *busy = anyBusy;
     return json{{"type", "tree"}, {"objects", std::move(objects)}}.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 

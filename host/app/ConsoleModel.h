@@ -13,8 +13,9 @@
 
 // {"type":"tree","objects":[{"path","name","depth","kind","value"}...]}: every object in depth-first
 // order. Values: a step "on"/"off", an input/output "1"/"0", a result its number, tabs and managers
-// the active child's name, a file collection "busy"/"idle", anything else "".
-std::string ConsoleTree(const Workspace& workspace);
+// the active child's name, a file collection "busy"/"idle", anything else "". `busy`, when given,
+// is set when a file collection is busy: the tree will change by itself when it is done.
+std::string ConsoleTree(const Workspace& workspace, bool* busy = nullptr);
 
 // {"type":"pages","pages":[...],"items":[...],"parameters":[...]}: the pages the object asks for
 // (GetPages), and what the two the console knows hold. The property table page

@@ -22,6 +22,20 @@ const char* ForeignProtocol(std::string_view line) {
     return nullptr;
 }
 
+// A line that offers `token` as a login does, however typed: the token alone, or "auth" in any
+// case, blanks and the token, with blanks around either.
+bool OffersToken(std::string_view line, std::string_view token) {
+    const auto trim = [](std::string_view text) {
+        while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+        while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+        return text;
+    };
+    line = trim(line);
+    if (line == token) return true;
+    if (line.size() <= 4 || strncasecmp(line.data(), "auth", 4) != 0 || (line[4] != ' ' && line[4] != '\t')) return false;
+    return trim(line.substr(4)) == token;
+}
+
 }  // namespace
 
 bool CConversation::Refuse(const char* why, std::string& out) {
@@ -154,10 +168,10 @@ bool CConversation::Line(std::string_view line, std::string& out) {
     // Only a first line refused as another protocol's is kept as it came: it is answered as such.
     const bool offersToken = !m_Options.token.empty() && !m_Authenticated &&
                              !(m_First && m_Options.guard && ForeignProtocol(line) != nullptr);
-    // After it, a line is written as it came, but for a login repeated: "AUTH TOKEN" becomes
-    // "AUTH *", which the object answers as it answers the token's line (a name it does not have).
-    const bool repeatsToken = !m_Options.token.empty() && m_Authenticated && line.size() == 5 + m_Options.token.size() &&
-                              line.substr(0, 5) == "AUTH " && line.substr(5) == m_Options.token;
+    // After it, a line is written as it came, but for a login repeated, however typed ("AUTH
+    // TOKEN", "auth  TOKEN", the bare token): it becomes "AUTH *", which the object answers as it
+    // answers the token's line (a name it does not have).
+    const bool repeatsToken = !m_Options.token.empty() && m_Authenticated && OffersToken(line, m_Options.token);
     // The answer is recorded without the prompt that may follow it: a replay shows none.
     const size_t before = out.size();
     m_AnswerEnd = std::string::npos;

@@ -401,8 +401,10 @@ void CService::ServeStdin() {
 }
 
 void CService::HandleStdin(const std::string& bytes, bool end) {
-    if (!m_StdinConversation) return;
-    if (m_StdinFeed) {
+    // Bytes the reader posted before standard input was closed are not fed: nothing read after
+    // the session ended reaches the object.
+    if (!m_StdinConversation || !m_StdinFeed) return;
+    {
         std::lock_guard<std::mutex> hold(m_StdinFeed->lock);
         m_StdinFeed->posted = false;  // the bytes are taken: the thread may read on meanwhile
         m_StdinFeed->handled.notify_one();

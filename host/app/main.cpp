@@ -511,7 +511,10 @@ int main(int argc, char** argv) {
         return 1;
     }
     stdinOptions.holdInput = [] { return gStopSignal != 0; };
-    CConversation conversation(session, stdinOptions, [&] { saveState(); });
+    // The messages of one read are saved together, once: a line typed is a read of its own, and a
+    // piped script's lines cost one save per block read, not a flushed file per line.
+    bool handled = false;
+    CConversation conversation(session, stdinOptions, [&] { handled = true; });
     if (transcript) conversation.Record(std::move(transcript));
     const sigset_t stops = CatchStopSignals();
     std::vector<char> buffer(kStdinRead);
@@ -528,6 +531,8 @@ int main(int argc, char** argv) {
             break;
         }
         goOn = conversation.Feed(std::string_view(buffer.data(), read.bytes), out);
+        if (handled) saveState();
+        handled = false;
         written = ServerWriteStdout(out);
         goOn = goOn && written == 0;
     }

@@ -65,6 +65,18 @@ const char* Unaddressable(const std::wstring& name) {
     return nullptr;
 }
 
+// Why a parameter named `name` could not be read back from a query's reply ("name=value" lines),
+// or null if it can. Parameters are listed, never addressed: . : + - are fine in their names.
+const char* Unlistable(const std::wstring& name) {
+    if (name.empty()) return "it is empty";
+    for (wchar_t c : name) {
+        if (c < 0x20 || (c >= 0x7F && c <= 0x9F)) return "it holds a control character";
+        if (c == L'=') return "it holds =, which ends the name in a reply";
+    }
+    if (name.front() == L' ' || name.back() == L' ') return "it begins or ends with a blank";
+    return nullptr;
+}
+
 // How many leading characters of `name` spell the beginning of "break", in either case. A message
 // whose first characters are all of the name up to five characters, or "break", ends the session.
 size_t BreakPrefix(const std::wstring& name) {
@@ -168,7 +180,10 @@ struct Loader {
         SmartPtr<IParametersCreatable> parameters(HOSTNewParameters());
         if (!parameters) return Fail(node, "out of memory");
         for (const auto& [key, value] : *values) {
-            SmartPtr<IString> name(HOSTNewString(Wide(std::string(key.str())).c_str()));
+            const std::wstring wide = Wide(std::string(key.str()));
+            if (const char* problem = Unlistable(wide))
+                return Fail(value, "parameter '" + Shown(key.str()) + "' of object '" + object + "': " + problem);
+            SmartPtr<IString> name(HOSTNewString(wide.c_str()));
             SmartPtr<IVariant> variant;
             HOSTCreateVariant(nullptr, &IID_IVariant, variant.OutVoid());
             if (!name || !variant) return Fail(value, "out of memory");

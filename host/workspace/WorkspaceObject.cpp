@@ -14,6 +14,7 @@ std::string WorkspaceNarrow(const std::wstring& text) {
 }
 
 void WorkspaceLog::Record(const std::string& call) {
+    ++changes;
     if (keep) calls.push_back(call);
     if (echo) std::fprintf(stderr, "[workspace] %s\n", call.c_str());
 }
@@ -24,7 +25,9 @@ CWorkspaceObject::CWorkspaceObject(std::wstring name, unsigned facets, Workspace
 CWorkspaceObject::~CWorkspaceObject() = default;
 
 void CWorkspaceObject::Record(const std::string& call) {
-    if (m_Log) m_Log->Record(WorkspaceNarrow(m_Name) + "." + call);
+    if (m_Log == nullptr) return;
+    if (m_Log->keep || m_Log->echo) m_Log->Record(WorkspaceNarrow(m_Name) + "." + call);
+    else ++m_Log->changes;  // the call's text is made only for someone who reads it
 }
 
 namespace {

@@ -32,6 +32,7 @@ struct WorkspaceLog {
     std::vector<std::string> calls;  // every call, in order, while `keep` is set
     bool keep = true;   // a program that serves for long turns it off: the list would grow without end
     bool echo = false;  // also print each call on standard error
+    uint64_t changes = 0;  // calls that may have changed an object (kept or not): a view redraws on a change
     void Record(const std::string& call);
 };
 

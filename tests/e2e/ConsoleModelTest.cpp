@@ -57,7 +57,14 @@ TEST_F(ConsoleModel, TreeShowsEveryKindWithItsLiveValue) {
         EXPECT_EQ(object["depth"], row.depth) << row.path;
         EXPECT_EQ(object["value"], row.value) << row.path;
     }
+    // The console makes the tree again only when the workspace counted a change, as wks-host
+    // runs it: counted, not kept.
+    m_Workspace.log.keep = false;
+    const uint64_t before = m_Workspace.log.changes;
+    Send("Lamp?\nTabs?\nStation?");
+    EXPECT_EQ(m_Workspace.log.changes, before) << "queries change nothing";
     Send("Lamp=1\nTabs.Second.Value?");
+    EXPECT_EQ(m_Workspace.log.changes, before + 2) << "SwitchOn and put_ActiveIndex";
     EXPECT_EQ(Object("Lamp")["value"], "on") << "a change made through the protocol shows";
     EXPECT_EQ(Object("Tabs")["value"], "Second");
 }

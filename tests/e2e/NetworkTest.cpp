@@ -383,7 +383,7 @@ TEST(Network, RecordedSessionsReplay) {
         std::ofstream("e2e-token3") << "s3cret\n";
         Server server("--record e2e-rec --auth-file e2e-token3");
         Client accepted(server.Port()), refused(server.Port());
-        accepted.Send("AUTH s3cret\nLamp?\nAUTH later\nAUTH s3cret\nBreak\n");
+        accepted.Send("AUTH s3cret\nLamp?\nAUTH later\nAUTH s3cret\nauth  s3cret \ns3cret\nBreak\n");
         accepted.UntilClosed();
         refused.Send("auth s3cret\n");
         refused.UntilClosed();
