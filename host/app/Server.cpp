@@ -26,6 +26,8 @@ namespace {
 
 LogLevel gLogLevel = LogLevel::kInfo;
 constexpr size_t kReadSize = 64 * 1024;
+// How long a stop waits for answers to standard input still being written.
+constexpr auto kStdoutGrace = std::chrono::seconds(2);
 
 // The peer as accepting the connection named it (a client that reset at once has no remote
 // address left to ask the socket for).
@@ -109,6 +111,7 @@ private:
     void Accept(asio::ip::tcp::acceptor& acceptor);
     void ServeStdin();
     void HandleStdin(const std::string& bytes, bool end);
+    void EndStdin(int problem);
     void CloseStdin();
     void ScheduleSave();
     void Stop();
@@ -127,17 +130,22 @@ private:
     bool m_SavePending = false;
     std::function<void()> m_ScheduleSave;
     ConversationOptions m_ClientOptions;
-    // Standard input is read by a thread of its own with blocking reads, which it posts to the
-    // loop: the loop never makes the terminal's (shared) file non-blocking, and a terminal that
-    // waits for a person never holds the loop up. One read at a time: the thread reads again only
-    // once the loop has handled what it posted, so that a flood of input neither piles up in
-    // memory nor keeps the loop from its clients and signals. `open` is cleared, under the lock,
-    // when the loop no longer wants the bytes; the thread posts nothing after that.
+    // Standard input is read, and its answers written, by a thread of its own with blocking
+    // calls; it posts what it read to the loop and writes the answers the loop hands back: the loop
+    // never makes the terminal's (shared) files non-blocking, and neither a terminal that waits for
+    // a person nor an output nobody reads ever holds the loop up. One read at a time: the thread
+    // reads again only once the answers to the last read are written, so that a flood of input
+    // neither piles up in memory nor keeps the loop from its clients and signals. `open` is
+    // cleared, under the lock, when the loop no longer wants the bytes; the thread posts nothing
+    // after that.
     struct StdinFeed {
         std::mutex lock;
-        std::condition_variable handled;
+        std::condition_variable handled, written;
         bool open = true;
-        bool posted = false;  // a read waits for the loop
+        bool posted = false;   // a read waits for the loop
+        std::string answers;   // the loop's answers to it, which the thread writes
+        bool goOn = true;      // false once the session ended (its input's end, or a break)
+        bool writing = false;  // answers are handed over and not yet written
     };
     std::shared_ptr<StdinFeed> m_StdinFeed;
     std::unique_ptr<CConversation> m_StdinConversation;
@@ -378,24 +386,36 @@ void CService::ServeStdin() {
     Record(m_Options, m_Options.stdinConversation, *m_StdinConversation, "stdin");
     std::string prompt;  // what follows every answer (the prompt) comes before the first message too
     if (m_Options.stdinConversation.afterAnswer) m_Options.stdinConversation.afterAnswer(prompt);
-    ServerWriteStdout(prompt);  // a failure shows with the first answers
     signal(SIGTTIN, SIG_IGN);  // should the job go to the background later, reading fails instead
     auto feed = m_StdinFeed = std::make_shared<StdinFeed>();
-    std::thread([this, feed] {
+    std::thread([this, feed, answers = std::move(prompt)]() mutable {
         std::string chunk;
         for (;;) {
+            // The answers to the last read (or the first prompt) are written here, off the loop:
+            // an output nobody reads stalls this session only, never the network or a stop.
+            const int problem = ServerWriteStdout(answers);
+            std::unique_lock<std::mutex> hold(feed->lock);
+            feed->writing = false;
+            feed->written.notify_all();
+            if (!feed->open) return;
+            if (problem != 0 || !feed->goOn) {
+                asio::post(m_Io, [this, problem] { EndStdin(problem); });
+                return;
+            }
+            hold.unlock();
             chunk.resize(kReadSize);
             const ssize_t n = read(STDIN_FILENO, chunk.data(), chunk.size());
             if (n < 0 && errno == EINTR) continue;
             chunk.resize(n > 0 ? static_cast<size_t>(n) : 0);
             const bool end = n <= 0;
-            std::unique_lock<std::mutex> hold(feed->lock);
+            hold.lock();
             if (!feed->open) return;
             feed->posted = true;
             asio::post(m_Io, [this, bytes = std::move(chunk), end] { HandleStdin(bytes, end); });
-            if (end) return;
             feed->handled.wait(hold, [&] { return !feed->posted || !feed->open; });
-            if (!feed->open) return;
+            if (feed->posted) return;  // closed before the loop took the bytes: nothing to answer
+            answers = std::move(feed->answers);
+            feed->answers.clear();
         }
     }).detach();
 }
@@ -404,31 +424,34 @@ void CService::HandleStdin(const std::string& bytes, bool end) {
     // Bytes the reader posted before standard input was closed are not fed: nothing read after
     // the session ended reaches the object.
     if (!m_StdinConversation || !m_StdinFeed) return;
-    {
-        std::lock_guard<std::mutex> hold(m_StdinFeed->lock);
-        m_StdinFeed->posted = false;  // the bytes are taken: the thread may read on meanwhile
-        m_StdinFeed->handled.notify_one();
-    }
     std::string out;
     const bool goOn = !end && m_StdinConversation->Feed(bytes, out);
     if (end) m_StdinConversation->End(out);
-    if (const int problem = ServerWriteStdout(out)) {
-        // Nobody can read the answers: the session on standard input ends; the network goes on.
-        if (problem == EPIPE) ServerLog(LogLevel::kInfo, "standard output is closed: standard input is no longer read");
-        else ServerLog(LogLevel::kError, "cannot write standard output: %s; standard input is no longer read", std::strerror(problem));
-    } else if (goOn) {
-        return;
-    }
-    // Standard input ended (or asked to break): the network goes on; without it, the host stops.
+    std::lock_guard<std::mutex> hold(m_StdinFeed->lock);
+    m_StdinFeed->answers = std::move(out);  // for the reader thread to write
+    m_StdinFeed->goOn = goOn;
+    m_StdinFeed->writing = true;
+    m_StdinFeed->posted = false;
+    m_StdinFeed->handled.notify_one();
+}
+
+// The session on standard input is over: its input ended or asked to break (`problem` 0), or its
+// answers could not be written. The network goes on; without it, the host stops.
+void CService::EndStdin(int problem) {
+    if (!m_StdinFeed) return;
+    if (problem == EPIPE) ServerLog(LogLevel::kInfo, "standard output is closed: standard input is no longer read");
+    else if (problem != 0) ServerLog(LogLevel::kError, "cannot write standard output: %s; standard input is no longer read", std::strerror(problem));
     CloseStdin();
     if (m_Acceptors.empty() && !m_Console) Stop();
 }
 
 void CService::CloseStdin() {
     if (m_StdinFeed) {
-        std::lock_guard<std::mutex> hold(m_StdinFeed->lock);
+        std::unique_lock<std::mutex> hold(m_StdinFeed->lock);
         m_StdinFeed->open = false;
         m_StdinFeed->handled.notify_one();
+        // Answers being written go out first, unless the output takes nothing for a while.
+        m_StdinFeed->written.wait_for(hold, kStdoutGrace, [this] { return !m_StdinFeed->writing; });
     }
     m_StdinFeed.reset();
 }
@@ -487,11 +510,15 @@ bool CRateLimit::Allow(unsigned& suppressed) {
 }
 
 int ServerWriteStdout(const std::string& out) {
-    errno = 0;
-    if ((out.empty() || std::fwrite(out.data(), 1, out.size(), stdout) == out.size()) && std::fflush(stdout) == 0) return 0;
-    const int problem = errno != 0 ? errno : EIO;
-    clearerr(stdout);
-    return problem;
+    // Straight to the descriptor, not through stdio: a write that blocks must not hold the stream's
+    // lock, which the program's exit takes to flush it.
+    for (size_t done = 0; done < out.size();) {
+        const ssize_t n = write(STDOUT_FILENO, out.data() + done, out.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return n < 0 ? errno : EIO;
+        done += static_cast<size_t>(n);
+    }
+    return 0;
 }
 
 std::string ServerSuppressed(unsigned suppressed) {

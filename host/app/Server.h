@@ -46,7 +46,8 @@ enum class LogLevel { kDebug, kInfo, kWarn, kError };
 void ServerLog(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void ServerSetLogLevel(LogLevel level);
 
-// Writes `out` on standard output at once. 0 when it is written, else the errno of the failure:
+// Writes `out` on standard output at once, past stdio (nothing else may write standard output
+// through stdio meanwhile). 0 when it is written, else the errno of the failure:
 // EPIPE when the reader went away (a closed pipe), anything else a real failure (a full disk).
 int ServerWriteStdout(const std::string& out);
 

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -342,6 +344,31 @@ TEST(Network, TerminationSavesTheState) {
     client.Send("Lamp?\n");
     EXPECT_EQ(client.Receive(3), "0\n\n") << "still serving after a hangup";
     EXPECT_EQ(ignoring.Stop(), 0);
+}
+
+// An output nobody reads holds up the session on standard input only: clients are still served,
+// and a stop still stops, saving the state.
+TEST(Network, AnOutputNobodyReadsHoldsUpOnlyStandardInput) {
+    std::remove("e2e-stuck");
+    ASSERT_EQ(mkfifo("e2e-stuck", 0600), 0);
+    const int reader = open("e2e-stuck", O_RDONLY | O_NONBLOCK);  // opened, never read
+    {
+        std::ofstream queries("e2e-queries.txt");
+        for (int i = 0; i < 100000; ++i) queries << "Var1?\n";  // a megabyte of answers
+    }
+    std::remove("e2e-stuck.wks");
+    Server server("--state e2e-stuck.wks < e2e-queries.txt > e2e-stuck");
+    Client client(server.Port());
+    client.Send("Var1=9\nVar1?\n");
+    if (client.Receive(9) != "\nVar1=9\n\n") {
+        server.Stop(SIGKILL);  // the loop is stuck: a stop signal would wait for ever
+        FAIL() << "a client is not served while standard output is full";
+    }
+    EXPECT_EQ(server.Stop(), 0) << server.Log();
+    int status = -1;
+    EXPECT_EQ(Output("printf 'Var1?\\n' | ./wks-host --no-prompt --state e2e-stuck.wks", status), "Var1=9\n");
+    close(reader);
+    for (const char* file : {"e2e-stuck", "e2e-queries.txt", "e2e-stuck.wks"}) std::remove(file);
 }
 
 // A person at netcat: CR LF line ends, an empty line after every message's replies; the last
