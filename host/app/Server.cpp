@@ -388,12 +388,18 @@ void CService::ServeStdin() {
     if (m_Options.stdinConversation.afterAnswer) m_Options.stdinConversation.afterAnswer(prompt);
     signal(SIGTTIN, SIG_IGN);  // should the job go to the background later, reading fails instead
     auto feed = m_StdinFeed = std::make_shared<StdinFeed>();
+    // The thread takes no stop signal: they reach the loop, and never interrupt its reads and writes.
+    sigset_t stops, before;
+    sigemptyset(&stops);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, signal);
+    pthread_sigmask(SIG_BLOCK, &stops, &before);
     std::thread([this, feed, answers = std::move(prompt)]() mutable {
         std::string chunk;
         for (;;) {
             // The answers to the last read (or the first prompt) are written here, off the loop:
             // an output nobody reads stalls this session only, never the network or a stop.
             const int problem = ServerWriteStdout(answers);
+            answers.clear();
             std::unique_lock<std::mutex> hold(feed->lock);
             feed->writing = false;
             feed->written.notify_all();
@@ -418,6 +424,7 @@ void CService::ServeStdin() {
             feed->answers.clear();
         }
     }).detach();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 void CService::HandleStdin(const std::string& bytes, bool end) {
@@ -450,7 +457,7 @@ void CService::CloseStdin() {
         std::unique_lock<std::mutex> hold(m_StdinFeed->lock);
         m_StdinFeed->open = false;
         m_StdinFeed->handled.notify_one();
-        // Answers being written go out first, unless the output takes nothing for a while.
+        // Answers being written go out first, for at most kStdoutGrace.
         m_StdinFeed->written.wait_for(hold, kStdoutGrace, [this] { return !m_StdinFeed->writing; });
     }
     m_StdinFeed.reset();
@@ -485,11 +492,13 @@ int CService::Run() {
         ServerLog(LogLevel::kInfo, "%s: stopping", signal == SIGINT ? "SIGINT" : signal == SIGHUP ? "SIGHUP" : "SIGTERM");
         Stop();
     });
-    // The program holds the stop signals while it starts: one that came meanwhile arrives now.
-    sigset_t stops;
-    sigemptyset(&stops);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, signal);
-    pthread_sigmask(SIG_UNBLOCK, &stops, nullptr);
+    // A stop signal that came while the program started (before the signal set took them over)
+    // stops the service as soon as it runs.
+    if (m_Options.stopNoted != nullptr && *m_Options.stopNoted != 0)
+        asio::post(m_Io, [this] {
+            ServerLog(LogLevel::kInfo, "a stop signal came while starting: stopping");
+            Stop();
+        });
     for (auto& acceptor : m_Acceptors) Accept(*acceptor);
     if (m_Options.serveStdin) ServeStdin();
     m_Io.run();

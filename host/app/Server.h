@@ -3,6 +3,8 @@
 // its connections. Every call into the module stays on the loop's thread.
 #pragma once
 
+#include <csignal>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -13,6 +15,7 @@
 #include "host/app/Conversation.h"
 
 struct ServerOptions {
+    const volatile sig_atomic_t* stopNoted = nullptr;  // non-zero: a stop signal came while the host started
     std::vector<std::string> listen;  // [ADDR:]PORT, [V6ADDR]:PORT; a bare port is 127.0.0.1
     ConversationOptions conversation;
     size_t maxClients = 256;

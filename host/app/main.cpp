@@ -228,9 +228,9 @@ int ParseOptions(int argc, char** argv, Options& options) {
 // conversation asks after every line); around the test before a wait for input the signals are
 // blocked, and the wait unblocks them, so that one is never lost between the test and the wait.
 // A SIGHUP that came ignored (nohup) stays ignored.
-volatile sig_atomic_t gStopSignal = 0;
+volatile sig_atomic_t gStopSignal = 0;  // the stop signal that came, 0 while none did
 
-void NoteStopSignal(int) { gStopSignal = 1; }
+void NoteStopSignal(int signal) { gStopSignal = signal; }
 
 // True when the object's input 0 (its running object table) holds an object.
 bool BoundToWorkspace(IProtocolManager* object) {
@@ -254,18 +254,29 @@ sigset_t StopSignals() {
     return stops;
 }
 
-// Catches the stop signals for a session on standard input, and lets in one held while the host
-// started.
-sigset_t CatchStopSignals() {
+// Notes the stop signals in gStopSignal. With `restart`, calls they interrupt go on.
+sigset_t NoteStopSignals(bool restart) {
     struct sigaction action {};
     action.sa_handler = NoteStopSignal;
-    action.sa_flags = SA_RESTART;  // reading and writing go on; only the wait for input ends
+    action.sa_flags = restart ? SA_RESTART : 0;
     sigemptyset(&action.sa_mask);
     const sigset_t stops = StopSignals();
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         if (sigismember(&stops, signal)) sigaction(signal, &action, nullptr);
     sigprocmask(SIG_UNBLOCK, &stops, nullptr);  // even when they came blocked
     return stops;
+}
+
+// Catches the stop signals for a session on standard input: reading and writing go on; only the
+// wait for input ends.
+sigset_t CatchStopSignals() { return NoteStopSignals(true); }
+
+// A one-shot run (replay, export) stops as any program does, also for a signal noted while it
+// started.
+void StopAsAnyProgram() {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        if (signal != SIGHUP || !HangupIgnored()) std::signal(signal, SIG_DFL);
+    if (gStopSignal != 0) raise(gStopSignal);
 }
 
 constexpr size_t kStdinRead = 65536;
@@ -299,12 +310,10 @@ int main(int argc, char** argv) {
     Options options;
     if (const int status = ParseOptions(argc, argv, options); status >= 0) return status;
     // A stop signal that comes while the host starts (loading its workspace, the module, the
-    // state) is held until the session can take it, which then ends at once as a session does
-    // (state saved, status 0) instead of the host dying half-started. One-shot runs (replay,
-    // export) let the signals in again first, to be stopped as any program is.
-    const sigset_t startup = StopSignals();
-    sigprocmask(SIG_BLOCK, &startup, nullptr);
-    const auto letStopSignalsIn = [&startup] { sigprocmask(SIG_UNBLOCK, &startup, nullptr); };
+    // state) is noted, and the session ends at once when it begins, as a session does (state
+    // saved, status 0), instead of the host dying half-started. A start that waits on a pipe is
+    // interrupted instead: the read fails and says so.
+    NoteStopSignals(false);
     // A replay that cannot start (its workspace or state unreadable) is no difference in answers.
     const int cannotStart = options.replay.empty() ? 1 : 2;
     // Files named on the command line are relative to where the user started the program, which
@@ -391,7 +400,7 @@ int main(int argc, char** argv) {
         return cannotStart;
     }
     if (!options.replay.empty()) {
-        letStopSignalsIn();
+        StopAsAnyProgram();
         std::string report;
         const int status = ReplayTranscript(options.replay, shown.replay, session, report);
         if (status == 2) std::fprintf(stderr, "wks-host: %s\n", report.c_str());
@@ -412,7 +421,8 @@ int main(int argc, char** argv) {
             return 1;
         }
     }
-    // Saves after every message; a failure is reported once until saving works again.
+    // Saves (after the messages of a read of standard input; on the network at most ten times a
+    // second); a failure is reported once until saving works again.
     bool saveFailed = false;
     auto saveState = [&]() {
         if (!state) return true;
@@ -431,7 +441,7 @@ int main(int argc, char** argv) {
         return false;
     };
     if (!options.exportXml.empty()) {
-        letStopSignalsIn();
+        StopAsAnyProgram();
         std::string warning;
         if (ExportParametersXml(session.Manager(), options.exportXml, problem, warning)) {
             if (!warning.empty())
@@ -472,6 +482,7 @@ int main(int argc, char** argv) {
         server.listen = options.listen;
         server.http = options.http;
         server.stopOnHangup = !HangupIgnored();
+        server.stopNoted = &gStopSignal;
         server.workspace = &workspace;
         server.conversation.framing = framing;
         if (options.maxLineGiven) server.conversation.maxLine = options.maxLine;

@@ -74,7 +74,9 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
         if (got > 0) {
             if (bytes.size() + static_cast<size_t>(got) > limit) return refuse("more than " + std::to_string(limit) + " bytes");
             bytes.append(buffer, static_cast<size_t>(got));
-        } else if (errno != EINTR) {
+        } else {
+            // Interrupted too: a pipe that keeps a program waiting as it starts gives way to a
+            // stop signal (regular files are never interrupted).
             return refuse(Reason("cannot read"));
         }
     }

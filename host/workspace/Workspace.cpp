@@ -47,21 +47,23 @@ const char* TypeName(const toml::node& node) {
     }
 }
 
+// A space of any width, as a name's end must not be.
+bool IsBlank(wchar_t c) {
+    return c == L' ' || c == 0xA0 || c == 0x1680 || (c >= 0x2000 && c <= 0x200A) || c == 0x2028 || c == 0x2029 ||
+           c == 0x202F || c == 0x205F || c == 0x3000;
+}
+
 // Why no command line can spell `name`, or null if one can. A command line is cut into names at
 // . : = + - and at line breaks, form feeds and zero characters; each name loses its trailing
 // blanks and control characters, and the line its leading ones. Other control characters, and
 // leading blanks after a separator, would survive, but nobody types them on purpose: refused too.
 const char* Unaddressable(const std::wstring& name) {
     if (name.empty()) return "it is empty";
-    auto blank = [](wchar_t c) {
-        return c == L' ' || c == 0xA0 || c == 0x1680 || (c >= 0x2000 && c <= 0x200A) || c == 0x2028 ||
-               c == 0x2029 || c == 0x202F || c == 0x205F || c == 0x3000;
-    };
     for (wchar_t c : name) {
         if (c < 0x20 || (c >= 0x7F && c <= 0x9F)) return "it holds a control character";
         if (c == L'.' || c == L':' || c == L'=' || c == L'+' || c == L'-') return "it holds one of . : = + -";
     }
-    if (blank(name.front()) || blank(name.back())) return "it begins or ends with a blank";
+    if (IsBlank(name.front()) || IsBlank(name.back())) return "it begins or ends with a blank";
     return nullptr;
 }
 
@@ -73,7 +75,7 @@ const char* Unlistable(const std::wstring& name) {
         if (c < 0x20 || (c >= 0x7F && c <= 0x9F)) return "it holds a control character";
         if (c == L'=') return "it holds =, which ends the name in a reply";
     }
-    if (name.front() == L' ' || name.back() == L' ') return "it begins or ends with a blank";
+    if (IsBlank(name.front()) || IsBlank(name.back())) return "it begins or ends with a blank";
     return nullptr;
 }
 

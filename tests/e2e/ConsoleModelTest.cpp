@@ -66,6 +66,16 @@ TEST_F(ConsoleModel, TreeShowsEveryKindWithItsLiveValue) {
     Send("Lamp=1\nTabs.Second.Value?");
     EXPECT_EQ(m_Workspace.log.changes, before + 2) << "SwitchOn and put_ActiveIndex";
     EXPECT_EQ(Object("Lamp")["value"], "on") << "a change made through the protocol shows";
+    // A busy collection turns idle with no call: the tree says so, to be made again meanwhile.
+    for (const auto& [busy, expected] : {std::pair{60000, true}, {0, false}}) {
+        Workspace files;
+        std::string error;
+        ASSERT_TRUE(WorkspaceLoad("[[object]]\nname = \"F\"\nkind = \"files\"\nbusy_ms = " + std::to_string(busy) + "\n",
+                                  "files", files, error)) << error;
+        bool shown = !expected;
+        ConsoleTree(files, &shown);
+        EXPECT_EQ(shown, expected) << busy;
+    }
     EXPECT_EQ(Object("Tabs")["value"], "Second");
 }
 

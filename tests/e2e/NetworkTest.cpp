@@ -351,7 +351,7 @@ TEST(Network, TerminationSavesTheState) {
 TEST(Network, AnOutputNobodyReadsHoldsUpOnlyStandardInput) {
     std::remove("e2e-stuck");
     ASSERT_EQ(mkfifo("e2e-stuck", 0600), 0);
-    const int reader = open("e2e-stuck", O_RDONLY | O_NONBLOCK);  // opened, never read
+    const int reader = open("e2e-stuck", O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // opened, never read
     {
         std::ofstream queries("e2e-queries.txt");
         for (int i = 0; i < 100000; ++i) queries << "Var1?\n";  // a megabyte of answers

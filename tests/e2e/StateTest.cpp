@@ -208,6 +208,14 @@ TEST_F(StateFile, SignalsStopSessionsWhoseInputNeverPauses) {
 
 // The host killed at any moment while it saves leaves a file that loads: the old state or the new.
 TEST_F(StateFile, KillDuringSavesNeverLeavesAHalfWrittenFile) {
+    // What was answered was saved: a read's messages are saved before their answers are written.
+    std::remove("e2e-state.wks");
+    int answered = -1;
+    Output("(printf 'Var1=7\\nVar1?\\n'; sleep 5) | ./wks-host --no-prompt --state e2e-state.wks >e2e-read.out & "
+           "for i in $(seq 100); do grep -qs Var1=7 e2e-read.out && break; sleep 0.1; done; kill -9 $!",
+           answered);
+    EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1?\n", answered), "Var1=7\n");
+    std::remove("e2e-read.out");
     std::remove("e2e-state.wks");
     {
         std::ofstream input("e2e-input.txt");

@@ -80,7 +80,7 @@ TEST(WorkspaceFile, BadFilesNameTheLineAndTheProblem) {
         {"[[object]]\nname = \"A\"\nparameters = { \"a.b-c\" = 1, \"\" = 2 }\n", "w.toml:3: parameter '' of object 'A': it is empty"},
         {"[[object]]\nname = \"A\"\nparameters = { \"a=b\" = 1 }\n", "parameter 'a=b' of object 'A': it holds ="},
         {"[[object]]\nname = \"A\"\nparameters = { \"a\\nb\" = 1 }\n", "it holds a control character"},
-        {"[[object]]\nname = \"A\"\nparameters = { \" a\" = 1 }\n", "it begins or ends with a blank"},
+        {"[[object]]\nname = \"A\"\nparameters = { \"a\\u3000\" = 1 }\n", "it begins or ends with a blank"},
         // Monikers.
         {"[[object]]\nname = \"L\"\nkind = \"moniker\"\ntarget = \"None\"\n", "w.toml:1: moniker 'L' names no top-level object 'None'"},
         {"[[object]]\nname = \"L\"\nkind = \"moniker\"\n", "w.toml:1: moniker 'L' needs a target"},
