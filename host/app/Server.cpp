@@ -301,7 +301,9 @@ void CClient::Finish(const char* how) {
     if (m_Closed) return;
     m_Closed = true;
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_Opened).count();
-    ServerLog(LogLevel::kInfo, "%s disconnected after %.3f s, %llu messages: %s", m_Peer.c_str(), seconds,
+    // A wrong token is worth a warning: someone may be guessing.
+    const LogLevel level = std::strcmp(how, "authentication failed") == 0 ? LogLevel::kWarn : LogLevel::kInfo;
+    ServerLog(level, "%s disconnected after %.3f s, %llu messages: %s", m_Peer.c_str(), seconds,
               static_cast<unsigned long long>(m_Conversation.Messages()), how);
     Close();
     m_Service.Closed(shared_from_this());
@@ -412,10 +414,15 @@ void CService::ServeStdin() {
             chunk.resize(kReadSize);
             const ssize_t n = read(STDIN_FILENO, chunk.data(), chunk.size());
             if (n < 0 && errno == EINTR) continue;
+            const int unreadable = n < 0 ? errno : 0;
             chunk.resize(n > 0 ? static_cast<size_t>(n) : 0);
             const bool end = n <= 0;
             hold.lock();
             if (!feed->open) return;
+            if (unreadable != 0)
+                asio::post(m_Io, [unreadable] {
+                    ServerLog(LogLevel::kError, "cannot read standard input: %s", std::strerror(unreadable));
+                });
             feed->posted = true;
             asio::post(m_Io, [this, bytes = std::move(chunk), end] { HandleStdin(bytes, end); });
             feed->handled.wait(hold, [&] { return !feed->posted || !feed->open; });

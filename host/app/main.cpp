@@ -284,6 +284,7 @@ constexpr size_t kStdinRead = 65536;
 struct StdinRead {
     size_t bytes = 0;  // 0: the input's end
     bool stop = false;  // a stop signal came
+    int error = 0;      // the input could not be read (it is a directory, say): an end, and a failure
 };
 
 StdinRead ReadStdin(char* buffer, const sigset_t& stops) {
@@ -298,7 +299,7 @@ StdinRead ReadStdin(char* buffer, const sigset_t& stops) {
         if (polled < 0 && errno == EINTR) continue;
         const ssize_t got = read(STDIN_FILENO, buffer, kStdinRead);
         if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-        return StdinRead{got > 0 ? static_cast<size_t>(got) : 0, false};
+        return StdinRead{got > 0 ? static_cast<size_t>(got) : 0, false, got < 0 ? errno : 0};
     }
 }
 
@@ -532,11 +533,16 @@ int main(int argc, char** argv) {
     std::string out;
     prompt(out);
     int written = ServerWriteStdout(out);
+    bool unreadable = false;
     for (bool goOn = written == 0; goOn;) {
         out.clear();
         const StdinRead read = ReadStdin(buffer.data(), stops);
         if (read.stop || gStopSignal) break;
         if (read.bytes == 0) {
+            if (read.error != 0) {
+                std::fprintf(stderr, "wks-host: cannot read standard input: %s\n", std::strerror(read.error));
+                unreadable = true;
+            }
             conversation.End(out);
             written = ServerWriteStdout(out);
             break;
@@ -552,5 +558,5 @@ int main(int argc, char** argv) {
     const bool answered = written == 0 || written == EPIPE;
     if (!answered) std::fprintf(stderr, "wks-host: cannot write standard output: %s; the session ends here\n", std::strerror(written));
     const bool saved = finalSave();  // the session, the workspace and then the module's hold on the collection are let go
-    return answered && saved ? 0 : 1;
+    return answered && saved && !unreadable ? 0 : 1;
 }

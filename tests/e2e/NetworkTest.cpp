@@ -260,6 +260,12 @@ TEST(Network, StrangersAreRefusedBeforeTheObjectSeesAnything) {
     Client check(server.Port());
     check.Send("AUTH s3cret\nLamp?\n");
     EXPECT_EQ(check.Receive(4), "\n0\n\n") << "nothing a refused client sent reached the object";
+    server.Stop();
+    std::istringstream log(server.Log());
+    int warned = 0;
+    for (std::string line; std::getline(log, line);)
+        warned += line.find("authentication failed") != std::string::npos && line.find("wks-host warning:") != std::string::npos;
+    EXPECT_EQ(warned, 2) << "a wrong token is a warning\n" << server.Log();
     std::remove("e2e-token");
 }
 

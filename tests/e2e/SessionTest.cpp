@@ -188,6 +188,7 @@ TEST(WksHost, SessionsAndRefusals) {
          "wks-host: warning: e2e-warned.toml:2: the name 'Breaker' begins with 'break': a message beginning with it ends "
          "the session\n"},
         {"--workspace . < /dev/null", 1, "wks-host: .: is a directory\n"},
+        {"< .", 1, "wks-host: cannot read standard input: Is a directory\n"},
         {"--workspace e2e-none.toml < /dev/null", 1, "wks-host: e2e-none.toml: cannot read: No such file or directory\n"},
         {"--workspace", 2, "wks-host: --workspace: 1 required FILE missing\nRun with --help for more information.\n"},
         // An empty file name (an unset variable) is no absent option: no token would be asked.
