@@ -488,6 +488,13 @@ void CService::Stop() {
     clients.swap(m_Clients);  // each one closing takes itself out of m_Clients
     for (const auto& client : clients) client->Finish("the service stops");
     m_Signals.cancel(ignored);
+    // The signal set gives the stop signals back to their default action when it goes, and a
+    // stop may come twice (to the process, then to its group): from here on they wait, blocked,
+    // for the program to take them back.
+    sigset_t stops;
+    sigemptyset(&stops);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, signal);
+    pthread_sigmask(SIG_BLOCK, &stops, nullptr);
     m_SaveTimer.cancel();
     CloseStdin();
     m_Io.stop();

@@ -512,6 +512,7 @@ int main(int argc, char** argv) {
                           : options.logLevel == "error"   ? LogLevel::kError
                                                           : LogLevel::kInfo);
         const int status = ServerRun(server, session, saveState, error);
+        NoteStopSignals(true);  // one more stop signal while the state is saved is no harm
         if (status != 0) std::fprintf(stderr, "wks-host: %s\n", error.c_str());
         const bool saved = finalSave();
         return status != 0 ? status : saved ? 0 : 1;
