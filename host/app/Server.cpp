@@ -26,6 +26,15 @@ namespace {
 
 LogLevel gLogLevel = LogLevel::kInfo;
 constexpr size_t kReadSize = 64 * 1024;
+
+// Blocks SIGINT, SIGTERM and SIGHUP in the calling thread; the mask before goes to `before`.
+void BlockStopSignals(sigset_t* before) {
+    sigset_t stops;
+    sigemptyset(&stops);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, signal);
+    pthread_sigmask(SIG_BLOCK, &stops, before);
+}
+
 // How long a stop waits for answers to standard input still being written.
 constexpr auto kStdoutGrace = std::chrono::seconds(2);
 
@@ -391,10 +400,8 @@ void CService::ServeStdin() {
     signal(SIGTTIN, SIG_IGN);  // should the job go to the background later, reading fails instead
     auto feed = m_StdinFeed = std::make_shared<StdinFeed>();
     // The thread takes no stop signal: they reach the loop, and never interrupt its reads and writes.
-    sigset_t stops, before;
-    sigemptyset(&stops);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, signal);
-    pthread_sigmask(SIG_BLOCK, &stops, &before);
+    sigset_t before;
+    BlockStopSignals(&before);
     std::thread([this, feed, answers = std::move(prompt)]() mutable {
         std::string chunk;
         for (;;) {
@@ -491,10 +498,7 @@ void CService::Stop() {
     // The signal set gives the stop signals back to their default action when it goes, and a
     // stop may come twice (to the process, then to its group): from here on they wait, blocked,
     // for the program to take them back.
-    sigset_t stops;
-    sigemptyset(&stops);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, signal);
-    pthread_sigmask(SIG_BLOCK, &stops, nullptr);
+    BlockStopSignals(nullptr);
     m_SaveTimer.cancel();
     CloseStdin();
     m_Io.stop();

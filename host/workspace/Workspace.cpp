@@ -53,30 +53,28 @@ bool IsBlank(wchar_t c) {
            c == 0x202F || c == 0x205F || c == 0x3000;
 }
 
-// Why no command line can spell `name`, or null if one can. A command line is cut into names at
-// . : = + - and at line breaks, form feeds and zero characters; each name loses its trailing
-// blanks and control characters, and the line its leading ones. Other control characters, and
-// leading blanks after a separator, would survive, but nobody types them on purpose: refused too.
-const char* Unaddressable(const std::wstring& name) {
+// Why `name` is refused: empty, a control character, one of `forbidden` (`holds` says why), or a
+// blank at either end; null if it is none of these.
+const char* NameProblem(const std::wstring& name, std::wstring_view forbidden, const char* holds) {
     if (name.empty()) return "it is empty";
     for (wchar_t c : name) {
         if (c < 0x20 || (c >= 0x7F && c <= 0x9F)) return "it holds a control character";
-        if (c == L'.' || c == L':' || c == L'=' || c == L'+' || c == L'-') return "it holds one of . : = + -";
+        if (forbidden.find(c) != std::wstring_view::npos) return holds;
     }
     if (IsBlank(name.front()) || IsBlank(name.back())) return "it begins or ends with a blank";
     return nullptr;
 }
 
+// Why no command line can spell `name`, or null if one can. A command line is cut into names at
+// . : = + - and at line breaks, form feeds and zero characters; each name loses its trailing
+// blanks and control characters, and the line its leading ones. Other control characters, and
+// leading blanks after a separator, would survive, but nobody types them on purpose: refused too.
+const char* Unaddressable(const std::wstring& name) { return NameProblem(name, L".:=+-", "it holds one of . : = + -"); }
+
 // Why a parameter named `name` could not be read back from a query's reply ("name=value" lines),
 // or null if it can. Parameters are listed, never addressed: . : + - are fine in their names.
 const char* Unlistable(const std::wstring& name) {
-    if (name.empty()) return "it is empty";
-    for (wchar_t c : name) {
-        if (c < 0x20 || (c >= 0x7F && c <= 0x9F)) return "it holds a control character";
-        if (c == L'=') return "it holds =, which ends the name in a reply";
-    }
-    if (IsBlank(name.front()) || IsBlank(name.back())) return "it begins or ends with a blank";
-    return nullptr;
+    return NameProblem(name, L"=", "it holds =, which ends the name in a reply");
 }
 
 // How many leading characters of `name` spell the beginning of "break", in either case. A message
