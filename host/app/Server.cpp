@@ -2,6 +2,7 @@
 
 #include "host/app/Console.h"
 #include "host/app/Endpoint.h"
+#include "host/app/LogOutput.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,6 +12,8 @@
 #include <termios.h>
 
 #include <asio.hpp>
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -27,11 +30,10 @@ namespace {
 LogLevel gLogLevel = LogLevel::kInfo;
 constexpr size_t kReadSize = 64 * 1024;
 
-// Blocks SIGINT, SIGTERM and SIGHUP in the calling thread; the mask before goes to `before`.
+// Blocks SIGINT, SIGTERM and SIGHUP in the calling thread (an ignored SIGHUP blocked is no harm);
+// the mask before goes to `before`.
 void BlockStopSignals(sigset_t* before) {
-    sigset_t stops;
-    sigemptyset(&stops);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, signal);
+    const sigset_t stops = ServerStopSignals(true);
     pthread_sigmask(SIG_BLOCK, &stops, before);
 }
 
@@ -548,24 +550,55 @@ int ServerWriteStdout(const std::string& out) {
     return 0;
 }
 
+sigset_t ServerStopSignals(bool hangup) {
+    sigset_t stops;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    if (hangup) sigaddset(&stops, SIGHUP);
+    return stops;
+}
+
 std::string ServerSuppressed(unsigned suppressed) {
     return suppressed ? " (" + std::to_string(suppressed) + " more refusals not shown)" : "";
 }
 
-void ServerLog(LogLevel level, const char* format, ...) {
-    if (level < gLogLevel) return;
+namespace {
+
+// "TIME wks-host LEVEL: text" and a line feed, into `line`; its length.
+size_t ComposeLogLine(char (&line)[1152], LogLevel level, const char* text) {
     static const char* const kNames[] = {"debug", "info", "warning", "error"};
     char stamp[32];
     const std::time_t now = std::time(nullptr);
     std::tm local;
     localtime_r(&now, &local);
     std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%S%z", &local);
+    const int n = std::snprintf(line, sizeof line, "%s wks-host %s: %s\n", stamp, kNames[static_cast<int>(level)], text);
+    return n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof line - 1);
+}
+
+}  // namespace
+
+void ServerLog(LogLevel level, const char* format, ...) {
+    if (level < gLogLevel) return;
     char text[1024];
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    std::fprintf(stderr, "%s wks-host %s: %s\n", stamp, kNames[static_cast<int>(level)], text);
+    // Lines that found standard error full (nobody reads it) are counted, and the count goes
+    // first once a line gets through again.
+    static std::atomic<unsigned long> dropped{0};
+    char line[1152];
+    if (const unsigned long before = dropped.exchange(0); before != 0) {
+        char note[96];
+        std::snprintf(note, sizeof note, "%lu log lines dropped: standard error was not read", before);
+        if (!LogOutputWrite(line, ComposeLogLine(line, LogLevel::kWarn, note))) {
+            dropped += before + 1;
+            return;
+        }
+    }
+    if (!LogOutputWrite(line, ComposeLogLine(line, level, text))) ++dropped;
 }
 
 int ServerRun(const ServerOptions& options, CProtocolSession& object, const std::function<void()>& afterMessage,

@@ -44,6 +44,9 @@ private:
 // " (N more refusals not shown)", or nothing for 0.
 std::string ServerSuppressed(unsigned suppressed);
 
+// The signals that stop the host: SIGINT, SIGTERM, and SIGHUP with `hangup`.
+sigset_t ServerStopSignals(bool hangup);
+
 // Log lines with a time stamp on standard error, at or above the chosen level.
 enum class LogLevel { kDebug, kInfo, kWarn, kError };
 void ServerLog(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -245,14 +245,7 @@ bool HangupIgnored() {
 }
 
 // The signals that stop the session: SIGINT, SIGTERM, and SIGHUP unless it came ignored.
-sigset_t StopSignals() {
-    sigset_t stops;
-    sigemptyset(&stops);
-    sigaddset(&stops, SIGINT);
-    sigaddset(&stops, SIGTERM);
-    if (!HangupIgnored()) sigaddset(&stops, SIGHUP);
-    return stops;
-}
+sigset_t StopSignals() { return ServerStopSignals(!HangupIgnored()); }
 
 // Notes the stop signals in gStopSignal. With `restart`, calls they interrupt go on.
 sigset_t NoteStopSignals(bool restart) {

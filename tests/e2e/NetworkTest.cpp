@@ -383,6 +383,22 @@ TEST(Network, AnOutputNobodyReadsHoldsUpOnlyStandardInput) {
     for (const char* file : {"e2e-stuck", "e2e-queries.txt", "e2e-stuck.wks"}) std::remove(file);
 }
 
+// The test reads the host's standard error only when the host has ended: a line a read of the
+// client logs fills the pipe in about 600 messages. Lines are lost then, clients are not.
+TEST(Network, ALogNobodyReadsLosesLinesNotClients) {
+    Server server("--log-level debug");
+    Client client(server.Port());
+    const std::string answer = "Var1=100\n\n";
+    int answered = 0;
+    for (; answered < 1500 && client.Send("Var1?\n") && client.Receive(answer.size()) == answer; ++answered) {
+    }
+    if (answered != 1500) {
+        server.Stop(SIGKILL);
+        FAIL() << "answered " << answered << " messages while standard error was full";
+    }
+    EXPECT_EQ(server.Stop(), 0);
+}
+
 // A person at netcat: CR LF line ends, an empty line after every message's replies; the last
 // line, sent without its line end before the input ended, is still answered.
 TEST(Network, NetcatSessionReadsAsTheReadmeSays) {
