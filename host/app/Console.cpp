@@ -276,10 +276,12 @@ void CConsoleService::Close(Handle handle) {
 }
 
 void CConsoleService::Ready(Handle handle, Tab& tab) {
+    // The tabs already open get what changed since their last refresh first: the tree and pages
+    // kept are then the ones every tab shows, the newcomer's included.
+    Refresh();
+    if (m_Tree.empty()) m_Tree = Tree();
     tab.ready = true;
     Send(handle, tab, "{\"type\":\"ready\"}");
-    m_Tree = Tree();
-    m_Pages = ConsolePages(m_Object.Manager());
     Send(handle, tab, m_Tree);
     Send(handle, tab, m_Pages);
 }

@@ -6,6 +6,7 @@ import http.client
 import json
 import pathlib
 import signal
+import socket as sockets
 import sys
 import tempfile
 import time
@@ -290,6 +291,28 @@ def state(binary):
             host.stop()
 
 
+def others(binary):
+    """A change made over TCP reaches a tab that was open, also when another tab came in the
+    meantime (the newcomer gets the new state at once; the others must not be forgotten)."""
+    host = Host(binary, tcp=True)
+    try:
+        first = ready_tab(host)
+        rest(first, 0.5)
+        with sockets.create_connection(("127.0.0.1", host.tcp_port), timeout=5) as client:
+            client.sendall(b"Var2=elsewhere\n")
+            client.recv(64)
+        second = ready_tab(host)
+        seen, deadline = False, time.monotonic() + 2
+        while not seen and time.monotonic() < deadline:
+            frame = until(first, "pages", deadline - time.monotonic())
+            seen = isinstance(frame, dict) and "elsewhere" in json.dumps(frame)
+        check("a change made elsewhere reaches a tab that was open when another came", seen)
+        first.close()
+        second.close()
+    finally:
+        host.stop()
+
+
 def paths(host):
     def get(path):
         connection = http.client.HTTPConnection("127.0.0.1", host.http_port, timeout=5)
@@ -322,6 +345,7 @@ def main():
         for part in (handshake, replies, refusals, volume, paths):
             part(host)
         token(args.host_binary)
+        others(args.host_binary)
         state(args.host_binary)
     except Exception as error:
         check("the test ran to its end", False, repr(error))
