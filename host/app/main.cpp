@@ -202,6 +202,10 @@ int ParseOptions(int argc, char** argv, Options& options) {
     for (CLI::Option* ignored : {returnStyle, usePrompt, importXml, exportXml, listen, http, framing, authFile, record,
                                  maxLine, maxClients, idleTimeout, maxOutput, stallTimeout, logLevel})
         replay->excludes(ignored);
+    // An export writes the file and stops: it serves nothing, so options of serving would go unheeded.
+    for (CLI::Option* serving : {listen, http, framing, authFile, record, maxLine, maxClients, idleTimeout, maxOutput,
+                                 stallTimeout, logLevel})
+        exportXml->excludes(serving);
     app.failure_message(FailureMessage);
     try {
         app.parse(argc, argv);

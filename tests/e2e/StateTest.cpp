@@ -154,6 +154,10 @@ TEST_F(StateFile, BadFilesAreReportedAndLeftAlone) {
     RunHost("--state e2e-link.wks --export-xml e2e-state.wks", "", status);
     std::remove("e2e-link.wks");
     EXPECT_EQ(status, 2);
+    // An export serves nothing: an option of serving beside it is a mistake, said as such.
+    EXPECT_NE(RunHost("--export-xml e2e-params.xml --listen 5025", "", status).find("--export-xml excludes --listen"),
+              std::string::npos);
+    EXPECT_EQ(status, 2);
 }
 
 // A link is followed (its target is replaced, the link stays), a pipe is written to, never
