@@ -127,6 +127,7 @@ struct CommandFacets {
           result(QueryAs<IResultParameter>(target, IID_IResultParameter)),
           files(QueryAs<IFileNameCollection>(target, IID_IFileNameCollection)),
           info(QueryAs<IObjectInfo>(target, IID_IObjectInfo)),
+          name(ObjectName(info.get())),
           buttons(QueryAs<IUnknown>(target, IID_IButtonCollection)),
           button(QueryAs<IButton>(target, IID_IButton)) {}
 
@@ -139,6 +140,7 @@ struct CommandFacets {
     SmartPtr<IResultParameter> result;
     SmartPtr<IFileNameCollection> files;
     SmartPtr<IObjectInfo> info;
+    tagREFString name;  // the target's name, read as its facets are asked; `info` keeps it alive
     SmartPtr<IUnknown> buttons;
     SmartPtr<IButton> button;
 };
@@ -237,10 +239,9 @@ private:
         m_Selector = QueryAs<IUIFolderSelectable>(target.get(), IID_IUIFolderSelectable);
         m_Tabs = QueryAs<ITabCollection>(target.get(), IID_ITabCollection);
         m_Held = QueryAs<INamedCollection>(target.get(), IID_INamedCollection);
-        if (!m_Held) {
-            SmartPtr<IUnknown> buttons = QueryAs<IUnknown>(target.get(), IID_IButtonCollection);
-            m_Held = QueryAs<INamedCollection>(buttons.get(), IID_INamedCollection);
-        }
+        // The button collection is asked of every object; it serves only one without a named collection.
+        SmartPtr<IUnknown> buttons = QueryAs<IUnknown>(target.get(), IID_IButtonCollection);
+        if (!m_Held) m_Held = QueryAs<INamedCollection>(buttons.get(), IID_INamedCollection);
         m_Current = m_Held.get();
         return S_OK;
     }
@@ -288,7 +289,7 @@ HRESULT CWKSProtocol::ParseCommand(CREFString line, IRunningObjectTableEx* table
 }
 
 HRESULT CWKSProtocol::Query(const CPathWalk& walk, const CommandFacets& facets) {
-    const tagREFString targetName = ObjectName(facets.info.get());
+    const tagREFString& targetName = facets.name;
     SmartPtr<INamedCollection> named = facets.named;  // a button collection's serves when there is none
     if (!named && facets.buttons) named = QueryAs<INamedCollection>(facets.buttons.get(), IID_INamedCollection);
     if (facets.parameters && !SameName(targetName, L"ResultsView", &m_Locale) &&

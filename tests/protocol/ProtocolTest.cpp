@@ -1,5 +1,6 @@
 // The protocol object driven as a host drives it: created through its creator and fed messages
-// through IProtocolManager's slots. Paths through a workspace are the end-to-end suite's.
+// through IProtocolManager's slots. Paths through a workspace are the end-to-end suite's; here
+// only the calls a path makes, on fakes that log them.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -210,6 +211,108 @@ TEST_F(Protocol, AssignmentsConvertByTheParameterType) {
     EXPECT_EQ(Send("Var1="), std::vector<std::string>{"?"});
     EXPECT_EQ(Send("Var1=\"\""), std::vector<std::string>{"?"});
     EXPECT_EQ(Send("X=1"), std::vector<std::string>{"?"});
+}
+
+// A workspace object that writes into a shared log every interface it is asked for (answered or
+// not) and every name asked of it, as "Name:Interface".
+class LoggedNode final : public Fake<INamedCollection>, public IObjectInfo, public IStep {
+public:
+    LoggedNode(std::wstring name, std::vector<std::string>& log, bool step = false)
+        : m_Name(std::move(name)), m_Log(log), m_Step(step) {}
+    void Add(const wchar_t* name, LoggedNode* child) { m_Children.emplace_back(name, child); }
+
+    HRESULT QueryInterface(const IID& iid, void** object) override {
+        static const std::pair<const IID*, const char*> kNames[] = {
+            {&IID_IRunningObjectTableEx, "IRunningObjectTableEx"}, {&IID_INamedCollection, "INamedCollection"},
+            {&IID_IObjectInfo, "IObjectInfo"}, {&IID_IUIFolderSelectable, "IUIFolderSelectable"},
+            {&IID_ITabCollection, "ITabCollection"}, {&IID_IButtonCollection, "IButtonCollection"},
+            {&IID_IParameters, "IParameters"}, {&IID_IVariant, "IVariant"}, {&IID_IString, "IString"},
+            {&IID_IStep, "IStep"}, {&IID_IDigitalIO, "IDigitalIO"}, {&IID_IResultParameter, "IResultParameter"},
+            {&IID_IFileNameCollection, "IFileNameCollection"}, {&IID_IButton, "IButton"}};
+        const char* asked = "?";
+        for (const auto& [known, name] : kNames)
+            if (iid == *known) asked = name;
+        if (iid != IID_IUnknown) Log(asked);
+        *object = nullptr;
+        if (iid == IID_IUnknown || iid == IID_IRunningObjectTableEx || (iid == IID_INamedCollection && !m_Step))
+            *object = static_cast<INamedCollection*>(this);
+        else if (iid == IID_IObjectInfo)
+            *object = static_cast<IObjectInfo*>(this);
+        else if (iid == IID_IStep && m_Step)
+            *object = static_cast<IStep*>(this);
+        if (*object == nullptr) return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
+    }
+    int32_t AddRef() override { return Fake::AddRef(); }
+    int32_t Release() override { return Fake::Release(); }
+    bool Answers(const IID&) override { return false; }
+
+    HRESULT get_Count(int32_t* count) override { return *count = static_cast<int32_t>(m_Children.size()), S_OK; }
+    HRESULT get_Item(int32_t index, IUnknown** item) override {
+        *item = static_cast<INamedCollection*>(m_Children[static_cast<size_t>(index)].second.get());
+        (*item)->AddRef();
+        return S_OK;
+    }
+    HRESULT get_Index(IUnknown* key, int32_t* index) override {
+        const std::wstring name = TextOf(QueryAs<IString>(key, IID_IString).get());
+        Log("get_Index");
+        for (size_t i = 0; i < m_Children.size(); ++i)
+            if (m_Children[i].first == name) return *index = static_cast<int32_t>(i), S_OK;
+        return E_FAIL;
+    }
+    HRESULT get_ItemName(int32_t, IString**) override { return E_NOTIMPL; }
+    HRESULT Rename(int32_t, IString*) override { return E_NOTIMPL; }
+    HRESULT CollectionLock() override { return S_OK; }
+    HRESULT CollectionUnlock() override { return S_OK; }
+    HRESULT IsCollectionLocked() override { return 0; }
+    HRESULT GetName(int32_t, tagREFString* name) override {
+        Log("GetName");
+        *name = tagREFString{static_cast<int32_t>(m_Name.size()), m_Name.c_str()};
+        return S_OK;
+    }
+    HRESULT SwitchOn() override { return Log("SwitchOn"), S_OK; }
+    HRESULT SwitchOff() override { return Log("SwitchOff"), S_OK; }
+    int32_t get_State() override { return 1; }
+
+private:
+    void Log(const char* what) { m_Log.push_back(std::string(m_Name.begin(), m_Name.end()) + ":" + what); }
+    std::wstring m_Name;
+    std::vector<std::string>& m_Log;
+    bool m_Step;
+    std::vector<std::pair<std::wstring, SmartPtr<LoggedNode>>> m_Children;
+};
+
+// Every object a path passes is asked the same interfaces, in order, whatever it answers; the
+// target is then asked its facets, its name among them, before anything is done to it.
+TEST_F(Protocol, PathsAskEveryObjectTheSameInterfacesInOrder) {
+    std::vector<std::string> log;
+    SmartPtr<LoggedNode> root(new LoggedNode(L"Root", log));
+    LoggedNode* obj = new LoggedNode(L"Obj", log);
+    root->Add(L"Obj", obj);
+    obj->Add(L"Sub", new LoggedNode(L"Sub", log, true));
+    SmartPtr<IInputParameters> inputs = QueryAs<IInputParameters>(m_Manager.get(), IID_IInputParameters);
+    ASSERT_EQ(inputs->put_InputObject(0, static_cast<INamedCollection*>(root.get())), S_OK);
+
+    const auto reached = [](const std::string& name) {
+        return std::vector<std::string>{name + ":IObjectInfo", name + ":GetName", name + ":IUIFolderSelectable",
+                                        name + ":ITabCollection", name + ":INamedCollection", name + ":IButtonCollection"};
+    };
+    std::vector<std::string> path = {"Root:IRunningObjectTableEx", "Root:INamedCollection", "Root:get_Index"};
+    for (const std::string& step : reached("Obj")) path.push_back(step);
+    path.push_back("Obj:get_Index");
+    for (const std::string& step : reached("Sub")) path.push_back(step);
+    for (const char* facet : {"IParameters", "INamedCollection", "IVariant", "IString", "IStep", "IDigitalIO",
+                              "IResultParameter", "IFileNameCollection", "IObjectInfo", "GetName", "IButtonCollection", "IButton"})
+        path.push_back(std::string("Sub:") + facet);
+
+    EXPECT_EQ(Send("Obj.Sub?"), std::vector<std::string>{"1"});
+    EXPECT_EQ(log, path);
+    log.clear();
+    EXPECT_EQ(Send("Obj.Sub=0"), std::vector<std::string>{});
+    path.push_back("Sub:SwitchOff");
+    EXPECT_EQ(log, path);
+    inputs->put_InputObject(0, nullptr);
 }
 
 // Loading takes over the inputs object it reads, with exactly one reference: it is the object's
