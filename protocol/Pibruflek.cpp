@@ -160,12 +160,12 @@ public:
     HRESULT Walk(CREFString& line) {
         for (bool firstName = true;; firstName = false) {
             const CREFString name = CutName(line);
-            SmartPtr<IString> key = NewString(name);
-            if (firstName && key && TakeOwnParameter(key, line)) {
-                if (line.length == 0 || !IsPathDot(line.text[0])) return S_OK;
-                key = NewString(name);  // the own-parameter name stays as it is
-            }
-            if (const HRESULT hr = Step(key.get()); hr < 0) return hr;
+            // The first name is asked of the object's own parameters under a text of its own (which
+            // becomes the own-parameter name when it is found), and of a collection under another.
+            if (firstName && TakeOwnParameter(SmartPtr<IString>(ISCreate(static_cast<const tagREFString&>(name))), line) &&
+                (line.length == 0 || !IsPathDot(line.text[0])))
+                return S_OK;
+            if (const HRESULT hr = Step(NewString(name).get()); hr < 0) return hr;
             // The path goes on at "::" or "."; a single ":" followed by anything else ends it.
             const bool goesOn = line.length >= 2 && (line.text[0] == L'.' || (line.text[0] == L':' && line.text[1] == L':'));
             if (goesOn)
@@ -201,9 +201,9 @@ private:
 
     // A first name that is one of the protocol object's own parameters addresses that parameter:
     // its value becomes the target and the search goes on, if at all, in the object's collection.
-    bool TakeOwnParameter(SmartPtr<IString>& key, CREFString& line) {
+    bool TakeOwnParameter(SmartPtr<IString>&& key, CREFString& line) {
         int32_t index = -1;
-        if (m_Owner.get_Index(key.get(), &index) < 0) return false;
+        if (!key || m_Owner.get_Index(key.get(), &index) < 0) return false;
         m_Held.Reset();  // the owner's collection lives as long as the caller's reference
         m_Current = static_cast<INamedCollection*>(m_Owner.OwnParameters());
         ownName = std::move(key);
