@@ -9,7 +9,7 @@
 #include "text/Conversions.h"
 
 namespace wksdetail {
-void BindInputMoniker(IUnknown* input, INamedCollection* collection);
+void BindInputMoniker(IUnknown* input, IUnknown* collection);
 }  // namespace wksdetail
 
 
@@ -22,12 +22,11 @@ public:
     // Binds the inputs' collection monikers, then the parameters bound to inputs. Always 0.
     virtual HRESULT Bind(INamedCollection* collection, IUnknown*) override {
         if (SmartPtr<IInputParameters> inputs = QueryAs<IInputParameters>(m_InputParameters.get(), IID_IInputParameters)) {
-            SmartPtr<INamedCollection> named = QueryAs<INamedCollection>(collection, IID_INamedCollection);
             int32_t count = 0;
             inputs->get_Count(&count);
             for (int32_t i = 0; i < count; ++i) {
                 SmartPtr<IUnknown> input;
-                if (inputs->get_Item(i, input.Out()) >= 0) wksdetail::BindInputMoniker(input.get(), named.get());
+                if (inputs->get_Item(i, input.Out()) >= 0) wksdetail::BindInputMoniker(input.get(), collection);
             }
         }
         ParameterBindParameterDescriptors(Self(), collection);

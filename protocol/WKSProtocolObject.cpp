@@ -222,12 +222,12 @@ HRESULT CWKSProtocol::Load(IDataStream* stream, int32_t) {
                 Params_LoadFolderStream(child.get(), PERSIST_REBUILD);
         }
     }
-    // The stream is handed the inputs as they stand, so that a stream that loads an object in
-    // place loads this one; a stream that makes a new object releases the one it was handed and
-    // puts its own there, which is then held as an inputs collection (none if it is not one).
+    // The stream reads into the inputs field itself: it is handed the inputs as they stand, so
+    // that a stream that loads an object in place loads this one; a stream that makes a new object
+    // releases the one it was handed and puts its own there, an inputs collection, which is kept
+    // as it is put (the field holds what was saved from it, and is asked nothing).
     IUnknown* place = static_cast<IUnknown*>(m_InputParameters.Detach());
     folder->ReadObject(WideName(L"Inputs").get(), &place, 0);
-    SmartPtr<IUnknown> read(place);
-    m_InputParameters = QueryAs<IInputParameters>(read.get(), IID_IInputParameters);
+    m_InputParameters.Attach(static_cast<IInputParameters*>(place));
     return S_OK;
 }

@@ -336,6 +336,33 @@ TEST_F(Protocol, LoadKeepsTheInputsItReads) {
     folder.Reset();
     inputs.Reset();
     EXPECT_EQ(Send("Var1?"), std::vector<std::string>{"Var1=100"}) << "the object works on with them";
+
+    // What the stream puts there is kept as it is put: neither a new object nor one loaded in
+    // place is asked anything.
+    class CountedInputs final : public Fake<IInputParameters> {
+    public:
+        bool Answers(const IID& iid) override { return ++asked > 0 && iid == IID_IInputParameters; }
+        HRESULT get_Count(int32_t* count) override { return *count = 0, S_OK; }
+        HRESULT get_Item(int32_t, IUnknown**) override { return E_FAIL; }
+        HRESULT get_Index(IUnknown*, int32_t*) override { return E_FAIL; }
+        HRESULT get_ItemName(int32_t, IString**) override { return E_FAIL; }
+        HRESULT Rename(int32_t, IString*) override { return E_NOTIMPL; }
+        HRESULT CollectionLock() override { return S_OK; }
+        HRESULT CollectionUnlock() override { return S_OK; }
+        HRESULT IsCollectionLocked() override { return 0; }
+        HRESULT AddInput(IString*, IID, int32_t) override { return E_FAIL; }
+        HRESULT put_InputObject(int32_t, IUnknown*) override { return E_FAIL; }
+        HRESULT get_InputObject(int32_t, IUnknown** object) override { return *object = nullptr, E_FAIL; }
+        int asked = 0;
+    };
+    SmartPtr<CountedInputs> counted(new CountedInputs());
+    folder.Attach(new FakeFolder());
+    folder->readObject.Assign(static_cast<IInputParameters*>(counted.get()));
+    EXPECT_EQ(persist->Load(folder.get(), 0), S_OK);
+    SmartPtr<FakeFolder> inPlace(new FakeFolder());
+    EXPECT_EQ(persist->Load(inPlace.get(), 0), S_OK);
+    EXPECT_EQ(inPlace->handed.get(), static_cast<IUnknown*>(static_cast<IInputParameters*>(counted.get())));
+    EXPECT_EQ(counted->asked, 0);
 }
 
 TEST_F(Protocol, BytesFollowTheLocaleOfTheMoment) {

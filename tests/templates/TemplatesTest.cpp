@@ -440,16 +440,36 @@ TEST_F(Templates, ReplicateGivesTheCopyItsOwnInputs) {
     EXPECT_EQ(iid, IID_IStep);
 }
 
+// A collection that counts how often it is asked for its named collection.
+class AskedCollection final : public Fake<INamedCollection> {
+public:
+    bool Answers(const IID& iid) override { return iid == IID_INamedCollection && ++asked > 0; }
+    HRESULT get_Count(int32_t* count) override { return *count = 0, S_OK; }
+    HRESULT get_Item(int32_t, IUnknown**) override { return E_FAIL; }
+    HRESULT get_Index(IUnknown*, int32_t*) override { return E_FAIL; }
+    HRESULT get_ItemName(int32_t, IString**) override { return E_FAIL; }
+    HRESULT Rename(int32_t, IString*) override { return E_NOTIMPL; }
+    HRESULT CollectionLock() override { return S_OK; }
+    HRESULT CollectionUnlock() override { return S_OK; }
+    HRESULT IsCollectionLocked() override { return 0; }
+    int asked = 0;
+};
+
+// Every bind asks the collection for its named collection, and nothing else does.
 TEST_F(Templates, BindGoesOnPastAMonikerThatNamesNothing) {
+    SmartPtr<AskedCollection> collection(new AskedCollection());
+    SmartPtr<IBindableObject> bindable = QueryAs<IBindableObject>(m_P.get(), IID_IBindableObject);
+    EXPECT_EQ(bindable->Bind(collection.get(), nullptr), S_OK);
+    EXPECT_EQ(collection->asked, 0) << "nothing to bind";
     SmartPtr<FakeMoniker> nothing(new FakeMoniker(false)), something(new FakeMoniker(true));
     SmartPtr<FakeInput> first(new FakeInput()), second(new FakeInput());
     first->moniker.Assign(nothing.get());
     second->moniker.Assign(something.get());
     AddInt(L"A", 1, 0, first.get());
     AddInt(L"B", 2, 0, second.get());
-    SmartPtr<ISuperCollection> collection(CREFString::CreateCollection());
-    EXPECT_EQ(QueryAs<IBindableObject>(m_P.get(), IID_IBindableObject)->Bind(collection.get(), nullptr), S_OK);
+    EXPECT_EQ(bindable->Bind(collection.get(), nullptr), S_OK);
     EXPECT_EQ(std::make_pair(nothing->binds, something->binds), std::make_pair(1, 1));
+    EXPECT_EQ(collection->asked, 2);
 }
 
 TEST_F(Templates, EmptyPropertyTable) {
