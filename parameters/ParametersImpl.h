@@ -527,23 +527,28 @@ private:
     }
 
     // First by the identity of the entries' value objects, then by the identity of their descriptors.
+    // Identities are asked only when there are two objects to compare, each time.
     HRESULT IndexOfObject(IUnknown* object, IUnknown* key, int32_t* index) {
+        const auto same = [](IUnknown* entry, IUnknown* wanted) {
+            SmartPtr<IUnknown> a = QueryAs<IUnknown>(entry, IID_IUnknown);
+            SmartPtr<IUnknown> b = QueryAs<IUnknown>(wanted, IID_IUnknown);
+            return a && a.get() == b.get();
+        };
         Owner().CollectionLock();
-        SmartPtr<IUnknown> wanted = QueryAs<IUnknown>(object, IID_IUnknown);
         for (int32_t i = 0; i < m_Count; ++i) {
-            SmartPtr<IVariant> item = QueryAs<IVariant>(m_Parameters[i]->Item.get(), IID_IVariant);
+            // An entry's value is stored as a variant: it is asked for its object directly.
+            IVariant* item = static_cast<IVariant*>(m_Parameters[i]->Item.get());
             SmartPtr<IUnknown> held;
             if (item) item->get_Object(held.Out());
-            if (held && wanted && QueryAs<IUnknown>(held.get(), IID_IUnknown).get() == wanted.get()) {
+            if (held && object && same(held.get(), object)) {
                 *index = i;
                 Owner().CollectionUnlock();
                 return S_OK;
             }
         }
-        SmartPtr<IUnknown> keyIdentity = QueryAs<IUnknown>(key, IID_IUnknown);
         for (int32_t i = 0; i < m_Count; ++i) {
             IUnknown* descriptor = m_Parameters[i]->Descriptor.get();
-            if (descriptor && keyIdentity && QueryAs<IUnknown>(descriptor, IID_IUnknown).get() == keyIdentity.get()) {
+            if (descriptor && key && same(descriptor, key)) {
                 *index = i;
                 Owner().CollectionUnlock();
                 return S_OK;

@@ -19,9 +19,10 @@ double FractionOf(double a) {
     return a - static_cast<double>(static_cast<uint64_t>(a));
 }
 
+// The text is set even when it is empty; a null buffer makes an empty string that is never set.
 IString* StringFromBuffer(const wchar_t* buffer, int count) {
     IString* made = CREFString::CreateString();
-    if (made != nullptr && count > 0) made->SetText(count, buffer);
+    if (made != nullptr && buffer != nullptr) made->SetText(count > 0 ? count : 0, buffer);
     return made;
 }
 
@@ -104,7 +105,10 @@ IString* ISCreate(const wchar_t* text) {
     return StringFromBuffer(text, length <= INT32_MAX ? static_cast<int>(length) : INT32_MAX);
 }
 
-IString* ISCreate(const tagREFString& view) { return StringFromBuffer(view.text, view.length); }
+// A view is always set, an empty or null one as the empty text.
+IString* ISCreate(const tagREFString& view) {
+    return StringFromBuffer(view.text != nullptr ? view.text : L"", view.text != nullptr ? view.length : 0);
+}
 
 // A byte at which decoding fails (also an incomplete character) is appended as U+FFFD; decoding
 // goes on at the next byte. The shift state is this call's own, never libc's hidden one, so

@@ -156,7 +156,28 @@ TEST_F(Templates, GrowthKeepsOrderThroughTheSlots) {
 
 // Entries are found by index, exact name, a variant's name, the identity of their value object and
 // then of their descriptor; every value is a variant, and an input's delivered value wins.
+// An object that counts how often it is asked for its identity.
+class Stranger final : public Fake<IObjectInfo> {
+public:
+    HRESULT QueryInterface(const IID& iid, void** object) override {
+        identity += iid == IID_IUnknown;
+        return Fake::QueryInterface(iid, object);
+    }
+    bool Answers(const IID&) override { return false; }
+    HRESULT GetName(int32_t, tagREFString*) override { return E_FAIL; }
+    int identity = 0;
+};
+
 TEST_F(Templates, KeysValuesAndInputs) {
+    // An object key's identity is asked once for every entry that holds an object or a descriptor
+    // to compare it with, and only then.
+    SmartPtr<Stranger> stranger(new Stranger());
+    int32_t notFound = 12345;
+    AddInt(L"Plain", 1);
+    EXPECT_EQ(m_P->get_Index(stranger.get(), &notFound), E_FAIL);
+    EXPECT_EQ(stranger->identity, 0);
+    m_P->RemoveAll();
+
     m_P->Add(nullptr, nullptr, nullptr, 0);  // no value: an empty text
     AddInt(L"Other", 2);
     SmartPtr<ISuperCollection> object(CREFString::CreateCollection());
@@ -178,7 +199,9 @@ TEST_F(Templates, KeysValuesAndInputs) {
     }
     int32_t untouched = 12345;
     EXPECT_EQ(m_P->get_Index(nullptr, &untouched), E_FAIL);
+    EXPECT_EQ(m_P->get_Index(stranger.get(), &untouched), E_FAIL);
     EXPECT_EQ(untouched, 12345);
+    EXPECT_EQ(stranger->identity, 2) << "one entry holds an object, one a descriptor";
 
     SmartPtr<IUnknown> item;
     ASSERT_EQ(m_P->get_Item(0, item.Out()), S_OK);
