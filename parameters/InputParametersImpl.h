@@ -148,8 +148,9 @@ private:
 
     // A new "InputParameter" carrying `source`'s reference, moniker, flags and identifier.
     static SmartPtr<IUnknown> CopyInput(IInputParameter* source) {
-        SmartPtr<IUnknown> made(CreateObject(tagREFString{14, L"InputParameter"}, &IID_IInputParameter));
-        SmartPtr<IInputParameter> input = QueryAs<IInputParameter>(made.get(), IID_IInputParameter);
+        // Made for IInputParameter: that is what the creation hands out.
+        SmartPtr<IInputParameter> input(
+            static_cast<IInputParameter*>(CreateObject(tagREFString{14, L"InputParameter"}, &IID_IInputParameter)));
         if (!input) return SmartPtr<IUnknown>();
         SmartPtr<IUnknown> reference, moniker;
         source->get_Reference(reference.Out());
@@ -162,6 +163,8 @@ private:
         IID iid = IID_NULL;
         source->get_InterfaceID(&iid);
         input->put_InterfaceID(iid);
+        SmartPtr<IUnknown> made;
+        made.Attach(input.Detach());
         return made;
     }
 

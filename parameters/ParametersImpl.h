@@ -263,6 +263,9 @@ public:
         };
         bool first = true;
         for (int32_t i = 0; i < m_Count; ++i) {
+            // The value is taken before the flags decide whether the field is written at all.
+            SmartPtr<IVariant> value;
+            Owner().get_ItemVariant(i, value.Out());
             int32_t flags = 0;
             Owner().get_ItemFlags(i, &flags);
             if ((mode & PERSIST_COMPACT) && (flags & PARAMETER_NOT_COMPACT)) continue;
@@ -274,8 +277,6 @@ public:
                 write(CREFString(name.get()));
                 write({1, L"="});
             }
-            SmartPtr<IVariant> value;
-            Owner().get_ItemVariant(i, value.Out());
             SmartPtr<IString> text(PARAMETERSValueText(value.get()));
             write(CREFString(text.get()));
         }
@@ -420,24 +421,11 @@ private:
         return held;
     }
 
-    // One parameter into the folder: the compact decisions, then a plain value or a child folder.
+    // One parameter into the folder: its name, the compact decisions, then a plain value or a child
+    // folder. The descriptor is asked whether it is an input binding only where a decision needs it.
     void SaveToFolder(IFolderStream* folder, int32_t i, int32_t mode) {
         int32_t flags = 0;
         Owner().get_ItemFlags(i, &flags);
-        SmartPtr<IUnknown> descriptor;
-        Owner().get_ItemDescriptor(i, descriptor.Out());
-        const bool binding = static_cast<bool>(QueryAs<IInputParameter>(descriptor.get(), IID_IInputParameter));
-        int32_t written = flags;
-        if (!(mode & PERSIST_COMPACT)) {
-            if (flags & PARAMETER_NOT_SAVED) return;
-        } else if ((flags & 0xF0) == 0x40 && !binding) {
-            descriptor.Reset();  // a descriptor that is no input binding is dropped in the compact form
-            written = 0;
-        } else if (ValueTypeOf(flags) == VALUE_INT32 || ValueTypeOf(flags) == VALUE_DOUBLE || flags == 9) {
-            written = 0;
-        } else if (descriptor ? (flags & PARAMETER_NOT_SAVED) != 0 : (flags & (PARAMETER_NOT_COMPACT | PARAMETER_NOT_SAVED)) != 0) {
-            return;
-        }
         SmartPtr<IString> name;
         Owner().get_ItemName(i, name.Out());
         if (CREFString(name.get()).length == 0) {
@@ -445,10 +433,26 @@ private:
             _swprintf(numbered, 256, L"Item%d", i + 1);
             name.Attach(ISCreate(numbered));
         }
+        SmartPtr<IUnknown> descriptor;
+        Owner().get_ItemDescriptor(i, descriptor.Out());
+        const auto binding = [&descriptor] {
+            return static_cast<bool>(QueryAs<IInputParameter>(descriptor.get(), IID_IInputParameter));
+        };
+        bool writeDescriptor = static_cast<bool>(descriptor);
+        int32_t written = flags;
+        if (!(mode & PERSIST_COMPACT)) {
+            if (flags & PARAMETER_NOT_SAVED) return;
+        } else if ((flags & 0xF0) == 0x40 && !binding()) {
+            writeDescriptor = false;  // a descriptor that is no input binding is dropped in the compact form
+            written = 0;
+        } else if (ValueTypeOf(flags) == VALUE_INT32 || ValueTypeOf(flags) == VALUE_DOUBLE || flags == 9) {
+            written = 0;
+        } else if (descriptor ? (flags & PARAMETER_NOT_SAVED) != 0 : (flags & (PARAMETER_NOT_COMPACT | PARAMETER_NOT_SAVED)) != 0) {
+            return;
+        }
         SmartPtr<IVariant> value;
         Owner().get_ItemVariant(i, value.Out());
-        const bool holdsObject = value && value->IsObject();
-        if (written == 0 && !descriptor && !holdsObject) {
+        if (written == 0 && !writeDescriptor && !(value && value->IsObject())) {
             folder->WriteValue(name.get(), value.get());
             return;
         }
@@ -462,12 +466,12 @@ private:
         }
         if (value && (value->IsString() || !value->IsObject())) {
             child->WriteValue(FolderName(L"Value").get(), toWrite.get());
-        } else if (!binding && value) {
+        } else if (value && !binding()) {
             SmartPtr<IUnknown> object;
             value->get_Object(object.Out());
             child->WriteObject(FolderName(L"Unknown").get(), object.get(), 0);
         }
-        if (descriptor) child->WriteObject(FolderName(L"Descriptor").get(), descriptor.get(), 0);
+        if (writeDescriptor) child->WriteObject(FolderName(L"Descriptor").get(), descriptor.get(), 0);
     }
 
     // The value to write for a file name: mapped, else (with PARAMETER_RELATIVE_NAME) relative to

@@ -70,7 +70,7 @@ public:
 // An input that delivers `value` (when set) and keeps a moniker.
 class FakeInput final : public Fake<IInputParameter> {
 public:
-    bool Answers(const IID& iid) override { return iid == IID_IInputParameter; }
+    bool Answers(const IID& iid) override { return ++asked > 0 && iid == IID_IInputParameter; }
     HRESULT get_Value(IUnknown** out) override {
         if (!value) return E_FAIL;
         *out = value.Copy();
@@ -88,6 +88,7 @@ public:
     HRESULT get_BindFlags(int32_t* flags) override { *flags = 0; return S_OK; }
 
     SmartPtr<IUnknown> value, moniker;
+    int asked = 0;  // questions for any interface but IUnknown
 };
 
 // A moniker that records the collections it was bound to; binding fails when `names` is false.

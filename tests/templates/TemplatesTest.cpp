@@ -358,6 +358,26 @@ std::wstring Layout(FakeFolder* folder) {
 // Each parameter one entry: a plain value, or a folder with its flags and value; the compact form
 // drops the flags of simple numbers and saves what it would otherwise hide; loading updates by
 // name or rebuilds in the folder's order.
+// Saving asks a descriptor whether it is an input binding only where that decides something:
+// for the value (every time), for the compact form's 0x40 rule, and for a value holding an object.
+// The CSV record takes every value, also of the parameters it leaves out.
+TEST_F(Templates, SavingAsksABindingWhereItDecides) {
+    s->record = false;
+    SmartPtr<FakeInput> plain(new FakeInput()), kept(new FakeInput()), left(new FakeInput());
+    AddInt(L"A", 1, 0x10, plain.get());
+    SmartPtr<ISuperCollection> object(CREFString::CreateCollection());
+    m_P->Add(SmartPtr<IString>(ISCreate(L"B")).get(), object.get(), kept.get(), 0x41);
+    AddInt(L"C", 3, PARAMETER_NOT_COMPACT | 0x20, left.get());
+    auto save = Slot<HRESULT (*)(void*, IDataStream*, int32_t)>(m_P.get(), 26);
+    save(m_P.get(), SmartPtr<FakeFolder>(new FakeFolder(true)).get(), PERSIST_COMPACT);
+    EXPECT_EQ(std::make_tuple(plain->asked, kept->asked), std::make_tuple(1, 3));
+    left->asked = 0;
+    SmartPtr<ICSVStream> csv(static_cast<ICSVStream*>(CreateObject(tagREFString{9, L"CSVStream"}, &IID_ICSVStream)));
+    csv->Open(0, 0x30000);
+    Slot<HRESULT (*)(void*, IDataStream*, int32_t)>(m_P.get(), 23)(m_P.get(), csv.get(), PERSIST_COMPACT);
+    EXPECT_EQ(left->asked, 1);
+}
+
 TEST_F(Templates, FolderLayoutAndBothLoadingForms) {
     s->record = false;
     SmartPtr<IString> title(ISCreate(L"Title")), abc(ISCreate(L"abc")), source(ISCreate(L"Source")),
