@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstring>
-#include <memory>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -293,20 +292,18 @@ public:
         SmartPtr<INamedCollection> table = CaptionTable(captions);
         SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
         SmartPtr<IString> whole = QueryAs<IString>(xml.get(), IID_IString);
-        if (!table || !whole || m_ItemCount <= 0) return S_OK;
-        // The captions once, not once per element.
-        std::unique_ptr<SmartPtr<IString>[]> names(new (std::nothrow) SmartPtr<IString>[m_ItemCount]);
-        if (!names) return S_OK;
-        for (int32_t i = 0; i < m_ItemCount; ++i) names[i] = XmlCaption(table.get(), m_Items[i]->ID);
+        if (!table || !whole) return S_OK;
         CMarkupScan scan{CREFString(whole.get())};
         tagREFString tag, content;
         while (scan.Next(&tag, &content)) {
+            // Each element asks the table for the captions of the items it is compared with, in
+            // table order, up to the first that matches: the table is asked as the steps compare.
             PROPERTYITEM* item = nullptr;
             for (int32_t i = 0; i < m_ItemCount && item == nullptr; ++i) {
-                CREFString caption(names[i].get());
-                if (!(m_Items[i]->Flags & UIPROP_TRANSIENT) && caption.length == tag.length &&
-                    caption.CompareI(tag, 0) == S_OK)
-                    item = m_Items[i];
+                if (m_Items[i]->Flags & UIPROP_TRANSIENT) continue;
+                SmartPtr<IString> name = XmlCaption(table.get(), m_Items[i]->ID);
+                CREFString caption(name.get());
+                if (caption.length == tag.length && caption.CompareI(tag, 0) == S_OK) item = m_Items[i];
             }
             if (item == nullptr) continue;
             const int32_t type = ValueTypeOf(static_cast<int32_t>(item->Flags));
