@@ -258,8 +258,10 @@ public:
     HRESULT Params_SaveCSV(IDataStream* stream, int32_t mode) override {
         // Only a CSV stream is written to, and through the data stream it was handed as.
         if (!QueryAs<ICSVStream>(stream, IID_ICSVStream)) return S_OK;
+        // Every text goes to Write, an empty one too.
         auto write = [&](const tagREFString& text) {
-            if (text.length > 0) stream->Write(text.text, text.length * static_cast<int32_t>(sizeof(wchar_t)), 0);
+            const bool empty = text.text == nullptr || text.length <= 0;
+            stream->Write(empty ? L"" : text.text, empty ? 0 : text.length * static_cast<int32_t>(sizeof(wchar_t)), 0);
         };
         bool first = true;
         for (int32_t i = 0; i < m_Count; ++i) {

@@ -137,7 +137,9 @@ void ForEachElement(IParametersCreatable* parameters, IDataStream* stream, bool 
 
 IString* PARAMETERSValueText(IVariant* value) {
     if (value == nullptr) return nullptr;
-    if (value->IsString() || value->get_NumberType() != 0) return ISCreate(value, -1);
+    // A text or a number is what ISCreate makes of the variant (it asks which it holds); only a
+    // variant that holds neither is asked for an object.
+    if (IString* text = ISCreate(value, -1)) return text;
     if (!value->IsObject()) return nullptr;
     SmartPtr<IUnknown> object;
     value->get_Object(object.Out());
