@@ -76,8 +76,7 @@ HRESULT CWKSProtocol::QueryInterface(const IID& iid, void** object) {
 // object could never reach a running object table.
 HRESULT CWKSProtocol::FinalConstruct() {
     if (!m_InputParameters) return E_FAIL;
-    SmartPtr<IString> input = WideName(L"RunningObjectTable");
-    m_InputParameters->AddInput(input.get(), IID_IRunningObjectTableEx, 0);
+    m_InputParameters->AddInput(WideName(L"RunningObjectTable").get(), IID_IRunningObjectTableEx, 0);
 
     m_UseSections = 1;
     m_UsePrompt = 1;
@@ -112,23 +111,27 @@ void WKSAddChoices(ISuperCollection* collection, CREFString text) {
 // Item 2 lists the choices of "ReturnStyle" from the host's string table, entry "102" of this
 // component; without that entry the item is left out.
 void CWKSProtocol::AddEnumeratedReturnStyle() {
-    SmartPtr<IComponentString> described(static_cast<IComponentString*>(
-        CreateObject(tagREFString{15, L"ComponentString"}, &IID_IComponentString)));
+    // The component-string object is released as soon as it has named the component; what the
+    // string table gives is held until the item is added.
     SmartPtr<IString> component;
-    if (described) {
-        described->SetObject(static_cast<IUIPropInterrogateEx*>(this));
-        described->get_Field(1, component.Out());
+    {
+        SmartPtr<IComponentString> described(static_cast<IComponentString*>(
+            CreateObject(tagREFString{15, L"ComponentString"}, &IID_IComponentString)));
+        if (described) {
+            described->SetObject(static_cast<IUIPropInterrogateEx*>(this));
+            described->get_Field(1, component.Out());
+        }
     }
     SmartPtr<IStringTable> table(static_cast<IStringTable*>(CreateObject(tagREFString{11, L"StringTable"}, &IID_IStringTable)));
     // Without its name the component has no list to ask for: item 2 is then left out.
     SmartPtr<INamedCollection> strings;
     if (table && component) table->get_ComponentStrings(component.get(), strings.Out());
-    SmartPtr<IString> choices;
+    SmartPtr<IString> key, choices;
+    SmartPtr<IUnknown> item;
     if (strings) {
-        SmartPtr<IString> key(ISCreate(102));
+        key.Attach(ISCreate(102));
         int32_t index = -1;
         if (strings->get_Index(key.get(), &index) >= 0) {
-            SmartPtr<IUnknown> item;
             strings->get_Item(index, item.Out());
             choices = QueryAs<IString>(item.get(), IID_IString);
         }
