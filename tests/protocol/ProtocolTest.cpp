@@ -215,7 +215,7 @@ TEST_F(Protocol, AssignmentsConvertByTheParameterType) {
 
 // A workspace object that writes into a shared log every interface it is asked for (answered or
 // not) and every name asked of it, as "Name:Interface".
-class LoggedNode final : public Fake<INamedCollection>, public IObjectInfo, public IStep {
+class LoggedNode final : public FakeNamed<>, public IObjectInfo, public IStep {
 public:
     LoggedNode(std::wstring name, std::vector<std::string>& log, bool step = false)
         : m_Name(std::move(name)), m_Log(log), m_Step(step) {}
@@ -244,8 +244,8 @@ public:
         AddRef();
         return S_OK;
     }
-    int32_t AddRef() override { return Fake::AddRef(); }
-    int32_t Release() override { return Fake::Release(); }
+    int32_t AddRef() override { return FakeNamed::AddRef(); }
+    int32_t Release() override { return FakeNamed::Release(); }
     bool Answers(const IID&) override { return false; }
 
     HRESULT get_Count(int32_t* count) override { return *count = static_cast<int32_t>(m_Children.size()), S_OK; }
@@ -261,11 +261,6 @@ public:
             if (m_Children[i].first == name) return *index = static_cast<int32_t>(i), S_OK;
         return E_FAIL;
     }
-    HRESULT get_ItemName(int32_t, IString**) override { return E_NOTIMPL; }
-    HRESULT Rename(int32_t, IString*) override { return E_NOTIMPL; }
-    HRESULT CollectionLock() override { return S_OK; }
-    HRESULT CollectionUnlock() override { return S_OK; }
-    HRESULT IsCollectionLocked() override { return 0; }
     HRESULT GetName(int32_t, tagREFString* name) override {
         Log("GetName");
         *name = tagREFString{static_cast<int32_t>(m_Name.size()), m_Name.c_str()};
@@ -339,17 +334,9 @@ TEST_F(Protocol, LoadKeepsTheInputsItReads) {
 
     // What the stream puts there is kept as it is put: neither a new object nor one loaded in
     // place is asked anything.
-    class CountedInputs final : public Fake<IInputParameters> {
+    class CountedInputs final : public FakeNamed<IInputParameters> {
     public:
         bool Answers(const IID& iid) override { return ++asked > 0 && iid == IID_IInputParameters; }
-        HRESULT get_Count(int32_t* count) override { return *count = 0, S_OK; }
-        HRESULT get_Item(int32_t, IUnknown**) override { return E_FAIL; }
-        HRESULT get_Index(IUnknown*, int32_t*) override { return E_FAIL; }
-        HRESULT get_ItemName(int32_t, IString**) override { return E_FAIL; }
-        HRESULT Rename(int32_t, IString*) override { return E_NOTIMPL; }
-        HRESULT CollectionLock() override { return S_OK; }
-        HRESULT CollectionUnlock() override { return S_OK; }
-        HRESULT IsCollectionLocked() override { return 0; }
         HRESULT AddInput(IString*, IID, int32_t) override { return E_FAIL; }
         HRESULT put_InputObject(int32_t, IUnknown*) override { return E_FAIL; }
         HRESULT get_InputObject(int32_t, IUnknown** object) override { return *object = nullptr, E_FAIL; }

@@ -67,6 +67,20 @@ public:
     int32_t m_Refs = 1;
 };
 
+// A named collection with nothing in it; a fake that is one overrides what it uses.
+template <class Primary = INamedCollection>
+class FakeNamed : public Fake<Primary> {
+public:
+    HRESULT get_Count(int32_t* count) override { return *count = 0, S_OK; }
+    HRESULT get_Item(int32_t, IUnknown**) override { return E_FAIL; }
+    HRESULT get_Index(IUnknown*, int32_t*) override { return E_FAIL; }
+    HRESULT get_ItemName(int32_t, IString**) override { return E_FAIL; }
+    HRESULT Rename(int32_t, IString*) override { return E_NOTIMPL; }
+    HRESULT CollectionLock() override { return S_OK; }
+    HRESULT CollectionUnlock() override { return S_OK; }
+    HRESULT IsCollectionLocked() override { return 0; }
+};
+
 // An input that delivers `value` (when set) and keeps a moniker.
 class FakeInput final : public Fake<IInputParameter> {
 public:

@@ -484,17 +484,9 @@ TEST_F(Templates, ReplicateGivesTheCopyItsOwnInputs) {
 }
 
 // A collection that counts how often it is asked for its named collection.
-class AskedCollection final : public Fake<INamedCollection> {
+class AskedCollection final : public FakeNamed<> {
 public:
     bool Answers(const IID& iid) override { return iid == IID_INamedCollection && ++asked > 0; }
-    HRESULT get_Count(int32_t* count) override { return *count = 0, S_OK; }
-    HRESULT get_Item(int32_t, IUnknown**) override { return E_FAIL; }
-    HRESULT get_Index(IUnknown*, int32_t*) override { return E_FAIL; }
-    HRESULT get_ItemName(int32_t, IString**) override { return E_FAIL; }
-    HRESULT Rename(int32_t, IString*) override { return E_NOTIMPL; }
-    HRESULT CollectionLock() override { return S_OK; }
-    HRESULT CollectionUnlock() override { return S_OK; }
-    HRESULT IsCollectionLocked() override { return 0; }
     int asked = 0;
 };
 
