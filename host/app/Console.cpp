@@ -299,7 +299,7 @@ void CConsoleService::Receive(Handle handle, const std::string& payload) {
         if (token.find_first_of("\r\n") == std::string::npos && tab.conversation->Feed("AUTH " + token + "\n", out) &&
             out == "+0\n")
             return Ready(handle, tab);
-        return Refuse(handle, tab, "authentication failed");
+        return Refuse(handle, tab, kAuthenticationFailed);
     }
     if (!tab.ready) return Refuse(handle, tab, "authenticate first");
     std::string error;

@@ -196,7 +196,7 @@ bool CConversation::Handle(std::string_view line, std::string& out) {
     }
     if (!m_Options.token.empty() && !m_Authenticated) {
         if (line.substr(0, 5) != "AUTH " || !SameSecret(line.substr(5), m_Options.token))
-            return Refuse("authentication failed", out);
+            return Refuse(kAuthenticationFailed, out);
         m_Authenticated = true;
         Answered(out);  // an empty block: accepted
         return true;

@@ -39,6 +39,10 @@ struct ConversationOptions {
     std::function<bool()> holdInput;
 };
 
+// The ending of a conversation whose first line was not the token: worth a warning, as someone
+// may be guessing.
+inline constexpr char kAuthenticationFailed[] = "authentication failed";
+
 class CConversation {
 public:
     // `object` is shared by all conversations; `afterMessage` runs after every message it handled.
@@ -60,7 +64,7 @@ public:
     // Records every line and its answer from now on.
     void Record(std::unique_ptr<CTranscript> transcript) { m_Transcript = std::move(transcript); }
 
-    // Why it ended: "break", or the error sent (empty while it goes on).
+    // Why it ended: "break", kAuthenticationFailed, or another error sent (empty while it goes on).
     const std::string& Ending() const { return m_Ending; }
     uint64_t Messages() const { return m_Messages; }
     // Lines seen: every message, a token line and every refused line.

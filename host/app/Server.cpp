@@ -312,8 +312,7 @@ void CClient::Finish(const char* how) {
     if (m_Closed) return;
     m_Closed = true;
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_Opened).count();
-    // A wrong token is worth a warning: someone may be guessing.
-    const LogLevel level = std::strcmp(how, "authentication failed") == 0 ? LogLevel::kWarn : LogLevel::kInfo;
+    const LogLevel level = std::strcmp(how, kAuthenticationFailed) == 0 ? LogLevel::kWarn : LogLevel::kInfo;
     ServerLog(level, "%s disconnected after %.3f s, %llu messages: %s", m_Peer.c_str(), seconds,
               static_cast<unsigned long long>(m_Conversation.Messages()), how);
     Close();
