@@ -173,6 +173,7 @@ TEST(WksHost, SessionsAndRefusals) {
         std::ofstream("e2e-warned.toml") << "[[object]]\nname = \"Breaker\"\nkind = \"step\"\n";
         std::ofstream("e2e-lines.txt") << "Var1=5\n" << std::string(70000, 'x') << "\nVar1?\nVar2=" << std::string(59, 'z') << "\n" << std::string(65, 'y');
         std::ofstream("e2e-ends.txt") << "Var1=5\r\nVar1?\rLamp?\n";
+        std::ofstream("e2e-bom.txt") << "\xEF\xBB\xBFVar1=7\nVar1?\n\xEF\xBB\xBFVar1?\n";
         std::ofstream("e2e-limit.wksrec") << "# wks-host transcript 1\n# max-line 1k\n";
         std::ofstream("e2e-v12.wksrec") << "# wks-host transcript 12\n";
         std::ofstream("e2e-crlf.wksrec") << "# wks-host transcript 1\r\n";
@@ -205,6 +206,8 @@ TEST(WksHost, SessionsAndRefusals) {
          "wks-host: line 5 has 65 bytes, more than the limit of 64 (--max-line): refused\n?\n"},
         // A line ends at CR LF or a lone CR as on the network, and its line end is no part of it.
         {"--max-line 6 < e2e-ends.txt", 0, "Var1=5\n0\n"},
+        // A byte order mark begins a file, not its first line; anywhere else it is text.
+        {"< e2e-bom.txt", 0, "Var1=7\n?\n"},
         // A refused line is answered in the session's framing, which stays whole.
         {"--framing text --max-line 64 < e2e-long.txt", 0,
          "wks-host: line 1 has 65 bytes, more than the limit of 64 (--max-line): refused\n?\n\nVar1=100\n\n"},
@@ -227,7 +230,7 @@ TEST(WksHost, SessionsAndRefusals) {
         if (row.output) EXPECT_EQ(output, row.output) << row.arguments;
         else EXPECT_NE(output.find("Run with --help"), std::string::npos) << row.arguments << ": " << output;
     }
-    for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt", "e2e-ends.txt", "e2e-long.txt",
+    for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt", "e2e-ends.txt", "e2e-bom.txt", "e2e-long.txt",
                              "e2e-limit.wksrec", "e2e-v12.wksrec", "e2e-crlf.wksrec", "e2e-cut.wksrec"})
         std::remove(file);
 }
