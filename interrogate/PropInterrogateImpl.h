@@ -230,8 +230,10 @@ public:
             if (!key || folder->OpenChildAt(key.get(), 0, child.Out()) < 0 || !child) break;
             int32_t id = 0;
             uint32_t flags = 0;
-            if (child->ReadBytes(Name(L"ID").get(), &id, 4, 0) < 0 || child->ReadBytes(Name(L"Flags").get(), &flags, 4, 0) < 0)
-                continue;
+            // Both are read before either is judged.
+            const bool hasId = child->ReadBytes(Name(L"ID").get(), &id, 4, 0) >= 0;
+            const bool hasFlags = child->ReadBytes(Name(L"Flags").get(), &flags, 4, 0) >= 0;
+            if (!hasId || !hasFlags) continue;
             PROPERTYITEM* item = Find(id);
             if (item == nullptr || ((flags ^ item->Flags) & 0x0F) != 0 || (item->Flags & UIPROP_TRANSIENT)) continue;
             const int32_t type = ValueTypeOf(static_cast<int32_t>(item->Flags));
@@ -261,8 +263,9 @@ public:
     // written. `captions` is consumed. Always 0.
     HRESULT UIPropInterrogate_SaveXML(INamedCollection* captions, IDataStream* stream, int32_t) override {
         SmartPtr<INamedCollection> table = CaptionTable(captions);
+        if (!table) return S_OK;  // the stream is not even asked
         SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
-        if (!table || !xml) return S_OK;
+        if (!xml) return S_OK;
         for (int32_t i = 0; i < m_ItemCount; ++i) {
             PROPERTYITEM* item = m_Items[i];
             const int32_t type = ValueTypeOf(static_cast<int32_t>(item->Flags));
@@ -285,22 +288,25 @@ public:
     }
     // slot 12: reads the stream's whole text (its IString) element by element (CMarkupScan); an
     // element whose whole tag text equals an item's XML caption, case aside, sets the first such
-    // item that is not transient: integers through _IS2Integer (a leading "#" reads hexadecimal),
-    // reals through _IS2Double, strings as they stand (absolute for file names). Without a
-    // caption table nothing is read. `captions` is consumed. Always 0.
+    // item of types 0-6 that is not transient: integers through _IS2Integer (a leading "#" reads
+    // hexadecimal), reals through _IS2Double, strings as they stand (absolute for file names).
+    // Without a caption table nothing is read. `captions` is consumed. Always 0.
     HRESULT UIPropInterrogate_LoadXML(INamedCollection* captions, IDataStream* stream, int32_t) override {
         SmartPtr<INamedCollection> table = CaptionTable(captions);
+        if (!table) return S_OK;  // the stream is not even asked
         SmartPtr<IXMLStream> xml = QueryAs<IXMLStream>(stream, IID_IXMLStream);
         SmartPtr<IString> whole = QueryAs<IString>(xml.get(), IID_IString);
-        if (!table || !whole) return S_OK;
+        if (!whole) return S_OK;
         CMarkupScan scan{CREFString(whole.get())};
         tagREFString tag, content;
         while (scan.Next(&tag, &content)) {
             // Each element asks the table for the captions of the items it is compared with, in
             // table order, up to the first that matches: the table is asked as the steps compare.
+            // Items the XML form does not hold (transient ones, types above 6) take no part.
             PROPERTYITEM* item = nullptr;
             for (int32_t i = 0; i < m_ItemCount && item == nullptr; ++i) {
-                if (m_Items[i]->Flags & UIPROP_TRANSIENT) continue;
+                if ((m_Items[i]->Flags & UIPROP_TRANSIENT) || ValueTypeOf(static_cast<int32_t>(m_Items[i]->Flags)) > VALUE_STRING)
+                    continue;
                 SmartPtr<IString> name = XmlCaption(table.get(), m_Items[i]->ID);
                 CREFString caption(name.get());
                 if (caption.length == tag.length && caption.CompareI(tag, 0) == S_OK) item = m_Items[i];

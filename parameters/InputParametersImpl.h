@@ -43,16 +43,15 @@ public:
         }
         SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
         if (!folder) return S_OK;
-        SmartPtr<IDataPersist> inputs = QueryAs<IDataPersist>(m_InputParameters.get(), IID_IDataPersist);
         if (m_UseSections == 0) {
             this->Params_SaveFolderStream(folder.get(), mode | PERSIST_COMPACT);
-            if (inputs) inputs->Save(folder.get(), mode | PERSIST_COMPACT);
+            if (SmartPtr<IDataPersist> inputs = PersistableInputs()) inputs->Save(folder.get(), mode | PERSIST_COMPACT);
             return S_OK;
         }
         SmartPtr<IFolderStream> parameters = OpenSection(folder.get(), "Parameters");
         this->Params_SaveFolderStream(parameters.get(), mode);
-        SmartPtr<IFolderStream> section = OpenSection(folder.get(), "Inputs");
-        if (inputs && section) inputs->Save(section.get(), mode | PERSIST_COMPACT);
+        if (SmartPtr<IFolderStream> section = OpenSection(folder.get(), "Inputs"))
+            if (SmartPtr<IDataPersist> inputs = PersistableInputs()) inputs->Save(section.get(), mode | PERSIST_COMPACT);
         return S_OK;
     }
 
@@ -86,10 +85,9 @@ public:
         }
         SmartPtr<IFolderStream> folder = QueryAs<IFolderStream>(stream, IID_IFolderStream);
         if (!folder) return E_NOTIMPL;
-        SmartPtr<IDataPersist> inputs = QueryAs<IDataPersist>(m_InputParameters.get(), IID_IDataPersist);
         if (m_UseSections == 0) {
             this->Params_LoadFolderStream(folder.get(), mode | PERSIST_COMPACT);
-            if (inputs) inputs->Load(folder.get(), mode);
+            if (SmartPtr<IDataPersist> inputs = PersistableInputs()) inputs->Load(folder.get(), mode);
             return S_OK;
         }
         // A folder without a named view offers no sections: both are skipped.
@@ -98,7 +96,7 @@ public:
         if (SmartPtr<IDataStream> parameters = FindSection(entries.get(), "Parameters"))
             this->Params_LoadFolderStream(parameters.get(), mode | PERSIST_REBUILD);
         if (SmartPtr<IDataStream> section = FindSection(entries.get(), "Inputs"))
-            if (inputs) inputs->Load(section.get(), mode);
+            if (SmartPtr<IDataPersist> inputs = PersistableInputs()) inputs->Load(section.get(), mode);
         return S_OK;
     }
 
@@ -125,6 +123,9 @@ protected:
 
 private:
     IUnknown* Self() { return static_cast<I*>(this); }
+
+    // Asked only when the inputs' turn has come, after the parameters are written or read.
+    SmartPtr<IDataPersist> PersistableInputs() const { return QueryAs<IDataPersist>(m_InputParameters.get(), IID_IDataPersist); }
 
     static SmartPtr<IString> SectionName(const char* text) {
         return SmartPtr<IString>(ISCreate(text, static_cast<int>(std::strlen(text))));

@@ -34,12 +34,13 @@ void WriteObjectElement(IXMLStream* xml, IDataStream* stream, IDataPersist* obje
     xml->EndElement();
 }
 
-// The text of the child element `name` of `element`; empty when it cannot be opened. The view
+// The text of the child element `name` of `element`; false when it cannot be opened. The view
 // borrows the stream's text, which lives as long as the stream held in `child`.
-CREFString ChildText(IXMLStream* element, const tagREFString& name, SmartPtr<IXMLStream>& child) {
-    tagREFString text{0, nullptr};
-    if (element->OpenElement(name.length, name.text, &text, child.Out(), 1) < 0) return CREFString();
-    return CREFString(text);
+bool ChildText(IXMLStream* element, const tagREFString& name, SmartPtr<IXMLStream>& child, CREFString& text) {
+    tagREFString found{0, nullptr};
+    if (element->OpenElement(name.length, name.text, &found, child.Out(), 1) < 0) return false;
+    text = CREFString(found);
+    return true;
 }
 
 // One parameter in the value form.
@@ -90,13 +91,14 @@ void LoadValue(IParametersCreatable* parameters, IXMLStream* element, int32_t in
     while (element->NextElement(&child) >= 0) {
         hasChildren = true;
         SmartPtr<IXMLStream> opened;
+        CREFString text;  // a child that cannot be opened leaves the field as it was
         if (IsNamed(child, L"Value")) {
             // After leading blanks: an integer of at most nine characters, a real with up to 18
             // fraction digits, or else the text itself.
-            CREFString text = ChildText(element, child, opened);
-            parameters->put_Item(index, SmartPtr<IVariant>(IVCreateConvert(text)).get());
+            if (ChildText(element, child, opened, text))
+                parameters->put_Item(index, SmartPtr<IVariant>(IVCreateConvert(text)).get());
         } else if (IsNamed(child, L"Flags")) {
-            parameters->put_ItemFlags(index, _IS2Integer(ChildText(element, child, opened), 10));
+            if (ChildText(element, child, opened, text)) parameters->put_ItemFlags(index, _IS2Integer(text, 10));
         } else {
             SmartPtr<IUnknown> descriptor;
             element->ReadObject(child.length, child.text, descriptor.Out());
@@ -229,8 +231,9 @@ HRESULT PARAMETERSLoadXMLObjects(IParametersCreatable* parameters, IDataStream* 
             tagREFString child{0, nullptr};
             while (opened->NextElement(&child) >= 0) {
                 SmartPtr<IXMLStream> inner;
+                CREFString flagsText;
                 if (IsNamed(child, L"Flags")) {
-                    flags = _IS2Integer(ChildText(opened.get(), child, inner), 10);
+                    if (ChildText(opened.get(), child, inner, flagsText)) flags = _IS2Integer(flagsText, 10);
                 } else if (IsNamed(child, L"ItemDescriptor")) {
                     if (opened->OpenElement(child.length, child.text, &text, inner.Out(), 1) >= 0 && inner)
                         inner->ReadContainedObject(descriptor.Out());

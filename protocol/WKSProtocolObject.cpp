@@ -216,14 +216,14 @@ HRESULT CWKSProtocol::Load(IDataStream* stream, int32_t) {
     folder->ReadTyped(WideName(L"UsePrompt").get(), &m_UsePrompt, VALUE_INT32);
     folder->ReadTyped(WideName(L"ReturnStyle").get(), &m_ReturnStyle, VALUE_INT32);
     // A folder without a named view has no "Parameters" entry to find: that step is skipped.
-    if (SmartPtr<INamedCollection> entries = QueryAs<INamedCollection>(folder.get(), IID_INamedCollection)) {
-        int32_t index = -1;
-        if (entries->get_Index(WideName(L"Parameters").get(), &index) >= 0) {
-            SmartPtr<IUnknown> entry;
-            entries->get_Item(index, entry.Out());
-            if (SmartPtr<IDataStream> child = QueryAs<IDataStream>(entry.get(), IID_IDataStream))
-                Params_LoadFolderStream(child.get(), PERSIST_REBUILD);
-        }
+    // What the lookup took is held until the inputs are read too, and released on return.
+    SmartPtr<INamedCollection> entries = QueryAs<INamedCollection>(folder.get(), IID_INamedCollection);
+    SmartPtr<IUnknown> entry;
+    SmartPtr<IDataStream> child;
+    int32_t index = -1;
+    if (entries && entries->get_Index(WideName(L"Parameters").get(), &index) >= 0) {
+        entries->get_Item(index, entry.Out());
+        if ((child = QueryAs<IDataStream>(entry.get(), IID_IDataStream))) Params_LoadFolderStream(child.get(), PERSIST_REBUILD);
     }
     // The stream reads into the inputs field itself: it is handed the inputs as they stand, so
     // that a stream that loads an object in place loads this one; a stream that makes a new object

@@ -186,9 +186,12 @@ TEST_F(Protocol, ChoicesComeOnlyUnderTheComponentsName) {
         const std::wstring listed = choices ? Listed(QueryAs<INamedCollection>(choices.get(), IID_INamedCollection).get()) : L"none";
         EXPECT_EQ(listed, describe ? L"A=0 B=1 " : L"none") << describe;
         SmartPtr<FakeXML> xml(FakeXML::Parse(L"<P></P>"));
-        static_cast<IUIPropInterrogatePersist*>(settings.get())->UIPropInterrogate_SaveXML(nullptr, xml.get(), 0);
+        auto* persist = static_cast<IUIPropInterrogatePersist*>(settings.get());
+        persist->UIPropInterrogate_SaveXML(nullptr, xml.get(), 0);
+        persist->UIPropInterrogate_LoadXML(nullptr, xml.get(), 0);
         EXPECT_EQ(components->strings->asked,
-                  describe ? std::vector<std::wstring>(2, L"WKSProtocol") : std::vector<std::wstring>{});
+                  describe ? std::vector<std::wstring>(3, L"WKSProtocol") : std::vector<std::wstring>{});
+        EXPECT_EQ(xml->asked, describe ? 3 : 0) << "without captions the stream is not even asked";
     }
     InitializeModule(nullptr, host.get());
 }
@@ -316,10 +319,13 @@ TEST_F(Protocol, LoadKeepsTheInputsItReads) {
     SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(m_Manager.get(), IID_IDataPersist);
     SmartPtr<IUnknown> inputs;
     ASSERT_EQ(m_Manager->QueryInterface(IID_IInputParameters, inputs.OutVoid()), S_OK);
-    {  // the stream is handed the inputs as they stand, so that it can load them in place
-        SmartPtr<FakeFolder> inPlace(new FakeFolder());
+    {  // the stream is handed the inputs as they stand, so that it can load them in place; what
+       // finding "Parameters" took is held until then
+        SmartPtr<FakeFolder> inPlace(new FakeFolder(true));
+        persist->Save(inPlace.get(), 0);
         EXPECT_EQ(persist->Load(inPlace.get(), 0), S_OK);
         EXPECT_EQ(inPlace->handed.get(), inputs.get());
+        EXPECT_EQ(inPlace->refsWhenRead, 3) << "the test's, the folder's and its named view's";
     }
     SmartPtr<FakeFolder> folder(new FakeFolder());
     folder->readObject.Attach(CreateObject(tagREFString{15, L"InputParameters"}, &IID_IInputParameters));

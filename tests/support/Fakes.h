@@ -148,6 +148,7 @@ public:
         return S_OK;
     }
     HRESULT ReadBytes(IString* name, void* data, int32_t n, int32_t) override {
+        read.push_back(TextOf(name));
         auto found = entries.find(TextOf(name));
         if (found == entries.end() || found->second.size() != static_cast<size_t>(n)) return E_FAIL;
         std::memcpy(data, found->second.data(), n);
@@ -158,6 +159,7 @@ public:
     // Records the object the place held; with `readObject`, releases it and puts that one there.
     HRESULT ReadObject(IString* name, IUnknown** object, int32_t) override {
         handed.Assign(*object);
+        refsWhenRead = m_Refs;
         auto found = objects.find(TextOf(name));
         IUnknown* given = found != objects.end() ? found->second.get() : readObject.get();
         if (given == nullptr) return E_FAIL;
@@ -227,6 +229,8 @@ public:
     HRESULT CollectionUnlock() override { return E_NOTIMPL; }
     HRESULT IsCollectionLocked() override { return E_NOTIMPL; }
 
+    int32_t refsWhenRead = 0;
+    std::vector<std::wstring> read;  // the names of ReadBytes, in order
     std::map<std::wstring, std::string> entries;
     std::vector<std::pair<std::wstring, SmartPtr<FakeFolder>>> children;
     std::map<std::wstring, SmartPtr<IUnknown>> values;
@@ -253,6 +257,7 @@ public:
     struct Tree {
         Node root;
         std::map<std::wstring, std::function<IUnknown*()>> factories;
+        std::wstring shut;  // elements of this name are listed but cannot be opened
     };
     FakeXML() : FakeXML(std::make_shared<Tree>(), nullptr) {}
     FakeXML(std::shared_ptr<Tree> tree, Node* node) : m_Tree(std::move(tree)), m_Node(node ? node : &m_Tree->root) {
@@ -266,9 +271,12 @@ public:
         return xml;
     }
     std::wstring Markup() const { return Render(*m_Node); }
+    int asked = 0;  // questions, answered or not
+    void Shut(std::wstring name) { m_Tree->shut = std::move(name); }
 
     bool Answers(const IID& iid) override { return iid == IID_IXMLStream || iid == IID_IDataStream; }
     HRESULT QueryInterface(const IID& iid, void** object) override {
+        ++asked;
         if (iid != IID_IString) return Fake::QueryInterface(iid, object);
         *object = static_cast<IString*>(this);
         AddRef();
@@ -311,7 +319,7 @@ public:
     // The element at the cursor when it has this name, else the first child of that name.
     HRESULT OpenElement(int32_t length, const wchar_t* name, tagREFString* text, IXMLStream** child, int32_t) override {
         Node* found = Child(std::wstring(name, length));
-        if (found == nullptr) return E_FAIL;
+        if (found == nullptr || found->name == m_Tree->shut) return E_FAIL;
         *text = tagREFString{static_cast<int32_t>(found->text.size()), found->text.c_str()};
         *child = new FakeXML(m_Tree, found);
         return S_OK;

@@ -72,6 +72,7 @@ public:
         return IParametersImpl::getParameter(entry, value);
     }
 
+    using InputParametersImpl::m_InputParameters;
     using InputParametersImpl::m_UseSections;
     using IUIPropInterrogateImpl::m_ItemCapacity;
     std::vector<std::pair<std::string, int32_t>> calls;
@@ -279,7 +280,22 @@ TEST_F(Templates, CopyRemoveAndSort) {
     EXPECT_EQ(Listing(m_P.get()), L"again=9/0");
 }
 
+// Inputs that note in the component's record when they are asked for an interface, and answer none.
+class NotedInputs final : public FakeNamed<IInputParameters> {
+public:
+    explicit NotedInputs(std::vector<std::pair<std::string, int32_t>>& calls) : m_Calls(calls) {}
+    bool Answers(const IID&) override { return m_Calls.emplace_back("inputs asked", 0), false; }
+    HRESULT AddInput(IString*, IID, int32_t) override { return E_FAIL; }
+    HRESULT put_InputObject(int32_t, IUnknown*) override { return E_FAIL; }
+    HRESULT get_InputObject(int32_t, IUnknown** object) override { return *object = nullptr, E_FAIL; }
+
+private:
+    std::vector<std::pair<std::string, int32_t>>& m_Calls;
+};
+
+// The inputs have their turn after the parameters, and only in a folder.
 TEST_F(Templates, SaveAndLoadDispatchOnTheStreamKind) {
+    s->m_InputParameters.Attach(new NotedInputs(s->calls));
     SmartPtr<FakeXML> xml(new FakeXML());
     SmartPtr<FakeFolder> folder(new FakeFolder());
     SmartPtr<IDataPersist> persist = QueryAs<IDataPersist>(m_P.get(), IID_IDataPersist);
@@ -292,7 +308,8 @@ TEST_F(Templates, SaveAndLoadDispatchOnTheStreamKind) {
     EXPECT_EQ(persist->Load(reinterpret_cast<IDataStream*>(neither.get()), 0), E_NOTIMPL);
     EXPECT_EQ(persist->Load(nullptr, 0), E_NOTIMPL);
     using Calls = std::vector<std::pair<std::string, int32_t>>;
-    EXPECT_EQ(s->calls, (Calls{{"SaveXML", 0x800000}, {"SaveFolder", 0x800010}, {"LoadXML", 0x10}, {"LoadFolder", 0x800010}}));
+    EXPECT_EQ(s->calls, (Calls{{"SaveXML", 0x800000}, {"SaveFolder", 0x800010}, {"inputs asked", 0}, {"LoadXML", 0x10},
+                               {"LoadFolder", 0x800010}, {"inputs asked", 0}}));
 
     s->calls.clear();
     s->m_UseSections = 1;
@@ -301,7 +318,7 @@ TEST_F(Templates, SaveAndLoadDispatchOnTheStreamKind) {
     EXPECT_EQ(persist->Load(folder.get(), 0), S_OK) << "a folder without named entries loads no section";
     ASSERT_EQ(folder->children.size(), 2u);
     EXPECT_EQ(folder->children[0].first + L"," + folder->children[1].first, L"Parameters,Inputs");
-    EXPECT_EQ(s->calls, (Calls{{"SaveFolder", 0x10}, {"LoadXML", 0x1000010}}));
+    EXPECT_EQ(s->calls, (Calls{{"SaveFolder", 0x10}, {"inputs asked", 0}, {"LoadXML", 0x1000010}}));
 }
 
 // One record of the values, written to the host's CSV stream as whole wide texts.
@@ -451,8 +468,24 @@ TEST_F(Templates, PropertyValuesThroughAFolder) {
     int32_t real = 5;  // a child whose type is not the item's is passed over
     folder->children[2].second->entries[L"Flags"].assign(reinterpret_cast<const char*>(&real), 4);
     s->integer = 0;
+    folder->children[0].second->entries.erase(L"ID");  // so is one without an id, its flags read all the same
     EXPECT_EQ(load(m_Table.get(), folder.get(), 0), S_OK);
     EXPECT_EQ(s->integer, 0);
+    EXPECT_EQ(folder->children[0].second->read.back(), L"Flags");
+}
+
+// The XML form holds types 0 to 6 only: an item of another type matches no element, even when it
+// comes first under the same caption.
+TEST_F(Templates, PropertyXmlPassesOverTypesItCannotHold) {
+    s->AddItem(5, 0x07, &s->object, 0, 0);
+    s->AddItem(6, 0x13, &s->integer, 0, 9);
+    SmartPtr<ISuperCollection> captions(CREFString::CreateCollection());
+    for (const wchar_t* id : {L"5", L"6"})
+        captions->Add(SmartPtr<IString>(ISCreate(id)).get(), SmartPtr<IString>(ISCreate(L"Same")).get(), 0, 0);
+    auto load = Slot<HRESULT (*)(void*, INamedCollection*, IDataStream*, int32_t)>(m_Table.get(), 12);
+    SmartPtr<FakeXML> xml(FakeXML::Parse(L"<Same>4</Same>"));
+    EXPECT_EQ(load(m_Table.get(), QueryAs<INamedCollection>(captions.get(), IID_INamedCollection).Detach(), xml.get(), 0), S_OK);
+    EXPECT_EQ(s->integer, 4);
 }
 
 TEST_F(Templates, ReplicateGivesTheCopyItsOwnInputs) {

@@ -213,6 +213,12 @@ TEST_F(XmlForms, ValueFormUpdatesByNameOrRebuilds) {
     SmartPtr<FakeXML> update(FakeXML::Parse(L"<B><Value>7</Value><flags>#10</flags><Flagship>3</Flagship></B><Z>9</Z><a>5</a><A>#0000FF</A>"));
     Loaded(25, update.get(), 0);
     EXPECT_EQ(Listing(), L"A='#0000FF'/0 B=7/16") << "unknown and differently cased names are skipped";
+    for (const auto& [shut, listing] : {std::pair{L"Value", L"A='#0000FF'/0 B=7/32"}, std::pair{L"Flags", L"A='#0000FF'/0 B=8/32"}}) {
+        SmartPtr<FakeXML> partly(FakeXML::Parse(L"<B><Value>8</Value><Flags>#20</Flags></B>"));
+        partly->Shut(shut);
+        Loaded(25, partly.get(), 0);
+        EXPECT_EQ(Listing(), listing) << "a child named but not opened leaves its field as it was";
+    }
 
     SmartPtr<FakeXML> rebuild(FakeXML::Parse(L"<Z>9</Z><Only><Flags>5</Flags></Only><A><Value>x</Value><Thing><Data>d</Data></Thing></A>"));
     Things(rebuild.get());
