@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <set>
 #include <string>
 
@@ -47,19 +48,33 @@ TEST_F(ModuleExports, EveryIdentifierOfTheListIsExportedAndComputed) {
     }
 }
 
+// The lines a command prints.
+std::set<std::string> Lines(const char* command) {
+    std::set<std::string> lines;
+    FILE* pipe = popen(command, "r");
+    char line[512];
+    while (pipe && std::fgets(line, sizeof line, pipe)) lines.insert(std::string(line, std::strcspn(line, "\n")));
+    if (pipe) pclose(pipe);
+    return lines;
+}
+
+// Calls from the module to its own functions never go through the loader's table: a host that
+// defines and exports a function of the same name does not take them over.
+TEST_F(ModuleExports, OwnFunctionsAreCalledInside) {
+    const std::set<std::string> defined = Lines("nm -D --defined-only --format=just-symbols ./WKSProtocol.so");
+    ASSERT_TRUE(defined.count("CreateFunction"));
+    for (const std::string& called : Lines("readelf -W --relocs ./WKSProtocol.so | awk '/JUMP_SLOT/ {print $5}'"))
+        EXPECT_FALSE(defined.count(called)) << called;
+}
+
 #if !defined(WKS_SANITIZED)
 // The module needs nothing but the C++ runtime and libc.
 TEST_F(ModuleExports, NeedsOnlyTheCppRuntimeAndLibc) {
-    FILE* pipe = popen("readelf -d ./WKSProtocol.so", "r");
-    ASSERT_NE(pipe, nullptr);
     std::set<std::string> needed;
-    char line[512];
-    while (std::fgets(line, sizeof line, pipe)) {
-        const std::string text = line;
+    for (const std::string& text : Lines("readelf -d ./WKSProtocol.so")) {
         const size_t open = text.find("Shared library: [");
         if (open != std::string::npos) needed.insert(text.substr(open + 17, text.find(']', open) - open - 17));
     }
-    pclose(pipe);
     const std::set<std::string> allowed = {"libstdc++.so.6", "libgcc_s.so.1", "libc.so.6"};
     EXPECT_TRUE(needed.count("libc.so.6"));
     for (const std::string& library : needed) EXPECT_TRUE(allowed.count(library)) << library;
