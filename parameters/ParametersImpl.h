@@ -381,8 +381,9 @@ public:
 protected:
     IParametersImpl() = default;
     ~IParametersImpl() {
-        for (int32_t i = 0; i < m_Count; ++i) Free(m_Parameters[i]);
-        m_Count = 0;
+        const int32_t count = m_Count;
+        m_Count = 0;  // as RemoveAll does: a release that reaches back finds an empty collection
+        for (int32_t i = 0; i < count; ++i) Free(m_Parameters[i]);
         if (m_Capacity != 0) delete[] m_Parameters;
     }
     IParametersImpl(const IParametersImpl&) = delete;

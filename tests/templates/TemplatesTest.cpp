@@ -540,6 +540,36 @@ TEST_F(Templates, BindGoesOnPastAMonikerThatNamesNothing) {
     EXPECT_EQ(collection->asked, 2);
 }
 
+// An entry is released once the collection has let it go: a descriptor that counts the entries
+// as its last reference goes finds its own gone, whichever way it goes.
+TEST_F(Templates, ReleasesThatReachBackFindTheirEntryGone) {
+    struct Witness final : FakeNamed<> {
+        Witness(IParameters* p, int32_t& seen) : parameters(p), seen(seen) {}
+        ~Witness() override { parameters->get_Count(&seen); }
+        bool Answers(const IID&) override { return false; }
+        IParameters* parameters;
+        int32_t& seen;
+    };
+    int32_t seen = -1;
+    auto witnessed = [&](IParametersCreatable* p) {
+        p->Add(SmartPtr<IString>(ISCreate(L"kept")).get(), nullptr, nullptr, 0);
+        p->Add(nullptr, nullptr, SmartPtr<Witness>(new Witness(p, seen)).get(), 0);
+    };
+    witnessed(m_P.get());
+    m_P->Remove(1);
+    EXPECT_EQ(seen, 1);
+    witnessed(m_P.get());
+    m_P->RemoveAll();
+    EXPECT_EQ(seen, 0);
+    m_P->RemoveAll();
+    SmartPtr<IParametersCreatable> other;
+    ASSERT_EQ(CObject<CTestComponent>::_CreateInstance(nullptr, &IID_IParametersCreatable, other.OutVoid()), S_OK);
+    witnessed(other.get());
+    seen = -1;
+    other.Reset();
+    EXPECT_EQ(seen, 0) << "destruction, as RemoveAll";
+}
+
 TEST_F(Templates, EmptyPropertyTable) {
     int32_t count = -1, low = -1, high = -1;
     EXPECT_EQ(m_Table->Inquire(UIPROP_TABLE_ID, &count), S_OK);
