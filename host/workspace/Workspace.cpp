@@ -3,6 +3,7 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -399,6 +400,52 @@ struct Loader {
     }
 };
 
+// The TOML parser follows a dotted key (or a table's name) part by part down the stack, so a key
+// of tens of thousands of parts would overflow it: such a key is refused before the parser sees
+// it. The scan skips strings and comments; a value has at most two dotted parts (a real).
+constexpr size_t kMaxKeyParts = 1000;
+
+// The line of the first key of more than kMaxKeyParts parts, or 0.
+size_t LineOfOverlongKey(std::string_view text) {
+    size_t line = 1, dots = 0;
+    bool afterPart = false;  // the last thing seen, blanks aside, was a key part
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"' || c == '\'') {
+            const bool multi = text.substr(i, 3) == std::string(3, c);
+            const size_t quotes = multi ? 3 : 1;
+            size_t j = i + quotes;
+            for (; j < text.size(); ++j) {
+                if (text[j] == '\n' && !multi) break;  // an unfinished string: the parser says so
+                if (text[j] == '\n') ++line;
+                if (c == '"' && text[j] == '\\') {
+                    if (j + 1 < text.size() && text[j + 1] == '\n') ++line;
+                    ++j;
+                } else if (text.compare(j, quotes, text.substr(i, quotes)) == 0) {
+                    // Up to two quotes more before the closing three belong to the text.
+                    for (int extra = 0; multi && extra < 2 && j + 3 < text.size() && text[j + 3] == c; ++extra) ++j;
+                    j += quotes;
+                    break;
+                }
+            }
+            i = j - 1;
+            afterPart = true;
+        } else if (c == '#') {
+            while (i + 1 < text.size() && text[i + 1] != '\n') ++i;
+        } else if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-') {
+            afterPart = true;
+        } else if (c == '.' && afterPart) {
+            if (++dots >= kMaxKeyParts) return line;
+            afterPart = false;
+        } else if (c != ' ' && c != '\t') {
+            if (c == '\n') ++line;
+            dots = 0;
+            afterPart = false;
+        }
+    }
+    return 0;
+}
+
 }  // namespace
 
 CWorkspaceObject* Workspace::Find(const std::wstring& path) const {
@@ -419,6 +466,8 @@ bool WorkspaceLoad(const std::string& text, const std::string& source, Workspace
     if (root == nullptr) return error = source + ": out of memory", false;
     SmartPtr<IRunningObjectTableEx> table(static_cast<IRunningObjectTableEx*>(root));
     Loader loader{source, out, {}, {}, {}, {}};
+    if (const size_t line = LineOfOverlongKey(text))
+        return error = source + ":" + std::to_string(line) + ": a key of more than " + std::to_string(kMaxKeyParts) + " parts", false;
     try {
         const toml::table document = toml::parse(text, source);
         if (!loader.Document(document, root)) return error = loader.error, false;

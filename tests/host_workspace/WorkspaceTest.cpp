@@ -16,8 +16,22 @@ std::string Load(const std::string& text, std::vector<std::string>* warnings = n
     return error;
 }
 
+// A dotted key of `parts` parts.
+std::string Dotted(int parts) {
+    std::string key = "k";
+    for (int i = 1; i < parts; ++i) key += ".k";
+    return key;
+}
+
 TEST(WorkspaceFile, BadFilesNameTheLineAndTheProblem) {
+    const std::string object = "[[object]]\nname = \"A\"\n";
     const struct { std::string text; const char* error; } rows[] = {
+        // Keys too deep for the parser, wherever they stand; dots in texts and comments are no keys.
+        {object + Dotted(1001) + " = 1\n", "w.toml:3: a key of more than 1000 parts"},
+        {"# " + Dotted(2000) + "\n" + object + "t = \"\"\"\n" + Dotted(2000) + "\"\"\"\"\nu = '" + Dotted(2000) + "'\n[" +
+             Dotted(1001) + "]\n",
+         "w.toml:7: a key of more than 1000 parts"},
+        {object + "x = { " + Dotted(1001) + " = 1 }\n", "w.toml:3: a key of more than 1000 parts"},
         // The top level.
         {"", "w.toml:1: no [[object]] tables"},
         {"object = []\n", "w.toml:1: no [[object]] tables"},
