@@ -270,8 +270,12 @@ void CConsoleService::Close(Handle handle) {
     if (found == m_Tabs.end()) return;
     const Tab& tab = found->second;
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tab.opened).count();
-    ServerLog(LogLevel::kInfo, "console tab %s disconnected after %.3f s, %llu messages: %s", tab.peer.c_str(), seconds,
-              static_cast<unsigned long long>(tab.conversation ? tab.conversation->Messages() : 0), tab.ending.c_str());
+    const uint64_t messages = tab.conversation ? tab.conversation->Messages() : 0;
+    // A wrong token is worth a warning, as on the network: someone may be guessing.
+    const bool guessed = tab.ending == std::string("refused: ") + kAuthenticationFailed;
+    const LogLevel level = guessed ? LogLevel::kWarn : LogLevel::kInfo;
+    ServerLog(level, "console tab %s disconnected after %.3f s, %llu message%s: %s", tab.peer.c_str(), seconds,
+              static_cast<unsigned long long>(messages), messages == 1 ? "" : "s", tab.ending.c_str());
     m_Tabs.erase(found);
 }
 

@@ -313,8 +313,9 @@ void CClient::Finish(const char* how) {
     m_Closed = true;
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_Opened).count();
     const LogLevel level = std::strcmp(how, kAuthenticationFailed) == 0 ? LogLevel::kWarn : LogLevel::kInfo;
-    ServerLog(level, "%s disconnected after %.3f s, %llu messages: %s", m_Peer.c_str(), seconds,
-              static_cast<unsigned long long>(m_Conversation.Messages()), how);
+    const uint64_t messages = m_Conversation.Messages();
+    ServerLog(level, "%s disconnected after %.3f s, %llu message%s: %s", m_Peer.c_str(), seconds,
+              static_cast<unsigned long long>(messages), messages == 1 ? "" : "s", how);
     Close();
     m_Service.Closed(shared_from_this());
 }
@@ -367,8 +368,7 @@ void CService::Accept(asio::ip::tcp::acceptor& acceptor) {
                 asio::error_code ignored;
                 socket.non_blocking(true, ignored);
                 asio::write(socket, asio::buffer(out), ignored);
-                ServerLog(LogLevel::kWarn, "refused %s: already %zu clients (--max-clients)", Peer(*peer).c_str(),
-                          m_Clients.size());
+                Refused(Peer(*peer), "already " + std::to_string(m_Clients.size()) + " clients (--max-clients)");
                 socket.close(ignored);
             } else {
                 auto client = std::make_shared<CClient>(*this, std::move(socket), Peer(*peer));

@@ -1,26 +1,32 @@
 // wks-host: loads WKSProtocol.so as a host does, binds it to a workspace and runs a session on
 // standard input. Each line read is one message; each reply is written on a line of its own;
 // "?" answers a failed command; a message beginning with "Break" ends the session.
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "host/app/Endpoint.h"
+#include "host/app/LogOutput.h"
 #include "host/kit/Files.h"
 #include "host/app/ObjectFiles.h"
 #include "host/app/Server.h"
 #include "host/app/Transcript.h"
+#include "host/app/UnwaitingOutput.h"
 #include "host/kit/ModuleHost.h"
 #include "host/workspace/Workspace.h"
 
@@ -71,9 +77,9 @@ CLI::Validator EndpointCheck() {
 
 // An option that names a file: an empty value (an unset shell variable, say) is refused rather
 // than taken for the option's absence, which for --auth-file would mean no token at all.
-CLI::Validator NamesAFile() {
+CLI::Validator NamesAFile(const char* what = "file") {
     return CLI::Validator(
-        [](std::string& text) { return text.empty() ? std::string("an empty value names no file") : std::string(); }, "");
+        [what](std::string& text) { return text.empty() ? std::string("an empty value names no ") + what : std::string(); }, "");
 }
 
 // A count is decimal digits, checked before its range so that a word is not called out of range.
@@ -190,6 +196,7 @@ int ParseOptions(int argc, char** argv, Options& options) {
     CLI::Option* record = app.add_option("--record", options.recordFolder,
                    "write a transcript of every session (standard input included) into FOLDER, as it goes")
         ->type_name("FOLDER")
+        ->check(NamesAFile("folder"))
         ->check(CLI::ExistingDirectory);
     CLI::Option* replay = app.add_option("--replay", options.replay,
                    "run the messages of a recorded session against a fresh object and print where its answers differ "
@@ -300,9 +307,72 @@ StdinRead ReadStdin(char* buffer, const sigset_t& stops) {
     }
 }
 
+// Writes the answers of a session on standard input, waiting for room as long as the reader
+// takes, but once a stop signal has come, at most 2 s more, as the network service does: the
+// answers not taken by then are dropped (ETIMEDOUT). The wait for room is where a stop signal
+// ends it: writes themselves never wait, where the output's kind allows.
+int WriteAnswers(const std::string& out, const sigset_t& stops) {
+    static const UnwaitingOutput output = OutputWithoutWaiting(STDOUT_FILENO, true);
+    if (output.waits) return ServerWriteStdout(out);
+    std::chrono::steady_clock::time_point deadline{};
+    for (size_t done = 0; done < out.size();) {
+        const ssize_t n = WriteWithoutWaiting(output, out.data() + done, out.size() - done);
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+            continue;
+        }
+        if (n < 0 && errno == EINTR) continue;
+        if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) return n < 0 ? errno : EIO;
+        sigset_t running;  // the stop signals are not blocked in it
+        sigprocmask(SIG_BLOCK, &stops, &running);
+        timespec wait{};
+        const timespec* limit = nullptr;
+        if (gStopSignal != 0) {
+            const auto now = std::chrono::steady_clock::now();
+            if (deadline == std::chrono::steady_clock::time_point{}) deadline = now + std::chrono::seconds(2);
+            const int64_t left = std::max<int64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(deadline - now).count(), 0);
+            wait = timespec{static_cast<time_t>(left / 1000000000), static_cast<long>(left % 1000000000)};
+            limit = &wait;
+        }
+        pollfd room{output.fd, POLLOUT, 0};
+        const int polled = ppoll(&room, 1, limit, &running);  // a stop signal ends the wait
+        sigprocmask(SIG_SETMASK, &running, nullptr);
+        if (polled == 0) return ETIMEDOUT;
+    }
+    return 0;
+}
+
+// A standard descriptor that came closed is held by /dev/null, opened for reading only: the
+// files the host opens never take its number (answers written into a transcript, a log line into
+// a state file), and it still behaves as closed: reading it finds the end, writing it fails.
+void HoldClosedStandardDescriptors() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) >= 0 || errno != EBADF) continue;
+        const int held = open("/dev/null", O_RDONLY);
+        if (held >= 0 && held != fd) {
+            dup2(held, fd);
+            close(held);
+        }
+    }
+}
+
+int Run(int argc, char** argv);
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    HoldClosedStandardDescriptors();
+    try {
+        return Run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "wks-host: out of memory\n");
+        return 1;
+    }
+}
+
+namespace {
+
+int Run(int argc, char** argv) {
     // A reader that goes away (a closed pipe on standard output) must not end the service.
     signal(SIGPIPE, SIG_IGN);
     Options options;
@@ -319,8 +389,15 @@ int main(int argc, char** argv) {
     // Messages name them as the user wrote them.
     const Options shown = options;
     for (std::string* path :
-         {&options.state, &options.importXml, &options.exportXml, &options.authFile, &options.recordFolder, &options.replay})
+         {&options.state, &options.importXml, &options.exportXml, &options.authFile, &options.recordFolder, &options.replay}) {
         *path = AbsolutePath(*path);
+        // Left relative when the folder the host was started in is gone: it would be taken as
+        // relative to the program's own folder once the host moves there.
+        if (path->empty() || path->front() == '/') continue;
+        std::fprintf(stderr, "wks-host: %s: the current folder cannot be found (%s): name the file from /\n", path->c_str(),
+                     std::strerror(errno));
+        return 2;
+    }
     // The export is written over whatever its file held: never over a file the host reads.
     for (const auto& [read, option] :
          {std::pair{&options.state, "--state"}, {&options.workspace, "--workspace"}, {&options.authFile, "--auth-file"}}) {
@@ -530,7 +607,7 @@ int main(int argc, char** argv) {
     std::vector<char> buffer(kStdinRead);
     std::string out;
     prompt(out);
-    int written = ServerWriteStdout(out);
+    int written = WriteAnswers(out, stops);
     bool unreadable = false;
     for (bool goOn = written == 0; goOn;) {
         out.clear();
@@ -542,19 +619,25 @@ int main(int argc, char** argv) {
                 unreadable = true;
             }
             conversation.End(out);
-            written = ServerWriteStdout(out);
+            written = WriteAnswers(out, stops);
             break;
         }
         goOn = conversation.Feed(std::string_view(buffer.data(), read.bytes), out);
         if (handled) saveState();
         handled = false;
-        written = ServerWriteStdout(out);
+        written = WriteAnswers(out, stops);
         goOn = goOn && written == 0;
     }
     // Nobody reads the answers any more (a closed pipe): the session ends as at the input's end.
     // Answers that cannot be written otherwise (a full disk) are an error.
-    const bool answered = written == 0 || written == EPIPE;
+    if (written == ETIMEDOUT) {  // standard error may be the same full pipe: the note never waits
+        static const char kDropped[] = "wks-host: standard output took no answers for 2 s after the stop: the rest are dropped\n";
+        LogOutputWrite(kDropped, sizeof kDropped - 1);
+    }
+    const bool answered = written == 0 || written == EPIPE || written == ETIMEDOUT;
     if (!answered) std::fprintf(stderr, "wks-host: cannot write standard output: %s; the session ends here\n", std::strerror(written));
     const bool saved = finalSave();  // the session, the workspace and then the module's hold on the collection are let go
     return answered && saved && !unreadable ? 0 : 1;
 }
+
+}  // namespace

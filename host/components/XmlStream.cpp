@@ -290,7 +290,7 @@ std::string CheckRoot(const pugi::xml_document& xml, std::string_view utf8) {
     if (std::strcmp(root.name(), kRootName) != 0) return "the root element is not <wks version=\"1\">" + at(root);
     const pugi::xml_attribute version = root.attribute("version");
     if (!version || std::strcmp(version.value(), kVersion) != 0)
-        return "the root element <wks> has not version=\"1\"" + at(root);
+        return "the root element <wks> lacks version=\"1\"" + at(root);
     return std::string();
 }
 

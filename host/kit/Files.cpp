@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -64,7 +65,11 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
         // A regular file's size is known before reading it; a pipe or device is counted as it comes.
         if (S_ISREG(status.st_mode)) {
             if (static_cast<uint64_t>(status.st_size) > limit) return refuse("more than " + std::to_string(limit) + " bytes");
-            bytes.reserve(static_cast<size_t>(status.st_size));
+            try {
+                bytes.reserve(static_cast<size_t>(status.st_size));
+            } catch (const std::bad_alloc&) {
+                return refuse("out of memory for its " + std::to_string(status.st_size) + " bytes");
+            }
         }
     }
     char buffer[65536];
@@ -73,7 +78,11 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
         if (got == 0) break;
         if (got > 0) {
             if (bytes.size() + static_cast<size_t>(got) > limit) return refuse("more than " + std::to_string(limit) + " bytes");
-            bytes.append(buffer, static_cast<size_t>(got));
+            try {
+                bytes.append(buffer, static_cast<size_t>(got));
+            } catch (const std::bad_alloc&) {
+                return refuse("out of memory after " + std::to_string(bytes.size()) + " bytes");
+            }
         } else {
             // Interrupted too: a pipe that keeps a program waiting as it starts gives way to a
             // stop signal (regular files are never interrupted).

@@ -195,6 +195,7 @@ TEST(WksHost, SessionsAndRefusals) {
         // An empty file name (an unset variable) is no absent option: no token would be asked.
         {"--auth-file '' --listen 0", 2, "wks-host: --auth-file: an empty value names no file\nRun with --help for more information.\n"},
         {"--state ''", 2, nullptr},
+        {"--record ''", 2, "wks-host: --record: an empty value names no folder\nRun with --help for more information.\n"},
         {"--auth-file e2e-session.txt < /dev/null", 2,
          "wks-host: --auth-file: guards the network: it needs --listen or --http\nRun with --help for more information.\n"},
         {"--idle-timeout 5 < /dev/null", 0, "wks-host: warning: --idle-timeout has no effect without --listen or --http\n"},
@@ -233,6 +234,36 @@ TEST(WksHost, SessionsAndRefusals) {
     for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt", "e2e-ends.txt", "e2e-bom.txt", "e2e-long.txt",
                              "e2e-limit.wksrec", "e2e-v12.wksrec", "e2e-crlf.wksrec", "e2e-cut.wksrec"})
         std::remove(file);
+}
+
+// Standard output full and nobody reading it: a stop still ends the session, 2 s after it at the
+// most, with the state saved. A closed standard output is an error, never another file's
+// descriptor (the transcript's). Relative file names need the folder the host started in.
+TEST(WksHost, OutputsThatTakeNothingEndTheSession) {
+    {
+        std::ofstream many("e2e-many.txt");
+        many << "Var1=9\n";
+        for (int i = 0; i < 100000; ++i) many << "Station.ResultsView?\n";
+    }
+    std::remove("e2e-full.wks");
+    int status = -1;
+    const std::string stopped = Output(
+        "rm -f e2e-full && mkfifo e2e-full && { ./wks-host --state e2e-full.wks < e2e-many.txt > e2e-full 2> e2e-full.err & "
+        "host=$!; exec 3< e2e-full; (sleep 20; kill -KILL $host) >/dev/null 2>&1 & watchdog=$!; "
+        "while [ ! -s e2e-full.wks ]; do sleep 0.05; done; sleep 0.3; kill -TERM $host; wait $host; echo \"status $?\"; "
+        "kill $watchdog; cat e2e-full.err; }",
+        status);
+    EXPECT_EQ(stopped, "status 0\nwks-host: standard output took no answers for 2 s after the stop: the rest are dropped\n");
+    EXPECT_EQ(Output("printf 'Var1?\\n' | ./wks-host --no-prompt --state e2e-full.wks", status), "Var1=9\n");
+
+    EXPECT_EQ(Output("mkdir -p e2e-closed-rec && ./wks-host --no-prompt --record e2e-closed-rec < e2e-many.txt 2>&1 >&-", status),
+              "wks-host: cannot write standard output: Bad file descriptor; the session ends here\n");
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(Output("W=$PWD/wks-host; mkdir e2e-vanished && cd e2e-vanished && rmdir ../e2e-vanished && "
+                     "$W --state s.wks < /dev/null 2>&1", status),
+              "wks-host: s.wks: the current folder cannot be found (No such file or directory): name the file from /\n");
+    EXPECT_EQ(status, 2);
+    Output("rm -rf e2e-many.txt e2e-full e2e-full.wks e2e-full.err e2e-closed-rec", status);
 }
 
 }  // namespace
