@@ -559,7 +559,8 @@ sigset_t ServerStopSignals(bool hangup) {
 }
 
 std::string ServerSuppressed(unsigned suppressed) {
-    return suppressed ? " (" + std::to_string(suppressed) + " more refusals not shown)" : "";
+    if (suppressed == 0) return std::string();
+    return " (" + std::to_string(suppressed) + (suppressed == 1 ? " more refusal" : " more refusals") + " not shown)";
 }
 
 namespace {

@@ -108,7 +108,7 @@ int ParseOptions(int argc, char** argv, Options& options) {
         "Loads WKSProtocol.so from the program's folder, binds a WKSProtocol object to a workspace and runs a "
         "session on standard input (and, with --listen, for TCP clients): every line is one message, its replies "
         "are written as one block (--framing), \"?\" answers a failed command, and a line beginning with "
-        "\"Break\" ends the session.",
+        "\"Break\" or a beginning of it (\"b\", \"Br\", ..., any case) ends the session.",
         "wks-host"};
     app.set_version_flag("--version", "wks-host " WKS_VERSION);
     app.add_option("--workspace", options.workspace,
@@ -194,7 +194,8 @@ int ParseOptions(int argc, char** argv, Options& options) {
                                            "the default), warning or error")
         ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
     CLI::Option* record = app.add_option("--record", options.recordFolder,
-                   "write a transcript of every session (standard input included) into FOLDER, as it goes")
+                   "write a transcript of every session (standard input included) into FOLDER, which must exist, "
+                   "as it goes")
         ->type_name("FOLDER")
         ->check(NamesAFile("folder"))
         ->check(CLI::ExistingDirectory);

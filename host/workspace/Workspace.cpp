@@ -352,6 +352,10 @@ struct Loader {
                     if (name.str().empty() || name.str().find_first_of("[]") != std::string_view::npos)
                         return Fail(folder, "mapping name '" + Shown(name.str()) + "' must be non-empty and without [ ]");
                     if (text->get().empty()) return Fail(folder, "mapping '" + Shown(name.str()) + "' names no directory");
+                    // A saved name is matched against whole paths: a relative directory would match none.
+                    if (text->get().front() != '/')
+                        return Fail(folder, "mapping '" + Shown(name.str()) + "' must be an absolute directory, not '" +
+                                                Shown(text->get()) + "'");
                     found.push_back({name.source().begin, {Wide(name.str()), Wide(text->get())}});
                 }
                 std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) {

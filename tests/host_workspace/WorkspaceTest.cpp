@@ -49,6 +49,7 @@ TEST(WorkspaceFile, BadFilesNameTheLineAndTheProblem) {
         {"[registry.mappings]\nData = 1\n", "w.toml:2: mapping 'Data' must be a text, not an integer"},
         {"[registry.mappings]\n\"D]\" = \"/d\"\n", "w.toml:2: mapping name 'D]' must be non-empty and without [ ]"},
         {"[registry.mappings]\nData = \"\"\n", "w.toml:2: mapping 'Data' names no directory"},
+        {"[registry.mappings]\nData = \"srv\"\n", "w.toml:2: mapping 'Data' must be an absolute directory, not 'srv'"},
         {"[[object]\nname = \"A\"\n", "w.toml:1: "},
         // Keys of the wrong type, unknown, or not taken by the kind.
         {"[[object]]\nkind = \"step\"\n", "w.toml:1: object without a name"},
