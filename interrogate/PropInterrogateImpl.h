@@ -194,7 +194,7 @@ public:
         for (int32_t i = 0; i < m_ItemCount; ++i) {
             PROPERTYITEM* item = m_Items[i];
             const int32_t type = ValueTypeOf(static_cast<int32_t>(item->Flags));
-            if ((item->Flags & UIPROP_TRANSIENT) || type > VALUE_OBJECT) continue;
+            if (!Persisted(item, VALUE_OBJECT)) continue;
             SmartPtr<IString> caption = Caption(table.get(), item->ID);
             SmartPtr<IFolderStream> child;
             folder->OpenChild(caption.get(), 0, child.Out());
@@ -269,7 +269,7 @@ public:
         for (int32_t i = 0; i < m_ItemCount; ++i) {
             PROPERTYITEM* item = m_Items[i];
             const int32_t type = ValueTypeOf(static_cast<int32_t>(item->Flags));
-            if ((item->Flags & UIPROP_TRANSIENT) || type > VALUE_STRING) continue;
+            if (!Persisted(item, VALUE_STRING)) continue;
             SmartPtr<IString> text;
             if (type <= VALUE_INT32) {
                 int32_t number = 0;
@@ -302,11 +302,10 @@ public:
         while (scan.Next(&tag, &content)) {
             // Each element asks the table for the captions of the items it is compared with, in
             // table order, up to the first that matches: the table is asked as the steps compare.
-            // Items the XML form does not hold (transient ones, types above 6) take no part.
+            // Items the XML form does not hold take no part.
             PROPERTYITEM* item = nullptr;
             for (int32_t i = 0; i < m_ItemCount && item == nullptr; ++i) {
-                if ((m_Items[i]->Flags & UIPROP_TRANSIENT) || ValueTypeOf(static_cast<int32_t>(m_Items[i]->Flags)) > VALUE_STRING)
-                    continue;
+                if (!Persisted(m_Items[i], VALUE_STRING)) continue;
                 SmartPtr<IString> name = XmlCaption(table.get(), m_Items[i]->ID);
                 CREFString caption(name.get());
                 if (caption.length == tag.length && caption.CompareI(tag, 0) == S_OK) item = m_Items[i];
@@ -468,6 +467,10 @@ protected:
     int32_t m_ItemCapacity = 0;
 
 private:
+    // Whether a form that holds types up to `lastType` saves and loads `item`: never a transient one.
+    static bool Persisted(const PROPERTYITEM* item, int32_t lastType) {
+        return !(item->Flags & UIPROP_TRANSIENT) && ValueTypeOf(static_cast<int32_t>(item->Flags)) <= lastType;
+    }
     static HRESULT Range(int32_t* minimum, int32_t* maximum, int32_t low, int32_t high, HRESULT hr) {
         if (minimum) *minimum = low;
         if (maximum) *maximum = high;
