@@ -397,7 +397,7 @@ protected:
     // The caption-table text under the id's decimal text, else that text itself.
     static SmartPtr<IString> Caption(INamedCollection* table, int32_t id) {
         SmartPtr<IString> key(ISCreate(id));
-        int32_t index = -1;
+        int32_t index = 0;
         if (table && key && table->get_Index(key.get(), &index) >= 0) {
             SmartPtr<IUnknown> entry;
             table->get_Item(index, entry.Out());

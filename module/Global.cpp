@@ -114,7 +114,7 @@ IComponentString* FindParametersCreatable() {
     if (!name) return nullptr;
     SmartPtr<IComponentCollection> collection(GLOBALComponents());
     if (!collection) return nullptr;
-    int32_t index = -1;
+    int32_t index = 0;
     if (collection->get_Index(name.get(), &index) < 0) return nullptr;
     SmartPtr<IUnknown> item;
     collection->get_Item(index, item.Out());

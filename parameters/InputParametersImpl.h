@@ -140,7 +140,7 @@ private:
 
     static SmartPtr<IDataStream> FindSection(INamedCollection* entries, const char* name) {
         SmartPtr<IString> text = SectionName(name);
-        int32_t index = -1;
+        int32_t index = 0;
         if (!text || entries->get_Index(text.get(), &index) < 0) return SmartPtr<IDataStream>();
         SmartPtr<IUnknown> entry;
         entries->get_Item(index, entry.Out());

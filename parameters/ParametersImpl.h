@@ -334,7 +334,7 @@ public:
         for (int32_t i = 0; i < count && entries; ++i) {
             SmartPtr<IString> name;
             Owner().get_ItemName(i, name.Out());
-            int32_t index = -1;
+            int32_t index = 0;
             if (!name || entries->get_Index(name.get(), &index) < 0) continue;
             SmartPtr<IUnknown> entry;
             entries->get_Item(index, entry.Out());

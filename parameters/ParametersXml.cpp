@@ -163,7 +163,7 @@ HRESULT PARAMETERSSaveXML(IParametersCreatable* parameters, IDataStream* stream,
 HRESULT PARAMETERSLoadXML(IParametersCreatable* parameters, IDataStream* stream, int32_t mode) {
     const bool rebuild = (mode & PERSIST_REBUILD) != 0;
     ForEachElement(parameters, stream, rebuild, [&](IXMLStream* xml, const tagREFString& element, IString* name) {
-        int32_t index = -1;
+        int32_t index = 0;
         if (rebuild) {
             // Its index stands as the value until a value is read.
             parameters->get_Count(&index);
@@ -220,7 +220,7 @@ HRESULT PARAMETERSLoadXMLObjects(IParametersCreatable* parameters, IDataStream* 
         SmartPtr<IUnknown> object, descriptor;
         int32_t flags = 0;
         bool readChildren = true;
-        int32_t index = -1;
+        int32_t index = 0;
         if (mode & PERSIST_IN_PLACE) {
             if (parameters->get_Index(name, &index) >= 0) parameters->get_Item(index, object.Out());
             else readChildren = false;

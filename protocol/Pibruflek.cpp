@@ -202,7 +202,7 @@ private:
     // A first name that is one of the protocol object's own parameters addresses that parameter:
     // its value becomes the target and the search goes on, if at all, in the object's collection.
     bool TakeOwnParameter(SmartPtr<IString>&& key, CREFString& line) {
-        int32_t index = -1;
+        int32_t index = 0;
         if (!key || m_Owner.get_Index(key.get(), &index) < 0) return false;
         m_Held.Reset();  // the owner's collection lives as long as the caller's reference
         m_Current = static_cast<INamedCollection*>(m_Owner.OwnParameters());
@@ -216,10 +216,10 @@ private:
     // and makes the object found the target.
     HRESULT Step(IString* key) {
         SmartPtr<IUnknown> found;
-        int32_t index = -1;
+        int32_t index = 0;
         if (m_Tabs) {
             if (key == nullptr || m_Tabs->get_Index(key, &index) < 0) return E_FAIL;
-            int32_t active = -1;
+            int32_t active = 0;
             m_Tabs->get_ActiveIndex(&active);
             if (active != index) m_Tabs->put_ActiveIndex(index, 1);
             if (m_Selector) m_Selector->get_SelectedObject(found.Out());
@@ -386,7 +386,7 @@ HRESULT CWKSProtocol::Assign(CREFString value, const CPathWalk& walk, const Comm
         if (SmartPtr<IToolbarHost> host = QueryAs<IToolbarHost>(walk.first.get(), IID_IToolbarHost)) host->put_ButtonState(id, state);
         else facets.button->put_Attribute(15, state);
     } else if (IParameters* parameters = parametersOf()) {
-        int32_t index = -1, flags = 0;
+        int32_t index = 0, flags = 0;
         parameters->get_Index(walk.ownName.get(), &index);
         parameters->get_ItemFlags(index, &flags);
         SmartPtr<IVariant> converted = ConvertAssigned(value, ValueTypeOf(flags));

@@ -130,7 +130,7 @@ void CWKSProtocol::AddEnumeratedReturnStyle() {
     SmartPtr<IUnknown> item;
     if (strings) {
         key.Attach(ISCreate(102));
-        int32_t index = -1;
+        int32_t index = 0;
         if (strings->get_Index(key.get(), &index) >= 0) {
             strings->get_Item(index, item.Out());
             choices = QueryAs<IString>(item.get(), IID_IString);
@@ -187,7 +187,7 @@ HRESULT CWKSProtocol::Bind(INamedCollection* collection, IUnknown*) {
         // A collection that is no super collection offers no search: the input stays unbound.
         SmartPtr<ISuperCollection> super = QueryAs<ISuperCollection>(collection, IID_ISuperCollection);
         if (!super || super->CollectionLock() < 0) continue;
-        int32_t index = -1;
+        int32_t index = 0;
         SmartPtr<IUnknown> found;
         if (super->FindByInterface(&iid, 0, 0, &index) >= 0 && super->get_Item(index, found.Out()) >= 0)
             input->put_Moniker(found.get());
@@ -220,7 +220,7 @@ HRESULT CWKSProtocol::Load(IDataStream* stream, int32_t) {
     SmartPtr<INamedCollection> entries = QueryAs<INamedCollection>(folder.get(), IID_INamedCollection);
     SmartPtr<IUnknown> entry;
     SmartPtr<IDataStream> child;
-    int32_t index = -1;
+    int32_t index = 0;
     if (entries && entries->get_Index(WideName(L"Parameters").get(), &index) >= 0) {
         entries->get_Item(index, entry.Out());
         if ((child = QueryAs<IDataStream>(entry.get(), IID_IDataStream))) Params_LoadFolderStream(child.get(), PERSIST_REBUILD);

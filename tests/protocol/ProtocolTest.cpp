@@ -313,6 +313,57 @@ TEST_F(Protocol, PathsAskEveryObjectTheSameInterfacesInOrder) {
     inputs->put_InputObject(0, nullptr);
 }
 
+// Out-parameters start at 0: where the host writes no index, the command goes on with index 0.
+TEST_F(Protocol, AnIndexTheHostLeavesUnwrittenIsZero) {
+    // The table of names, and the tab collection "Tabs" whose host cannot say which tab is active.
+    class Names final : public FakeNamed<ITabCollection> {
+    public:
+        explicit Names(bool tabs) : m_Tabs(tabs) {}
+        void Add(const wchar_t* name, IUnknown* item) { m_Items.emplace_back(name, SmartPtr<IUnknown>()).second.Assign(item); }
+        bool Answers(const IID& iid) override {
+            return iid == IID_INamedCollection || (m_Tabs ? iid == IID_ITabCollection : iid == IID_IRunningObjectTableEx);
+        }
+        HRESULT get_Item(int32_t index, IUnknown** item) override {
+            *item = m_Items.at(static_cast<size_t>(index)).second.get();
+            (*item)->AddRef();
+            return S_OK;
+        }
+        HRESULT get_Index(IUnknown* key, int32_t* index) override {
+            const std::wstring name = TextOf(QueryAs<IString>(key, IID_IString).get());
+            for (size_t i = 0; i < m_Items.size(); ++i)
+                if (m_Items[i].first == name) return *index = static_cast<int32_t>(i), S_OK;
+            return E_FAIL;
+        }
+        HRESULT get_ActiveIndex(int32_t*) override { return E_NOTIMPL; }
+        HRESULT put_ActiveIndex(int32_t, int32_t) override { return ++activated, S_OK; }
+        int activated = 0;
+
+    private:
+        bool m_Tabs;
+        std::vector<std::pair<std::wstring, SmartPtr<IUnknown>>> m_Items;
+    };
+    SmartPtr<IUnknown> other;
+    IID iid = IID_IUnknown;
+    ASSERT_EQ(CObject<CWKSProtocol>::_CreateInstance(nullptr, &iid, other.OutVoid()), S_OK);
+    SmartPtr<Names> root(new Names(false)), tabs(new Names(true));
+    root->Add(L"Other", other.get());
+    root->Add(L"Tabs", static_cast<ITabCollection*>(tabs.get()));
+    tabs->Add(L"Page", other.get());
+    using Parse = HRESULT (*)(void*, CREFString, IRunningObjectTableEx*);
+    SmartPtr<IUnknown> self = QueryAs<IUnknown>(m_Manager.get(), IID_IUnknown);
+    const auto parse = [&](const wchar_t* line) {
+        return Slot<Parse>(self.get(), 15)(self.get(), CREFString(line), reinterpret_cast<IRunningObjectTableEx*>(root.get()));
+    };
+
+    // "Other" is no own parameter: its collection is asked for a null name, finds none, writes no
+    // index, and the value goes to item 0.
+    EXPECT_EQ(parse(L"Other=5"), S_OK);
+    EXPECT_EQ(Listed(QueryAs<INamedCollection>(other.get(), IID_INamedCollection).get()), L"Var1=5 Var2=Hello ");
+    // The first tab was asked for and the active one is unknown: 0 it is, and nothing is switched.
+    EXPECT_EQ(parse(L"Tabs.Page?"), S_OK);
+    EXPECT_EQ(tabs->activated, 0);
+}
+
 // Loading takes over the inputs object it reads, with exactly one reference: it is the object's
 // inputs from then on and is released with the object.
 TEST_F(Protocol, LoadKeepsTheInputsItReads) {
