@@ -135,7 +135,7 @@ private:
     std::vector<std::unique_ptr<asio::ip::tcp::acceptor>> m_Acceptors;
     std::unique_ptr<CConsole> m_Console;
     std::unordered_set<std::shared_ptr<CClient>> m_Clients;
-    CRateLimit m_RefusalLog;
+    CRateLimit m_RefusalLog, m_AcceptLog;
     // Saving is coalesced: at most once per kSavePause, whatever the number of messages.
     asio::steady_timer m_SaveTimer;
     bool m_SavePending = false;
@@ -376,8 +376,12 @@ void CService::Accept(asio::ip::tcp::acceptor& acceptor) {
                 client->Start();
             }
         } else if (error != asio::error::operation_aborted) {
-            // Out of file descriptors, say: try again a little later rather than spin.
-            ServerLog(LogLevel::kWarn, "accepting failed: %s", error.message().c_str());
+            // Out of file descriptors, say: try again a little later rather than spin, and say so
+            // at most once a second.
+            unsigned suppressed = 0;
+            if (m_AcceptLog.Allow(suppressed))
+                ServerLog(LogLevel::kWarn, "accepting failed: %s%s", error.message().c_str(),
+                          ServerSuppressed(suppressed, "failure").c_str());
             auto pause = std::make_shared<asio::steady_timer>(m_Io, std::chrono::milliseconds(100));
             pause->async_wait([this, &acceptor, pause](const asio::error_code&) {
                 if (acceptor.is_open()) Accept(acceptor);
@@ -558,9 +562,9 @@ sigset_t ServerStopSignals(bool hangup) {
     return stops;
 }
 
-std::string ServerSuppressed(unsigned suppressed) {
+std::string ServerSuppressed(unsigned suppressed, const char* what) {
     if (suppressed == 0) return std::string();
-    return " (" + std::to_string(suppressed) + (suppressed == 1 ? " more refusal" : " more refusals") + " not shown)";
+    return " (" + std::to_string(suppressed) + " more " + what + (suppressed == 1 ? "" : "s") + " not shown)";
 }
 
 namespace {

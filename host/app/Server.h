@@ -41,8 +41,8 @@ private:
     std::chrono::steady_clock::time_point m_Last{};
     unsigned m_Suppressed = 0;
 };
-// " (N more refusals not shown)", or nothing for 0.
-std::string ServerSuppressed(unsigned suppressed);
+// " (N more refusals not shown)", or nothing for 0; `what` names one of them.
+std::string ServerSuppressed(unsigned suppressed, const char* what = "refusal");
 
 // The signals that stop the host: SIGINT, SIGTERM, and SIGHUP with `hangup`.
 sigset_t ServerStopSignals(bool hangup);

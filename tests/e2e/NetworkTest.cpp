@@ -31,7 +31,8 @@ namespace {
 // A wks-host serving an ephemeral loopback port; stopped with SIGTERM when it goes.
 class Server {
 public:
-    explicit Server(const std::string& options) {
+    // `shell` runs before the host, in the shell that starts it (to lower a limit, say).
+    explicit Server(const std::string& options, const std::string& shell = "") {
         int err[2];
         if (pipe(err) != 0) return;
         m_Pid = fork();
@@ -40,7 +41,7 @@ public:
             close(err[0]);
             std::freopen("/dev/null", "r", stdin);
             std::freopen("/dev/null", "w", stdout);
-            const std::string command = "exec ./wks-host --no-prompt --listen 127.0.0.1:0 " + options;
+            const std::string command = shell + " exec ./wks-host --no-prompt --listen 127.0.0.1:0 " + options;
             execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
             _exit(127);
         }
@@ -305,6 +306,28 @@ TEST(Network, LimitsDropOnlyTheClientThatPassesThem) {
     server.Stop();
     EXPECT_NE(server.Log().find("dropped: it does not read its answers"), std::string::npos) << server.Log();
     EXPECT_NE(server.Log().find("already 3 clients"), std::string::npos) << server.Log();
+}
+
+// Out of descriptors, the host cannot take new clients: it says so at most once a second, keeps
+// the clients it has, and takes new ones again once descriptors are free.
+TEST(Network, FailedAcceptsAreLoggedOnceASecond) {
+    Server server("", "ulimit -n 32;");
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 40; ++i) clients.push_back(std::make_unique<Client>(server.Port()));
+    clients.front()->Send("Var1?\n");
+    EXPECT_EQ(clients.front()->Receive(10), "Var1=100\n\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    clients.resize(1);
+    Client later(server.Port());
+    later.Send("Var1?\n");
+    EXPECT_EQ(later.Receive(10), "Var1=100\n\n");
+    server.Stop();
+    size_t lines = 0;
+    for (size_t at = server.Log().find("accepting failed"); at != std::string::npos; at = server.Log().find("accepting failed", at + 1))
+        ++lines;
+    EXPECT_GE(lines, 1u) << server.Log();
+    EXPECT_LE(lines, 3u) << server.Log();
+    EXPECT_NE(server.Log().find("more failures not shown"), std::string::npos) << server.Log();
 }
 
 // A client that sends one line at a time and reads nothing is held back too: its reads end at a
