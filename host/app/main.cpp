@@ -568,9 +568,17 @@ int Run(int argc, char** argv) {
                 std::fprintf(stderr, "wks-host: %s: %s\n", shown.authFile.c_str(), why.c_str());
                 return 1;
             }
+            if (token.compare(0, 3, "\xEF\xBB\xBF") == 0) token.erase(0, 3);  // an editor's byte order mark
             token = token.substr(0, token.find_first_of("\r\n"));
             if (token.empty()) {
                 std::fprintf(stderr, "wks-host: %s: no token on its first line\n", shown.authFile.c_str());
+                return 1;
+            }
+            // "AUTH <token>" is a line like any other: a token it cannot hold could never be sent.
+            const size_t limit = server.conversation.maxLine;
+            if (token.size() + 5 > limit) {
+                std::fprintf(stderr, "wks-host: %s: a token of %zu bytes does not fit in a line of at most %zu (--max-line)\n",
+                             shown.authFile.c_str(), token.size(), limit);
                 return 1;
             }
             server.conversation.token = token;

@@ -205,6 +205,9 @@ TEST(WksHost, SessionsAndRefusals) {
         {"--record ''", 2, "wks-host: --record: an empty value names no folder\nRun with --help for more information.\n"},
         {"--auth-file e2e-session.txt < /dev/null", 2,
          "wks-host: --auth-file: guards the network: it needs --listen or --http\nRun with --help for more information.\n"},
+        // "AUTH Lamp=1" is 11 bytes: no client could send it in lines of 10.
+        {"--auth-file e2e-session.txt --listen 0 --max-line 10 < /dev/null", 1,
+         "wks-host: e2e-session.txt: a token of 6 bytes does not fit in a line of at most 10 (--max-line)\n"},
         {"--idle-timeout 5 < /dev/null", 0, "wks-host: warning: --idle-timeout has no effect without --listen or --http\n"},
         {"--replay e2e-ends.txt --listen 0", 2, "wks-host: --listen excludes --replay\nRun with --help for more information.\n"},
         {"--max-line 0", 2, nullptr},
