@@ -75,6 +75,13 @@ void CConversation::AnswerSkipped(std::string& out) {
     if (m_Transcript) m_Transcript->Answer(std::string_view(out).substr(before, m_AnswerEnd - before));
 }
 
+void CConversation::Record(std::unique_ptr<CTranscript> transcript) {
+    m_Transcript = std::move(transcript);
+    SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(m_Object.Manager(), IID_IUIPropInterrogate);
+    int32_t style = 0;
+    if (m_Transcript && settings && settings->Inquire(kReturnStyleItem, &style) >= 0) m_Transcript->ReturnStyle(style);
+}
+
 void CConversation::Answered(std::string& out) {
     m_Block.Finish(out);
     m_AnswerEnd = out.size();

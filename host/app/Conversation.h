@@ -61,8 +61,8 @@ public:
     // answer to `out`; the conversation is over.
     void End(std::string& out);
 
-    // Records every line and its answer from now on.
-    void Record(std::unique_ptr<CTranscript> transcript) { m_Transcript = std::move(transcript); }
+    // Records every line and its answer from now on, after the object's reply style of the moment.
+    void Record(std::unique_ptr<CTranscript> transcript);
 
     // Why it ended: "break", kAuthenticationFailed, or another error sent (empty while it goes on).
     const std::string& Ending() const { return m_Ending; }

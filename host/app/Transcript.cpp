@@ -143,6 +143,8 @@ void CTranscript::Answer(std::string_view bytes) {
 
 void CTranscript::Refused(std::string_view why) { Write("# refused: " + Escape(why) + "\n"); }
 
+void CTranscript::ReturnStyle(int32_t style) { Write("# return-style " + std::to_string(style) + "\n"); }
+
 int ReplayTranscript(const std::string& path, const std::string& name, CProtocolSession& object, std::string& report) {
     std::string text, why;
     if (!ReadWholeFile(path, text, why)) return report = name + ": " + why, 2;
@@ -154,6 +156,7 @@ int ReplayTranscript(const std::string& path, const std::string& name, CProtocol
     if (firstLine != kHeader) return report = name + ": a transcript of another version (" + firstLine + ")", 2;
     if (text.back() != '\n') return report = name + ": its last line is cut short (the file ends in the middle of it)", 2;
     ConversationOptions options;
+    int32_t style = -1;  // the reply style to begin with; -1: the object's own
     struct Step {
         std::string message, recorded;
         size_t line;
@@ -178,6 +181,9 @@ int ReplayTranscript(const std::string& path, const std::string& name, CProtocol
             else if (line == "# guard off") options.guard = false;  // standard input takes any first line
             else if (line.rfind("# max-line ", 0) == 0 && !MaxLine(line.substr(11), options.maxLine))
                 return report = name + ":" + std::to_string(number) + ": max-line is not a count of bytes", 2;
+            else if (line == "# return-style 0" || line == "# return-style 1") style = line.back() - '0';
+            else if (line.rfind("# return-style ", 0) == 0)
+                return report = name + ":" + std::to_string(number) + ": unknown return style (0 or 1)", 2;
             else if (line.rfind("# refused: ", 0) == 0) steps.push_back({std::string(), std::string(), number, true});
             continue;  // other remarks (the peer) are for the reader
         }
@@ -188,13 +194,18 @@ int ReplayTranscript(const std::string& path, const std::string& name, CProtocol
             return report = name + ":" + std::to_string(number) + ": not a transcript event", 2;
         if (line[blank + 1] == '>') {
             steps.push_back({bytes, std::string(), number});
-        } else if (!steps.empty()) {
+        } else if (steps.empty()) {
+            return report = name + ":" + std::to_string(number) + ": an answer before any message", 2;
+        } else {
             steps.back().recorded += bytes;
         }
     }
     // A line that had to authenticate is recorded as "AUTH *" or "AUTH -" whatever its length: a
     // limit shorter than that must not refuse it here.
     if (!options.token.empty()) options.maxLine = std::max(options.maxLine, std::strlen("AUTH -"));
+    SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(object.Manager(), IID_IUIPropInterrogate);
+    if (style >= 0 && (!settings || settings->Control(kReturnStyleItem, style) < 0))
+        return report = name + ": the object's reply style cannot be set", 2;
     CConversation conversation(object, options, nullptr);
     int differences = 0, messages = 0;
     for (const Step& step : steps) {

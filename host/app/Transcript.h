@@ -7,6 +7,7 @@
 //   # peer 127.0.0.1:41234
 //   # auth                       (only when the session had to authenticate first)
 //   # guard off                  (standard input: a first line of another protocol is a message)
+//   # return-style 1             (the object's reply style when the session began: 0 CSV, 1 INI)
 //   2026-11-23T19:50:01.123+0000 > Lamp=1
 //   2026-11-23T19:50:01.123+0000 < \n
 // ">" is one message as it was received (without its line end), "<" the bytes sent in answer.
@@ -40,6 +41,7 @@ public:
     void Message(std::string_view line);
     void Answer(std::string_view bytes);
     void Refused(std::string_view why);
+    void ReturnStyle(int32_t style);
 
 private:
     CTranscript(FILE* file, std::string path) : m_File(file), m_Path(std::move(path)) {}
@@ -49,8 +51,8 @@ private:
     bool m_Failed = false;  // a write failed: said once on standard error, nothing written after
 };
 
-// Runs the messages of the transcript at `path` against `object` (fresh and bound by the caller)
-// and compares the answers with the recorded ones. Returns 0 when they agree, 1 when they differ
+// Runs the messages of the transcript at `path` against `object` (fresh and bound by the caller;
+// its reply style set as the transcript's was) and compares the answers with the recorded ones. Returns 0 when they agree, 1 when they differ
 // (`report` then shows each differing message with the recorded and the new answer), 2 when the
 // file is no transcript (`report` says why, naming the file `name`, as the user wrote it).
 int ReplayTranscript(const std::string& path, const std::string& name, CProtocolSession& object, std::string& report);

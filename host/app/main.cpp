@@ -98,10 +98,6 @@ std::string FailureMessage(const CLI::App* app, const CLI::Error& error) {
     return "wks-host: " + CLI::FailureMessage::simple(app, error);
 }
 
-// The object's settings, as its property page sets them: item ids of its property table.
-constexpr int32_t kUsePromptItem = 1;
-constexpr int32_t kReturnStyleItem = 2;
-
 // Parses the command line; returns the exit status to stop with, or -1 to go on.
 int ParseOptions(int argc, char** argv, Options& options) {
     CLI::App app{

@@ -48,6 +48,10 @@ private:
     SmartPtr<IComponentCollection> m_Components;
 };
 
+// The object's settings, as its property page sets them: item ids of its property table.
+inline constexpr int32_t kUsePromptItem = 1;
+inline constexpr int32_t kReturnStyleItem = 2;  // 0 comma-separated, 1 INI lines
+
 // One "WKSProtocol" object bound to a collection of named objects: hands it messages and
 // collects its replies, one per line that produced one.
 class CProtocolSession {

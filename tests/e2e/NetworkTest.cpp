@@ -474,11 +474,12 @@ TEST(Network, RecordedSessionsReplay) {
         << "after authenticating, a line is recorded as it came, but for the token";
 
     // Standard input with its prompt: the prompt follows the answers but is no part of them. A
-    // line over the network's limit replays under the limit of the session that took it, and a
-    // first line that would be refused on the network replays as the message it was here.
+    // line over the network's limit replays under the limit of the session that took it, a
+    // first line that would be refused on the network replays as the message it was here, and
+    // the reply style the session began with is the replay's.
     std::system("rm -rf e2e-rec && mkdir e2e-rec");
-    Output("{ printf 'GET / HTTP/1.0\\nVar1=5\\nVar1?\\nVar2='; head -c 70000 /dev/zero | tr '\\0' a; printf '\\nVar2?\\n'; } | "
-           "./wks-host --prompt --record e2e-rec",
+    Output("{ printf 'GET / HTTP/1.0\\nVar1=5\\nVar1?\\nVar2='; head -c 70000 /dev/zero | tr '\\0' a; printf '\\nVar2?\\n?\\n'; } | "
+           "./wks-host --prompt --return-style csv --record e2e-rec",
            status);
     EXPECT_NE(Output("./wks-host --replay e2e-rec/*stdin*", status).find("every answer as recorded"), std::string::npos);
     EXPECT_EQ(status, 0);
