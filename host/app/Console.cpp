@@ -5,6 +5,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <set>
@@ -29,17 +30,30 @@ namespace {
 using WsServer = websocketpp::server<websocketpp::config::asio>;
 using Handle = websocketpp::connection_hdl;
 
-constexpr auto kRefresh = std::chrono::milliseconds(250);  // changes reach every tab within this
-constexpr size_t kMaxFrame = 80 * 1024;                    // a 64 KiB line in its JSON frame
-constexpr size_t kMaxWaiting = 16u << 20;                  // bytes a tab may leave unread
+// Changes reach every tab within kRefresh, and a tab's own change within kSoon; but the refreshes
+// take at most a kLoopShare-th of the loop: after one that took T, the next waits (kLoopShare - 1) T,
+// so that a very large workspace slows its tabs rather than the TCP clients.
+constexpr auto kRefresh = std::chrono::milliseconds(250);
+constexpr auto kSoon = std::chrono::milliseconds(20);
+constexpr int kLoopShare = 20;
+// A line frame holds a line of --max-line bytes however it is escaped (a control byte becomes the
+// six bytes \u001f), beside the frame's own fields.
+constexpr size_t kEscapedByte = 6;
+constexpr size_t kFrameFields = 4096;
+constexpr auto kWatch = std::chrono::seconds(1);      // how often the tabs' timeouts are looked at
+constexpr auto kTokenTime = std::chrono::seconds(60);  // a tab's time to authenticate, at most
+constexpr auto kStopGrace = std::chrono::seconds(1);   // for the tabs' close frames when the service stops
 constexpr const char* kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self' data:; "
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+constexpr const char* kStops = "the service stops";
 
-// A frame's item or index, which is any JSON integer: one beyond 64 bits names no item either.
-int64_t FrameNumber(const nlohmann::json& number) {
-    if (number.is_number_unsigned() && number.get<uint64_t>() > static_cast<uint64_t>(INT64_MAX)) return INT64_MAX;
-    return number.get<int64_t>();
+// A frame's item or index, which is any JSON integer; false for one beyond 64 bits, which names
+// no item either.
+bool FrameNumber(const nlohmann::json& number, int64_t& value) {
+    if (number.is_number_unsigned() && number.get<uint64_t>() > static_cast<uint64_t>(INT64_MAX)) return false;
+    value = number.get<int64_t>();
+    return true;
 }
 
 struct Asset {
@@ -98,23 +112,36 @@ bool LocalName(const std::string& host) {
 
 class CConsoleService final : public CConsole {
 public:
-    CConsoleService(asio::io_context& io, CProtocolSession& object, const Workspace& workspace,
-                    const ConversationOptions& conversation, size_t maxTabs, std::function<void()> afterChange)
-        : m_Io(io), m_Object(object), m_Workspace(workspace), m_Options(conversation), m_MaxTabs(maxTabs),
-          m_AfterChange(std::move(afterChange)), m_Timer(io), m_Soon(io) {
+    CConsoleService(asio::io_context& io, const ServerOptions& options, CProtocolSession& object,
+                    std::function<void()> afterChange)
+        : m_Io(io), m_Object(object), m_Workspace(*options.workspace), m_Options(options.conversation),
+          m_MaxTabs(options.maxClients), m_Idle(std::chrono::seconds(options.idleSeconds)),
+          m_TokenTime(options.idleSeconds != 0 ? std::min<std::chrono::seconds>(m_Idle, kTokenTime) : kTokenTime),
+          m_Stall(std::chrono::seconds(options.stallSeconds)), m_MaxOutput(options.maxOutput),
+          m_MaxFrame(options.conversation.maxLine * kEscapedByte + kFrameFields),
+          m_AfterChange(std::move(afterChange)), m_Timer(io), m_Soon(io), m_Watch(io) {
         m_Options.framing = Framing::kCounted;
         m_Options.guard = false;  // the handshake has already told HTTP from the rest
         m_Options.pauseAt = 0;
     }
 
     bool Listen(const std::vector<std::string>& endpoints, std::string& error);
-    void Stop() override;
+    void Stop(std::function<void()> stopped) override;
 
 private:
+    using Clock = std::chrono::steady_clock;
     struct Tab {
         WsServer* server;
         std::string peer;
-        std::chrono::steady_clock::time_point opened = std::chrono::steady_clock::now();
+        Clock::time_point opened = Clock::now();
+        Clock::time_point heard = opened;  // the last frame from the tab
+        Clock::time_point moved = opened;  // the last time it had read every frame, or took some
+        uint64_t sent = 0;                 // bytes of frames sent to it
+        size_t allowed = 0;                // bytes that may wait beyond --max-output: its first tree and pages
+        uint64_t taken = 0;                // of those, what websocketpp had written, or was writing, at the last look
+        uint64_t read = 0;                 // of those, what the tab is known to have read (its last pong)
+        uint64_t pinged = 0;               // what was sent before the ping waiting for its pong
+        bool pinging = false;
         std::string ending = "closed by the browser";
         std::unique_ptr<CConversation> conversation;
         bool ready = false;
@@ -128,29 +155,42 @@ private:
     void Receive(Handle handle, const std::string& payload);
     void Send(Handle handle, Tab& tab, const std::string& text);
     void Refuse(Handle handle, Tab& tab, const std::string& why);
+    void End(Handle handle, Tab& tab, websocketpp::close::status::value code, const std::string& ending);
+    void Drop(Handle handle, Tab& tab, const std::string& ending);
     void Ready(Handle handle, Tab& tab);
     void Refresh();
-    std::string Tree();
+    Clock::time_point NextRefresh() const { return m_RefreshEnd + m_RefreshCost * (kLoopShare - 1); }
     void RefreshSoon();
     void Tick();
+    void Watch();
+    void Stopped();
 
     asio::io_context& m_Io;
     CProtocolSession& m_Object;
     const Workspace& m_Workspace;
     ConversationOptions m_Options;  // the conversations keep a reference to it
     size_t m_MaxTabs;
+    std::chrono::seconds m_Idle;       // 0: none
+    std::chrono::seconds m_TokenTime;  // with a token, a tab's time to give it
+    std::chrono::seconds m_Stall;
+    size_t m_MaxOutput;
+    size_t m_MaxFrame;
     std::function<void()> m_AfterChange;
-    uint64_t m_TreeChanges = 0;  // the workspace's change count when m_Tree was made
-    bool m_TreeBusy = false;     // m_Tree shows a busy file collection, which turns idle by itself
-    asio::steady_timer m_Timer;
-    asio::steady_timer m_Soon;  // armed by a change a tab made: one refresh for a burst of them
+    std::unique_ptr<CConsoleTree> m_Tree;  // made when the first tab is ready
+    uint64_t m_TreeChanges = 0;            // the workspace's change count when m_Tree took its values
+    Clock::time_point m_RefreshEnd{};
+    Clock::duration m_RefreshCost{};
+    asio::steady_timer m_Timer;  // the refresh period; when stopping, the grace for the tabs' close frames
+    asio::steady_timer m_Soon;   // armed by a change a tab made: one refresh for a burst of them
+    asio::steady_timer m_Watch;
     bool m_SoonArmed = false;
     std::vector<std::unique_ptr<WsServer>> m_Servers;
     std::set<const WsServer*> m_Loopback;  // the servers bound to a loopback address
     CRateLimit m_RefusalLog;
     std::map<Handle, Tab, std::owner_less<Handle>> m_Tabs;
-    std::string m_Tree, m_Pages;  // as last sent to the tabs
+    std::string m_Pages;  // as last sent to the tabs
     bool m_Stopped = false;
+    std::function<void()> m_Stopping;  // runs once the tabs are closed after Stop
 };
 
 bool CConsoleService::Listen(const std::vector<std::string>& endpoints, std::string& error) {
@@ -166,11 +206,18 @@ bool CConsoleService::Listen(const std::vector<std::string>& endpoints, std::str
         s.init_asio(&m_Io, problem);
         s.set_reuse_addr(true);
         s.set_user_agent("wks-host");
-        s.set_max_message_size(kMaxFrame);
+        s.set_max_message_size(m_MaxFrame);
         s.set_http_handler([this, &s](Handle handle) { Serve(s, handle); });
         s.set_validate_handler([this, &s](Handle handle) { return Accept(s, handle); });
         s.set_open_handler([this, &s](Handle handle) { Open(s, handle); });
         s.set_close_handler([this](Handle handle) { Close(handle); });
+        s.set_pong_handler([this](Handle handle, std::string) {
+            auto tab = m_Tabs.find(handle);
+            if (tab == m_Tabs.end()) return;
+            tab->second.read = tab->second.pinged;
+            tab->second.pinging = false;
+            tab->second.moved = Clock::now();
+        });
         s.set_fail_handler([this](Handle handle) { m_Tabs.erase(handle); });
         s.set_message_handler([this](Handle handle, WsServer::message_ptr message) {
             if (message->get_opcode() != websocketpp::frame::opcode::text) {
@@ -191,6 +238,7 @@ bool CConsoleService::Listen(const std::vector<std::string>& endpoints, std::str
         m_Servers.push_back(std::move(server));
     }
     Tick();
+    Watch();
     return true;
 }
 
@@ -226,6 +274,10 @@ bool CConsoleService::Accept(WsServer& server, Handle handle) {
     const std::string host = connection->get_request_header("Host");
     if (connection->get_resource() != "/ws") {
         connection->set_status(websocketpp::http::status_code::not_found);
+        return false;
+    }
+    if (m_Stopped) {
+        connection->set_status(websocketpp::http::status_code::service_unavailable);
         return false;
     }
     // On a loopback address the page is reached by address or as localhost: any other name in
@@ -268,7 +320,23 @@ void CConsoleService::Open(WsServer& server, Handle handle) {
 void CConsoleService::Close(Handle handle) {
     auto found = m_Tabs.find(handle);
     if (found == m_Tabs.end()) return;
-    const Tab& tab = found->second;
+    Tab& tab = found->second;
+    // A frame websocketpp refused (too large, or breaking the protocol) closes the tab with no
+    // word from us: its close code says why.
+    std::error_code problem;
+    WsServer::connection_ptr connection = tab.server->get_con_from_hdl(handle, problem);
+    if (!tab.closing && !problem) {
+        namespace status = websocketpp::close::status;
+        const status::value code = connection->get_local_close_code();
+        const std::string& reason = connection->get_local_close_reason();
+        const std::string tooBig =
+            websocketpp::processor::error::make_error_code(websocketpp::processor::error::message_too_big).message();
+        if (code == status::message_too_big && reason == tooBig)
+            tab.ending = "refused: a frame of more than " + std::to_string(m_MaxFrame) + " bytes (--max-line " +
+                         std::to_string(m_Options.maxLine) + ")";
+        else if (code == status::protocol_error || code == status::invalid_payload)
+            tab.ending = "refused: " + reason;
+    }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tab.opened).count();
     const uint64_t messages = tab.conversation ? tab.conversation->Messages() : 0;
     // A wrong token is worth a warning, as on the network: someone may be guessing.
@@ -277,16 +345,25 @@ void CConsoleService::Close(Handle handle) {
     ServerLog(level, "console tab %s disconnected after %.3f s, %llu message%s: %s", tab.peer.c_str(), seconds,
               static_cast<unsigned long long>(messages), messages == 1 ? "" : "s", tab.ending.c_str());
     m_Tabs.erase(found);
+    if (m_Stopping && m_Tabs.empty()) {
+        m_Timer.cancel();
+        Stopped();
+    }
 }
 
 void CConsoleService::Ready(Handle handle, Tab& tab) {
     // The tabs already open get what changed since their last refresh first: the tree and pages
     // kept are then the ones every tab shows, the newcomer's included.
     Refresh();
-    if (m_Tree.empty()) m_Tree = Tree();
+    if (!m_Tree) {
+        m_TreeChanges = m_Workspace.log.changes;
+        m_Tree = std::make_unique<CConsoleTree>(m_Workspace);
+    }
     tab.ready = true;
+    // The whole tree may wait on top of --max-output: a workspace larger than that still shows.
+    tab.allowed += m_Tree->Whole().size() + m_Pages.size();
     Send(handle, tab, "{\"type\":\"ready\"}");
-    Send(handle, tab, m_Tree);
+    Send(handle, tab, m_Tree->Whole());
     Send(handle, tab, m_Pages);
 }
 
@@ -294,6 +371,7 @@ void CConsoleService::Receive(Handle handle, const std::string& payload) {
     auto found = m_Tabs.find(handle);
     if (found == m_Tabs.end() || found->second.closing) return;
     Tab& tab = found->second;
+    tab.heard = Clock::now();
     const json frame = json::parse(payload, nullptr, false);
     const std::string type = frame.is_object() && frame.contains("type") && frame["type"].is_string() ? frame["type"].get<std::string>() : "";
     if (type == "auth" && !tab.ready && frame.contains("token") && frame["token"].is_string()) {
@@ -321,21 +399,20 @@ void CConsoleService::Receive(Handle handle, const std::string& payload) {
         Send(handle, tab, json{{"type", "reply"}, {"id", frame["id"]}, {"replies", replies}, {"failed", failed}, {"ended", ended}}
                               .dump(-1, ' ', false, json::error_handler_t::replace));
         RefreshSoon();
-        if (ended) {
-            tab.closing = true;
-            std::error_code ignored;
-            tab.ending = "break";
-            tab.server->close(handle, websocketpp::close::status::normal, "break", ignored);
-        }
+        if (ended) End(handle, tab, websocketpp::close::status::normal, "break");
         return;
     }
     if (type == "control" && frame.contains("item") && frame["item"].is_number_integer() && frame.contains("value") &&
         (frame["value"].is_number() || frame["value"].is_string())) {
-        if (!ConsoleControl(m_Object.Manager(), FrameNumber(frame["item"]), frame["value"], error))
+        int64_t item = 0;
+        if (!FrameNumber(frame["item"], item)) error = "no setting " + frame["item"].dump();
+        if (!error.empty() || !ConsoleControl(m_Object.Manager(), item, frame["value"], error))
             return Send(handle, tab, json{{"type", "error"}, {"text", error}, {"item", frame["item"]}}.dump());
     } else if (type == "parameter" && frame.contains("index") && frame["index"].is_number_integer() && frame.contains("value") &&
                frame["value"].is_string()) {
-        if (!ConsoleSetParameter(m_Object.Manager(), FrameNumber(frame["index"]), frame["value"].get<std::string>(), error))
+        int64_t index = 0;
+        if (!FrameNumber(frame["index"], index)) error = "no parameter " + frame["index"].dump();
+        if (!error.empty() || !ConsoleSetParameter(m_Object.Manager(), index, frame["value"].get<std::string>(), error))
             return Send(handle, tab, json{{"type", "error"}, {"text", error}, {"index", frame["index"]}}
                                          .dump(-1, ' ', false, json::error_handler_t::replace));
     } else {
@@ -348,55 +425,73 @@ void CConsoleService::Receive(Handle handle, const std::string& payload) {
 void CConsoleService::Send(Handle handle, Tab& tab, const std::string& text) {
     if (tab.closing) return;
     std::error_code problem;
-    tab.server->send(handle, text, websocketpp::frame::opcode::text, problem);
-    if (problem) return;
-    // A tab that takes nothing cannot make the host hold its answers without bound.
     WsServer::connection_ptr connection = tab.server->get_con_from_hdl(handle, problem);
-    if (!problem && connection->get_buffered_amount() > kMaxWaiting) {
-        tab.closing = true;
-        tab.server->close(handle, websocketpp::close::status::policy_violation, "answers not read", problem);
-    }
+    if (problem) return;
+    // A tab that takes nothing cannot make the host hold its frames without bound: beside the ones
+    // being written, no more than --max-output wait, beside the tab's first tree (which grows with
+    // the workspace).
+    if (connection->get_buffered_amount() > m_MaxOutput + tab.allowed)
+        return Drop(handle, tab,
+                    "dropped: more than " + std::to_string(m_MaxOutput) + " bytes of frames unread (--max-output)");
+    problem = connection->send(text, websocketpp::frame::opcode::text);
+    if (!problem) tab.sent += text.size();
 }
 
 void CConsoleService::Refuse(Handle handle, Tab& tab, const std::string& why) {
-    tab.ending = "refused: " + why;
     Send(handle, tab, json{{"type", "error"}, {"text", why}}.dump(-1, ' ', false, json::error_handler_t::replace));
+    End(handle, tab, websocketpp::close::status::policy_violation, "refused: " + why);
+}
+
+void CConsoleService::End(Handle handle, Tab& tab, websocketpp::close::status::value code, const std::string& ending) {
+    if (tab.closing) return;
     tab.closing = true;
+    tab.ending = ending;
     std::error_code ignored;
-    tab.server->close(handle, websocketpp::close::status::policy_violation, why.substr(0, 120), ignored);
+    // The close frame's reason has room for 123 bytes.
+    const std::string reason = ending.rfind("refused: ", 0) == 0 ? ending.substr(9) : ending;
+    tab.server->close(handle, code, reason.substr(0, 120), ignored);
 }
 
-std::string CConsoleService::Tree() {
-    m_TreeChanges = m_Workspace.log.changes;
-    return ConsoleTree(m_Workspace, &m_TreeBusy);
+// A tab that does not read would not read a close frame either: its connection is cut. Later, as
+// cutting it at once would take it out of m_Tabs under the caller's feet.
+void CConsoleService::Drop(Handle handle, Tab& tab, const std::string& ending) {
+    if (tab.closing) return;
+    tab.closing = true;
+    tab.ending = ending;
+    std::error_code problem;
+    WsServer::connection_ptr connection = tab.server->get_con_from_hdl(handle, problem);
+    if (!problem) asio::post(m_Io, [connection] { connection->terminate(std::error_code()); });
 }
 
-// Sends the tree and the pages to every tab when they changed. The tree, which grows with the
-// workspace, is made again only when a call may have changed an object, or while it shows a busy
-// collection; the pages (the object's few settings and parameters) are cheap to ask every time.
+// Sends what changed to every tab: the pages when they changed, and the values that changed. The
+// values are looked at only when a call may have changed an object, or while a collection is busy
+// (it turns idle by itself); the pages (the object's few settings and parameters) are cheap to ask
+// every time.
 void CConsoleService::Refresh() {
+    const Clock::time_point start = Clock::now();
     std::string pages = ConsolePages(m_Object.Manager());
-    bool treeChanged = false;
-    if (m_TreeBusy || m_TreeChanges != m_Workspace.log.changes) {
-        std::string tree = Tree();
-        treeChanged = tree != m_Tree;
-        if (treeChanged) m_Tree = std::move(tree);
+    std::string values;
+    if (m_Tree && (m_Tree->Busy() || m_TreeChanges != m_Workspace.log.changes)) {
+        m_TreeChanges = m_Workspace.log.changes;
+        values = m_Tree->Changes();
     }
     const bool pagesChanged = pages != m_Pages;
-    if (!treeChanged && !pagesChanged) return;
-    m_Pages = std::move(pages);
-    for (auto& [handle, tab] : m_Tabs) {
-        if (!tab.ready) continue;
-        if (treeChanged) Send(handle, tab, m_Tree);
-        if (pagesChanged) Send(handle, tab, m_Pages);
-    }
+    if (pagesChanged) m_Pages = std::move(pages);
+    if (pagesChanged || !values.empty())
+        for (auto& [handle, tab] : m_Tabs) {
+            if (!tab.ready) continue;
+            if (!values.empty()) Send(handle, tab, values);
+            if (pagesChanged) Send(handle, tab, m_Pages);
+        }
+    m_RefreshEnd = Clock::now();
+    m_RefreshCost = m_RefreshEnd - start;
 }
 
 // What a tab changes reaches every tab at once, but a burst of lines costs one refresh.
 void CConsoleService::RefreshSoon() {
     if (m_SoonArmed || m_Stopped) return;
     m_SoonArmed = true;
-    m_Soon.expires_after(std::chrono::milliseconds(20));
+    m_Soon.expires_at(std::max(Clock::now() + kSoon, NextRefresh()));
     m_Soon.async_wait([this](const asio::error_code& error) {
         m_SoonArmed = false;
         if (!error) Refresh();
@@ -407,30 +502,76 @@ void CConsoleService::RefreshSoon() {
 // a refresh period.
 void CConsoleService::Tick() {
     if (m_Stopped) return;
-    if (!m_Tabs.empty()) Refresh();
-    m_Timer.expires_after(kRefresh);
+    if (!m_Tabs.empty() && Clock::now() >= NextRefresh()) Refresh();
+    m_Timer.expires_at(std::max(Clock::now() + kRefresh, NextRefresh()));
     m_Timer.async_wait([this](const asio::error_code& error) {
         if (!error) Tick();
     });
 }
 
-void CConsoleService::Stop() {
-    m_Stopped = true;
+// The tabs' timeouts, as a TCP client's: one that does not authenticate in time, one silent for
+// --idle-timeout (the frames pushed to it do not count), one that reads none of the frames sent to
+// it for --stall-timeout. websocketpp says what it has written, not what the tab read: a ping,
+// which the tab answers once it has read every frame before it, says that.
+void CConsoleService::Watch() {
+    if (m_Stopped) return;
+    const Clock::time_point now = Clock::now();
+    for (auto& [handle, tab] : m_Tabs) {
+        std::error_code problem;
+        WsServer::connection_ptr connection = tab.server->get_con_from_hdl(handle, problem);
+        if (problem || tab.closing) continue;
+        const uint64_t taken = tab.sent - connection->get_buffered_amount();
+        if (taken != tab.taken || tab.read == tab.sent) tab.moved = now;
+        tab.taken = taken;
+        if (tab.read != tab.sent && !tab.pinging) {
+            connection->ping(std::string(), problem);
+            tab.pinging = !problem;
+            tab.pinged = tab.sent;
+        }
+        if (!tab.ready && now - tab.opened >= m_TokenTime)
+            Refuse(handle, tab, "no token within " + std::to_string(m_TokenTime.count()) + " s");
+        else if (m_Idle.count() != 0 && now - tab.heard >= m_Idle)
+            End(handle, tab, websocketpp::close::status::normal, "idle timeout");
+        else if (now - tab.moved >= m_Stall)
+            Drop(handle, tab, "dropped: it does not read its answers");
+    }
+    m_Watch.expires_after(kWatch);
+    m_Watch.async_wait([this](const asio::error_code& error) {
+        if (!error) Watch();
+    });
+}
+
+void CConsoleService::Stop(std::function<void()> stopped) {
+    m_Stopping = std::move(stopped);
+    if (!m_Stopped) {
+        m_Stopped = true;
+        m_Soon.cancel();
+        m_Watch.cancel();
+        std::error_code ignored;
+        for (auto& server : m_Servers) server->stop_listening(ignored);
+        for (auto& [handle, tab] : m_Tabs) End(handle, tab, websocketpp::close::status::going_away, kStops);
+    }
+    if (m_Tabs.empty()) return Stopped();
+    m_Timer.expires_after(kStopGrace);
+    m_Timer.async_wait([this](const asio::error_code& error) {
+        if (!error) Stopped();
+    });
+}
+
+// The tabs are closed, or the grace is over: the ones still open are logged as closed now.
+void CConsoleService::Stopped() {
+    std::function<void()> stopped = std::move(m_Stopping);
+    m_Stopping = nullptr;
     m_Timer.cancel();
-    m_Soon.cancel();
-    std::error_code ignored;
-    for (auto& server : m_Servers) server->stop_listening(ignored);
-    for (auto& [handle, tab] : m_Tabs)
-        if (!tab.closing) tab.server->close(handle, websocketpp::close::status::going_away, "stopping", ignored);
+    while (!m_Tabs.empty()) Close(m_Tabs.begin()->first);
+    if (stopped) stopped();
 }
 
 }  // namespace
 
-std::unique_ptr<CConsole> ConsoleStart(asio::io_context& io, const std::vector<std::string>& endpoints,
-                                       CProtocolSession& object, const Workspace& workspace,
-                                       const ConversationOptions& conversation, size_t maxTabs,
+std::unique_ptr<CConsole> ConsoleStart(asio::io_context& io, const ServerOptions& options, CProtocolSession& object,
                                        std::function<void()> afterChange, std::string& error) {
-    auto console = std::make_unique<CConsoleService>(io, object, workspace, conversation, maxTabs, std::move(afterChange));
-    if (!console->Listen(endpoints, error)) return nullptr;
+    auto console = std::make_unique<CConsoleService>(io, options, object, std::move(afterChange));
+    if (!console->Listen(options.http, error)) return nullptr;
     return console;
 }

@@ -13,7 +13,9 @@
 //   {"type":"hello","auth":B,"version":V}     first; B: a token is needed
 //   {"type":"ready"}                          lines are taken from now on
 //   {"type":"reply","id":N,"replies":[...],"failed":[...],"ended":B}   B: a break, the socket closes
-//   {"type":"tree",...} {"type":"pages",...}  host/app/ConsoleModel.h
+//   {"type":"tree",...}                       the whole workspace: when the tab is ready
+//   {"type":"values",...}                     then only the objects whose value changed (host/app/ConsoleModel.h)
+//   {"type":"pages",...}                      host/app/ConsoleModel.h, whenever they change
 //   {"type":"error","text":T}                 a refusal; after a bad token or a bad frame the socket closes;
 //                                             a refused value names its "item" or "index" and closes nothing
 //
@@ -32,20 +34,26 @@ namespace asio {
 class io_context;
 }
 class CProtocolSession;
-struct ConversationOptions;
-struct Workspace;
+struct ServerOptions;
 
 class CConsole {
 public:
     virtual ~CConsole() = default;
-    // Closes the listeners and every tab.
-    virtual void Stop() = 0;
+    // Closes the listeners and every tab ("going away"), each logged with the reason "the service
+    // stops". `stopped` runs once every tab is closed, or after a second with the tabs left still
+    // open logged as closed: the event loop may stop then.
+    virtual void Stop(std::function<void()> stopped) = 0;
 };
 
-// Listens on every `endpoints` ([ADDR:]PORT, as --listen) and serves there from `io`. Null with
-// `error` set when an endpoint is no address or cannot be bound. `afterChange` runs after every
-// change a tab made (it saves the state).
-std::unique_ptr<CConsole> ConsoleStart(asio::io_context& io, const std::vector<std::string>& endpoints,
-                                       CProtocolSession& object, const Workspace& workspace,
-                                       const ConversationOptions& conversation, size_t maxTabs,
+// Listens on every endpoint of `options.http` ([ADDR:]PORT, as --listen) and serves there from
+// `io`, showing `*options.workspace`. Null with `error` set when an endpoint is no address or
+// cannot be bound. `afterChange` runs after every change a tab made (it saves the state).
+//
+// The tabs keep the service's limits: `options.conversation` (the token, the line limit: a frame
+// may hold a line of that many bytes however it is escaped), at most `options.maxClients` tabs; a
+// tab silent for `options.idleSeconds` is closed (and one that has not authenticated within that
+// time, or within a minute at most); one for which more than `options.maxOutput` bytes of frames
+// wait behind those being written is dropped, and so is one that reads none of the frames sent to
+// it for `options.stallSeconds` (it answers no ping).
+std::unique_ptr<CConsole> ConsoleStart(asio::io_context& io, const ServerOptions& options, CProtocolSession& object,
                                        std::function<void()> afterChange, std::string& error);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <vector>
 #include <algorithm>
 #include <map>
@@ -42,7 +43,7 @@ std::string Number(double value) {
     return text;
 }
 
-std::string ValueOf(CWorkspaceObject& object, const std::string& kind) {
+std::string ValueOf(CWorkspaceObject& object, std::string_view kind) {
     if (kind == "step") return object.m_State ? "on" : "off";
     if (kind == "io") return (object.m_State & 1) ? "1" : "0";
     if (kind == "result") return Number(object.m_Value);
@@ -52,18 +53,12 @@ std::string ValueOf(CWorkspaceObject& object, const std::string& kind) {
     return "";
 }
 
-void AddObjects(const CWorkspaceObject& parent, const std::string& prefix, int depth, json& out, bool& busy) {
-    for (int32_t i = 0; i < parent.ChildCount(); ++i) {
-        const std::string name = HOSTNarrowUtf8(parent.ChildName(i));
-        const std::string path = prefix.empty() ? name : prefix + "." + name;
-        CWorkspaceObject* child = parent.ChildAt(i);
-        const std::string kind = child ? KindOf(*child) : "moniker";
-        const std::string value = child ? ValueOf(*child, kind) : "";
-        busy = busy || (kind == "files" && value == "busy");
-        out.push_back({{"path", path}, {"name", name}, {"depth", depth}, {"kind", kind}, {"value", value}});
-        if (child) AddObjects(*child, path, depth + 1, out, busy);
-    }
+// The kinds whose value can change while the host runs.
+bool Live(std::string_view kind) {
+    return kind == "step" || kind == "io" || kind == "result" || kind == "files" || kind == "tabs" || kind == "manager";
 }
+
+std::string Quote(const std::string& text) { return json(text).dump(-1, ' ', false, json::error_handler_t::replace); }
 
 std::string Text(IString* text) { return HOSTNarrowUtf8(HOSTText(text)); }
 
@@ -161,6 +156,11 @@ json Items(IUnknown* object) {
         } else if (table->ParameterEnumeration(static_cast<int32_t>(id), enumeration.Out()) >= 0) {
             item["kind"] = "enumeration";
             item["choices"] = Choices(enumeration.get());
+            // A value that is none of the choices (a state file may hold one) is shown as its
+            // number, as one more choice that the item does not offer.
+            bool listed = false;
+            for (const json& choice : item["choices"]) listed = listed || choice["value"] == value;
+            if (!listed) item["choices"].push_back({{"text", value.dump()}, {"value", value}, {"listed", false}});
         } else {
             continue;
         }
@@ -233,12 +233,97 @@ json Parameters(IUnknown* object) {
 
 }  // namespace
 
-std::string ConsoleTree(const Workspace& workspace, bool* busy) {
-    json objects = json::array();
-    bool anyBusy = false;
-    if (const CWorkspaceObject* root = workspace.Root()) AddObjects(*root, "", 0, objects, anyBusy);
-    if (busy) *busy = anyBusy;
-    return json{{"type", "tree"}, {"objects", std::move(objects)}}.dump(-1, ' ', false, json::error_handler_t::replace);
+CConsoleTree::CConsoleTree(const Workspace& workspace) {
+    // Depth first, a parent before its children: the walk keeps the parents still to be finished.
+    struct Level {
+        const CWorkspaceObject* parent;
+        std::string prefix;  // the parent's path and its dot
+        int32_t next = 0;
+    };
+    std::vector<Level> levels;
+    if (const CWorkspaceObject* root = workspace.Root()) levels.push_back({root, "", 0});
+    while (!levels.empty()) {
+        Level& level = levels.back();
+        if (level.next == level.parent->ChildCount()) {
+            levels.pop_back();
+            continue;
+        }
+        const int32_t i = level.next++;
+        const std::string name = HOSTNarrowUtf8(level.parent->ChildName(i));
+        std::string path = level.prefix + name;
+        CWorkspaceObject* object = level.parent->ChildAt(i);
+        const std::string kind = object ? KindOf(*object) : "moniker";
+        Entry entry;
+        entry.path = Quote(path);
+        entry.prefix = "{\"depth\":" + std::to_string(levels.size() - 1) + ",\"kind\":\"" + kind +
+                       "\",\"name\":" + Quote(name) + ",\"path\":" + entry.path + ",\"value\":";
+        entry.value = "\"\"";
+        m_Objects.push_back(std::move(entry));
+        if (object && Live(kind)) {
+            Sample sample{object, m_Objects.size() - 1,
+                          kind == "result" ? Sample::kNumber : kind == "files" ? Sample::kBusy : Sample::kState};
+            m_Objects.back().value.clear();  // so that the first look takes it, whatever it is
+            Take(sample);
+            m_Busy = m_Busy || sample.busy;
+            m_Live.push_back(sample);
+        }
+        if (object) levels.push_back({object, path + ".", 0});
+    }
+}
+
+bool CConsoleTree::Take(Sample& sample) {
+    CWorkspaceObject& object = *sample.object;
+    std::string& shown = m_Objects[sample.entry].value;
+    // The value is made from one of these alone: when it is as last time, so is the value.
+    switch (sample.kind) {
+        case Sample::kState:
+            if (object.m_State == sample.state && !shown.empty()) return false;
+            sample.state = object.m_State;
+            break;
+        case Sample::kNumber:
+            if (std::memcmp(&object.m_Value, &sample.number, sizeof sample.number) == 0 && !shown.empty()) return false;
+            sample.number = object.m_Value;
+            break;
+        case Sample::kBusy: {
+            const bool busy = object.IsBusy() != 0;
+            if (busy == sample.busy && !shown.empty()) return false;
+            sample.busy = busy;
+            break;
+        }
+    }
+    const char* kind = sample.kind == Sample::kNumber ? "result"
+                       : sample.kind == Sample::kBusy ? "files"
+                                                      : KindOf(object);
+    std::string value = Quote(ValueOf(object, kind));
+    if (value == shown) return false;
+    shown = std::move(value);
+    return true;
+}
+
+std::string CConsoleTree::Whole() const {
+    std::string out = "{\"objects\":[";
+    for (const Entry& entry : m_Objects) {
+        if (&entry != &m_Objects.front()) out += ',';
+        out += entry.prefix;
+        out += entry.value;
+        out += '}';
+    }
+    return out + "],\"type\":\"tree\"}";
+}
+
+std::string CConsoleTree::Changes() {
+    std::string out;
+    bool busy = false;
+    for (Sample& sample : m_Live) {
+        const bool changed = Take(sample);
+        busy = busy || sample.busy;
+        if (!changed) continue;
+        const Entry& entry = m_Objects[sample.entry];
+        out += out.empty() ? "{\"type\":\"values\",\"objects\":[" : ",";
+        out += "{\"path\":" + entry.path + ",\"value\":" + entry.value + "}";
+    }
+    m_Busy = busy;
+    return out.empty() ? out : out + "]}";
 }
 
 std::string ConsolePages(IUnknown* object) {
@@ -286,7 +371,8 @@ bool ConsoleControl(IUnknown* object, int64_t id, const json& value, std::string
             allowed = allowed && number >= item["min"].get<double>() && number <= item["max"].get<double>();
         } else {
             bool offered = false;
-            for (const json& choice : item["choices"]) offered |= choice["value"].get<double>() == number;
+            for (const json& choice : item["choices"])
+                offered |= choice["value"].get<double>() == number && choice.value("listed", true);
             allowed = allowed && offered;
         }
         if (!allowed) return error = name + " does not take " + value.dump(), false;

@@ -350,8 +350,7 @@ bool CService::Listen(std::string& error) {
         m_Acceptors.push_back(std::move(acceptor));
     }
     if (!m_Options.http.empty() && m_Options.workspace != nullptr) {
-        m_Console = ConsoleStart(m_Io, m_Options.http, m_Object, *m_Options.workspace, m_Options.conversation,
-                                 m_Options.maxClients, m_ScheduleSave, error);
+        m_Console = ConsoleStart(m_Io, m_Options, m_Object, m_ScheduleSave, error);
         if (!m_Console) return false;
     }
     return true;
@@ -495,7 +494,6 @@ void CService::ScheduleSave() {
 void CService::Stop() {
     asio::error_code ignored;
     for (auto& acceptor : m_Acceptors) acceptor->close(ignored);
-    if (m_Console) m_Console->Stop();
     std::unordered_set<std::shared_ptr<CClient>> clients;
     clients.swap(m_Clients);  // each one closing takes itself out of m_Clients
     for (const auto& client : clients) client->Finish("the service stops");
@@ -506,7 +504,9 @@ void CService::Stop() {
     BlockStopSignals(nullptr);
     m_SaveTimer.cancel();
     CloseStdin();
-    m_Io.stop();
+    // The loop runs on until the tabs' close frames are out (a second at most).
+    if (m_Console) m_Console->Stop([this] { m_Io.stop(); });
+    else m_Io.stop();
 }
 
 int CService::Run() {

@@ -2,8 +2,10 @@
 // protocol object's property pages read from its property table and parameters alone.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 
 #include "host/app/ConsoleModel.h"
 #include "host/collections/ComponentList.h"
@@ -32,7 +34,7 @@ protected:
         return replies;
     }
     json Object(const std::string& path) {
-        const json tree = json::parse(ConsoleTree(m_Workspace));
+        const json tree = json::parse(CConsoleTree(m_Workspace).Whole());
         for (const json& object : tree["objects"])
             if (object["path"] == path) return object;
         return json();
@@ -72,11 +74,43 @@ TEST_F(ConsoleModel, TreeShowsEveryKindWithItsLiveValue) {
         std::string error;
         ASSERT_TRUE(WorkspaceLoad("[[object]]\nname = \"F\"\nkind = \"files\"\nbusy_ms = " + std::to_string(busy) + "\n",
                                   "files", files, error)) << error;
-        bool shown = !expected;
-        ConsoleTree(files, &shown);
-        EXPECT_EQ(shown, expected) << busy;
+        EXPECT_EQ(CConsoleTree(files).Busy(), expected) << busy;
     }
     EXPECT_EQ(Object("Tabs")["value"], "Second");
+}
+
+// After the whole tree, a look sends only the values that changed since the last, whatever made
+// them change, and the whole tree made later shows the values as last taken.
+TEST_F(ConsoleModel, ChangesHoldOnlyTheValuesThatChanged) {
+    CConsoleTree tree(m_Workspace);
+    auto change = [](const char* path, const char* value) { return json{{"path", path}, {"value", value}}; };
+    const struct { const char* lines; json changes; } rows[] = {
+        {"Lamp?", json()},
+        {"Lamp=1", json::array({change("Lamp", "on")})},
+        {"Lamp=1", json()},  // switched on again: counted as a change, but the value is the same
+        {"Tabs.Second.Value?\nStation.Feeder=1", json::array({change("Station.Feeder", "on"), change("Tabs", "Second")})},
+    };
+    for (const auto& row : rows) {
+        Send(row.lines);
+        const std::string changes = tree.Changes();
+        EXPECT_EQ(changes.empty() ? json() : json::parse(changes)["objects"], row.changes) << row.lines;
+    }
+    // A result's value changes with no call the tree could see: the next look finds it all the same.
+    m_Workspace.Find(L"Station.ResultsView.Length")->m_Value = 3.5;
+    EXPECT_EQ(json::parse(tree.Changes()),
+              json::parse(R"({"type":"values","objects":[{"path":"Station.ResultsView.Length","value":"3.5"}]})"));
+    const json whole = json::parse(tree.Whole());
+    EXPECT_EQ(whole, json::parse(CConsoleTree(m_Workspace).Whole())) << "the whole tree shows the values taken";
+
+    // A busy collection turns idle by itself: a look then says so.
+    Workspace files;
+    std::string error;
+    ASSERT_TRUE(WorkspaceLoad("[[object]]\nname = \"F\"\nkind = \"files\"\nbusy_ms = 100\n", "files", files, error)) << error;
+    CConsoleTree filesTree(files);
+    ASSERT_TRUE(filesTree.Busy());
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    EXPECT_EQ(json::parse(filesTree.Changes())["objects"], json::array({change("F", "idle")}));
+    EXPECT_FALSE(filesTree.Busy());
 }
 
 TEST_F(ConsoleModel, PagesComeFromThePropertyTableAndTheParameters) {
@@ -103,6 +137,17 @@ TEST_F(ConsoleModel, ControlTakesOnlyValuesTheItemOffers) {
     EXPECT_EQ(Send("?"), "Var1=100\nVar2=Hello") << "nothing refused changed anything";
     ASSERT_TRUE(ConsoleControl(m_Session.Manager(), 2, 0, error)) << error;
     EXPECT_EQ(Send("?"), "Var1=100,Var2=Hello") << "the next reply takes the new form";
+
+    // A value none of the choices name (as a state file may hold) is shown as its number, and
+    // is still not offered.
+    SmartPtr<IUIPropInterrogate> table = QueryAs<IUIPropInterrogate>(m_Session.Manager(), IID_IUIPropInterrogate);
+    ASSERT_GE(table->Control(2, 7), 0);
+    const json style = json::parse(ConsolePages(m_Session.Manager()))["items"][1];
+    EXPECT_EQ(style["value"], 7);
+    EXPECT_EQ(style["choices"].back(), json::parse(R"({"text":"7","value":7,"listed":false})"));
+    EXPECT_FALSE(ConsoleControl(m_Session.Manager(), 2, 7, error)) << "shown, not offered";
+    EXPECT_TRUE(ConsoleControl(m_Session.Manager(), 2, 1, error)) << error;
+    EXPECT_EQ(json::parse(ConsolePages(m_Session.Manager()))["items"][1]["choices"].size(), 2u);
 }
 
 TEST_F(ConsoleModel, ParametersAreSetByTheirType) {

@@ -17,6 +17,7 @@ let recalled = 0;           // where ArrowUp/ArrowDown are in earlier; earlier.l
 let draft = '';
 let pagesShape = '';        // what the property pages are made of, so that new values only update them
 let lastParameter = null;   // the parameter input last applied, to point at when an error answers it
+const values = new Map();   // an object's path -> where its value is shown, for the values frames
 
 function el(tag, className, text) {
   const node = document.createElement(tag);
@@ -82,6 +83,7 @@ function receive(frame) {
       break;
     case 'reply': showReply(frame); break;
     case 'tree': showTree(frame.objects); break;
+    case 'values': showValues(frame.objects); break;
     case 'pages': showPages(frame.items, frame.parameters); break;
     case 'error':
       if (statusLine.dataset.state === 'auth') token = null;
@@ -145,9 +147,11 @@ function showReply(frame) {
   }
 }
 
-// The workspace: rebuilt from each tree frame; objects nest in the lists of their parents.
+// The workspace: built from the tree frame; objects nest in the lists of their parents. The values
+// frames that follow change the values shown.
 function showTree(objects) {
   tree.replaceChildren();
+  values.clear();
   const lists = [tree];
   for (const object of objects) {
     const depth = Math.min(object.depth, lists.length - 1);
@@ -156,10 +160,9 @@ function showTree(objects) {
     const row = el('div', 'object');
     row.dataset.path = object.path;
     row.dataset.kind = object.kind;
-    const value = el('span', 'value', object.value);
-    if (object.kind === 'step' || object.kind === 'io') {
-      value.classList.add('badge', object.value === 'on' || object.value === '1' ? 'on' : 'off');
-    }
+    const value = el('span', 'value');
+    showValue(value, object.kind, object.value);
+    values.set(object.path, value);
     row.append(el('span', 'name', object.name), el('span', 'kind', object.kind), value);
     item.append(row);
     lists[depth].append(item);
@@ -168,6 +171,23 @@ function showTree(objects) {
     lists.push(children);
   }
   for (const list of tree.querySelectorAll('ul:empty')) list.remove();
+}
+
+function showValue(node, kind, text) {
+  node.textContent = text;
+  if (kind === 'step' || kind === 'io') {
+    const on = text === 'on' || text === '1';
+    node.classList.add('badge');
+    node.classList.toggle('on', on);
+    node.classList.toggle('off', !on);
+  }
+}
+
+function showValues(objects) {
+  for (const object of objects) {
+    const node = values.get(object.path);
+    if (node) showValue(node, node.parentElement.dataset.kind, object.value);
+  }
 }
 
 // The property pages: made from what the frame describes, so any item of any component fits.
