@@ -121,6 +121,10 @@ TEST_F(StateFile, ALostLastSaveEndsWithStatusOne) {
     EXPECT_NE(output.find("e2e-gone/s.wks: cannot save: "), std::string::npos) << output;
     EXPECT_NE(output.find("wks-host: e2e-gone/s.wks: the last changes are not saved\n"), std::string::npos) << output;
     EXPECT_EQ(status, 1);
+    // One that cannot be saved at all stops the host before it serves anything.
+    EXPECT_EQ(Output("printf 'Var1?\\n' | ./wks-host --no-prompt --state e2e-none/s.wks 2>&1", status),
+              "wks-host: e2e-none/s.wks: cannot save: cannot create a file beside it: No such file or directory\n");
+    EXPECT_EQ(status, 1);
 }
 
 // A state file that is not one stops the host and is never overwritten.
