@@ -214,6 +214,9 @@ int ParseOptions(int argc, char** argv, Options& options) {
     try {
         app.parse(argc, argv);
         options.maxLineGiven = app.count("--max-line") > 0;
+        // A client of the counted framing reads blocks and nothing between them.
+        if (prompt->count() > 0 && options.framing == "counted")
+            throw CLI::ValidationError("--prompt", "the counted framing leaves no room for a prompt");
         // Standard input alone asks for no token: one given would guard nothing, and that must
         // not pass unnoticed. The network's limits are merely without effect.
         if (options.listen.empty() && options.http.empty()) {
@@ -526,7 +529,8 @@ int Run(int argc, char** argv) {
 
     // The prompt follows every message's answer on standard input while the object's UsePrompt
     // setting is on: on a terminal, or always with --prompt.
-    const bool showPrompts = options.prompt || (!options.noPrompt && isatty(STDIN_FILENO) != 0);
+    const bool showPrompts =
+        options.framing != "counted" && (options.prompt || (!options.noPrompt && isatty(STDIN_FILENO) != 0));
     auto prompt = [&](std::string& out) {
         int32_t usePrompt = 0;
         if (showPrompts && settings) settings->Inquire(kUsePromptItem, &usePrompt);

@@ -245,6 +245,10 @@ TEST(WksHost, SessionsAndRefusals) {
         if (row.output) EXPECT_EQ(output, row.output) << row.arguments;
         else EXPECT_NE(output.find("Run with --help"), std::string::npos) << row.arguments << ": " << output;
     }
+    int status = -1;  // (every row above runs with --no-prompt)
+    EXPECT_EQ(Output("./wks-host --prompt --framing counted < /dev/null 2>&1", status),
+              "wks-host: --prompt: the counted framing leaves no room for a prompt\nRun with --help for more information.\n");
+    EXPECT_EQ(status, 2);
     for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt", "e2e-ends.txt", "e2e-bom.txt", "e2e-long.txt",
                              "e2e-limit.wksrec", "e2e-v12.wksrec", "e2e-crlf.wksrec", "e2e-cut.wksrec", "e2e-early.wksrec", "e2e-style.wksrec"})
         std::remove(file);
