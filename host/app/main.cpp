@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <strings.h>
 #include <map>
 #include <memory>
 #include <new>
@@ -93,9 +94,24 @@ CLI::Validator WholeNumber() {
         "");
 }
 
-// CLI11's message, as every other message of the host begins.
+// One of two words, in any case, or the number it stands for: becomes that number.
+CLI::Validator Choice(const char* zero, const char* one) {
+    return CLI::Validator(
+        [zero, one](std::string& text) {
+            if (text == "0" || strcasecmp(text.c_str(), zero) == 0) return text = "0", std::string();
+            if (text == "1" || strcasecmp(text.c_str(), one) == 0) return text = "1", std::string();
+            return "'" + text + "' is neither " + zero + " nor " + one;
+        },
+        "");
+}
+
+// CLI11's message, as every other message of the host begins; an option given twice says so.
 std::string FailureMessage(const CLI::App* app, const CLI::Error& error) {
-    return "wks-host: " + CLI::FailureMessage::simple(app, error);
+    const std::string message = CLI::FailureMessage::simple(app, error);
+    const size_t colon = message.find(": At Most 1 required but received");
+    if (colon != std::string::npos && message.rfind("--", 0) == 0)
+        return "wks-host: " + message.substr(0, colon) + ": given more than once\n" + message.substr(message.find('\n') + 1);
+    return "wks-host: " + message;
 }
 
 // Parses the command line; returns the exit status to stop with, or -1 to go on.
@@ -126,11 +142,11 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "the form of replies: csv (one record, fields separated by \",\") or ini (one line per "
                    "entry, the object's default); set through the object's property table")
         ->type_name("STYLE")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, int>{{"csv", 0}, {"ini", 1}}, CLI::ignore_case));
+        ->transform(Choice("csv", "ini"));
     CLI::Option* usePrompt = app.add_option("--use-prompt", options.usePrompt,
                    "the object's UsePrompt setting: on or off (the object's default); set through its property table")
         ->type_name("on|off")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, int>{{"on", 1}, {"off", 0}}, CLI::ignore_case));
+        ->transform(Choice("off", "on"));
     app.add_option("--state", options.state,
                    "keep the object's settings, parameters and inputs in FILE: loaded at start when it exists, "
                    "replaced safely after messages that changed them (serving the network, at most ten times a "
@@ -214,6 +230,16 @@ int ParseOptions(int argc, char** argv, Options& options) {
     try {
         app.parse(argc, argv);
         options.maxLineGiven = app.count("--max-line") > 0;
+        // The same address twice would fail to bind as "in use", by this very host.
+        std::map<asio::ip::tcp::endpoint, std::string> served;
+        for (const auto& [name, list] : {std::pair{"--listen", &options.listen}, std::pair{"--http", &options.http}})
+            for (const std::string& text : *list) {
+                asio::ip::tcp::endpoint endpoint;
+                std::string ignored;
+                if (!ServerEndpoint(text, endpoint, ignored) || endpoint.port() == 0) continue;
+                const auto [first, added] = served.emplace(endpoint, std::string(name) + " " + text);
+                if (!added) throw CLI::ValidationError(name, text + ": the same address as " + first->second);
+            }
         // A client of the counted framing reads blocks and nothing between them.
         if (prompt->count() > 0 && options.framing == "counted")
             throw CLI::ValidationError("--prompt", "the counted framing leaves no room for a prompt");

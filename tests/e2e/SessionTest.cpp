@@ -192,7 +192,10 @@ TEST(WksHost, SessionsAndRefusals) {
     const struct { const char* arguments; int status; const char* output; } rows[] = {
         {"< e2e-session.txt", 0, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n"},
         {"--return-style csv < e2e-session.txt", 0, "1\nLength=12.25,Width=3.5\n?\nVar1=5\n"},
-        {"--return-style xml", 2, nullptr},
+        {"--return-style xml", 2, "wks-host: --return-style: 'xml' is neither csv nor ini\nRun with --help for more information.\n"},
+        {"--framing raw --framing text", 2, "wks-host: --framing: given more than once\nRun with --help for more information.\n"},
+        {"--listen 5025 --http 127.0.0.1:5025 < /dev/null", 2,
+         "wks-host: --http: 127.0.0.1:5025: the same address as --listen 5025\nRun with --help for more information.\n"},
         {"--workspace e2e-bad.toml < /dev/null", 1, "wks-host: e2e-bad.toml:6: unknown kind 'teapot' of object 'B'\n"},
         {"--workspace e2e-warned.toml < /dev/null", 0,
          "wks-host: warning: e2e-warned.toml:2: the name 'Breaker' begins with 'break': a message beginning with it ends "
