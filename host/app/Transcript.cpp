@@ -51,7 +51,13 @@ bool Unescape(std::string_view text, std::string& out) {
             case 't': out += '\t'; break;
             case 'x': {
                 if (i + 2 >= text.size()) return false;
-                auto digit = [](char c) { return c >= '0' && c <= '9' ? c - '0' : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1; };
+                // Written in capitals; a hand-edited transcript may hold small letters.
+                auto digit = [](char c) {
+                    return c >= '0' && c <= '9'   ? c - '0'
+                           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                                                  : -1;
+                };
                 const int high = digit(text[i + 1]), low = digit(text[i + 2]);
                 if (high < 0 || low < 0) return false;
                 out += static_cast<char>(high << 4 | low);
@@ -148,6 +154,7 @@ void CTranscript::ReturnStyle(int32_t style) { Write("# return-style " + std::to
 int ReplayTranscript(const std::string& path, const std::string& name, CProtocolSession& object, std::string& report) {
     std::string text, why;
     if (!ReadWholeFile(path, text, why)) return report = name + ": " + why, 2;
+    if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);  // an editor's byte order mark
     if (text.rfind("# wks-host transcript ", 0) != 0) return report = name + ": not a wks-host transcript", 2;
     // Every byte a session saw is escaped: a raw carriage return comes from a conversion of the file.
     if (text.find('\r') != std::string::npos)

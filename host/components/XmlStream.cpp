@@ -289,8 +289,9 @@ std::string CheckRoot(const pugi::xml_document& xml, std::string_view utf8) {
     }
     if (std::strcmp(root.name(), kRootName) != 0) return "the root element is not <wks version=\"1\">" + at(root);
     const pugi::xml_attribute version = root.attribute("version");
-    if (!version || std::strcmp(version.value(), kVersion) != 0)
-        return "the root element <wks> lacks version=\"1\"" + at(root);
+    if (!version) return "the root element <wks> lacks version=\"1\"" + at(root);
+    if (std::strcmp(version.value(), kVersion) != 0)
+        return "a document of version \"" + std::string(version.value()) + "\", not \"1\"" + at(root);
     return std::string();
 }
 

@@ -185,6 +185,9 @@ TEST(WksHost, SessionsAndRefusals) {
         std::ofstream("e2e-v12.wksrec") << "# wks-host transcript 12\n";
         std::ofstream("e2e-crlf.wksrec") << "# wks-host transcript 1\r\n";
         std::ofstream("e2e-cut.wksrec") << "# wks-host transcript 1\n0.5 > Var1=12";
+        // As an editor may leave it: a byte order mark, escapes in small letters.
+        std::ofstream("e2e-edited.wksrec") << "\xEF\xBB\xBF# wks-host transcript 1\n# framing raw\n0.5 > Var2=a\\x2cb\n"
+                                              "0.5 > Var2?\n0.5 < Var2=a,b\\x0a\n";
         std::ofstream("e2e-early.wksrec") << "# wks-host transcript 1\n0.5 < junk\n0.5 > Var1?\n0.5 < Var1=100\n";
         std::ofstream("e2e-style.wksrec") << "# wks-host transcript 1\n# return-style 2\n";
         std::ofstream("e2e-long.txt") << std::string(65, 'y') << "\nVar1?\n";
@@ -236,6 +239,7 @@ TEST(WksHost, SessionsAndRefusals) {
         {"--replay e2e-crlf.wksrec", 2,
          "wks-host: e2e-crlf.wksrec: holds a carriage return: a transcript's lines end with LF alone (converted to CR LF?)\n"},
         {"--replay e2e-cut.wksrec", 2, "wks-host: e2e-cut.wksrec: its last line is cut short (the file ends in the middle of it)\n"},
+        {"--replay e2e-edited.wksrec", 0, "e2e-edited.wksrec: every answer as recorded\n"},
         {"--replay e2e-early.wksrec", 2, "wks-host: e2e-early.wksrec:2: an answer before any message\n"},
         {"--replay e2e-style.wksrec", 2, "wks-host: e2e-style.wksrec:2: unknown return style (0 or 1)\n"},
         // A replay that cannot start is no difference in its answers.
@@ -253,7 +257,7 @@ TEST(WksHost, SessionsAndRefusals) {
               "wks-host: --prompt: the counted framing leaves no room for a prompt\nRun with --help for more information.\n");
     EXPECT_EQ(status, 2);
     for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt", "e2e-ends.txt", "e2e-bom.txt", "e2e-long.txt",
-                             "e2e-limit.wksrec", "e2e-v12.wksrec", "e2e-crlf.wksrec", "e2e-cut.wksrec", "e2e-early.wksrec", "e2e-style.wksrec"})
+                             "e2e-limit.wksrec", "e2e-v12.wksrec", "e2e-crlf.wksrec", "e2e-cut.wksrec", "e2e-early.wksrec", "e2e-edited.wksrec", "e2e-style.wksrec"})
         std::remove(file);
 }
 
