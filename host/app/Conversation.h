@@ -61,6 +61,12 @@ public:
     // answer to `out`; the conversation is over.
     void End(std::string& out);
 
+    // A token is required and has not been given yet.
+    bool AwaitsToken() const { return !m_Options.token.empty() && !m_Authenticated && !m_Over; }
+    // Ends a conversation that awaits its token, with `why` as its error line appended to `out`;
+    // false (and nothing appended) when it awaits none.
+    bool EndUnauthenticated(const std::string& why, std::string& out) { return AwaitsToken() && !Refuse(why.c_str(), out); }
+
     // Records every line and its answer from now on, after the object's reply style of the moment.
     void Record(std::unique_ptr<CTranscript> transcript);
 

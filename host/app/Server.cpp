@@ -65,11 +65,13 @@ private:
     void WriteSome();
     void ArmIdle();
     void ArmStall();
+    void ArmToken();
 
     CService& m_Service;
     asio::ip::tcp::socket m_Socket;
     asio::steady_timer m_Idle;
     asio::steady_timer m_Stall;  // runs while input is held back for unsent answers
+    asio::steady_timer m_Token;  // runs until a client that must authenticate has
     CConversation m_Conversation;
     std::string m_Peer;
     std::chrono::steady_clock::time_point m_Opened = std::chrono::steady_clock::now();
@@ -169,6 +171,7 @@ CClient::CClient(CService& service, asio::ip::tcp::socket socket, std::string pe
       m_Socket(std::move(socket)),
       m_Idle(service.Io()),
       m_Stall(service.Io()),
+      m_Token(service.Io()),
       m_Conversation(service.Object(), service.ClientConversation(), service.AfterMessage()),
       m_Peer(std::move(peer)) {}
 
@@ -190,7 +193,26 @@ void CClient::Start() {
     m_Socket.non_blocking(true, ignored);  // Write tries the socket at once and must not wait there
     ServerLog(LogLevel::kInfo, "%s connected", m_Peer.c_str());
     ArmIdle();
+    ArmToken();
     Read();
+}
+
+// A client that must authenticate has --idle-timeout, and a minute at most, from its connection to
+// do it (whatever it sends meanwhile): otherwise one that never does would hold one of the
+// --max-clients places for ever.
+void CClient::ArmToken() {
+    constexpr unsigned kTokenSeconds = 60;
+    if (m_Service.Options().conversation.token.empty()) return;
+    const unsigned idle = m_Service.Options().idleSeconds;
+    const unsigned seconds = idle != 0 && idle < kTokenSeconds ? idle : kTokenSeconds;
+    m_Token.expires_after(std::chrono::seconds(seconds));
+    m_Token.async_wait([self = shared_from_this(), seconds](const asio::error_code& error) {
+        if (error || self->m_Closed || self->m_Ending) return;
+        std::string out;
+        if (!self->m_Conversation.EndUnauthenticated("no token within " + std::to_string(seconds) + " s", out)) return;
+        self->m_Ending = true;
+        self->Send(out);
+    });
 }
 
 void CClient::ArmIdle() {
@@ -198,6 +220,7 @@ void CClient::ArmIdle() {
     m_Idle.expires_after(std::chrono::seconds(m_Service.Options().idleSeconds));
     m_Idle.async_wait([self = shared_from_this(), written = m_Written](const asio::error_code& error) {
         if (error || self->m_Closed) return;
+        if (self->m_Conversation.AwaitsToken()) return;  // ArmToken's timer comes first and says why
         // A client owed answers that takes some of them in the time is not idle, though it sends
         // nothing meanwhile (its input is held back until they are out).
         const bool owed = !self->m_Pending.empty() || !self->m_Writing.empty();
@@ -325,6 +348,7 @@ void CClient::Close() {
     asio::error_code ignored;
     m_Idle.cancel();
     m_Stall.cancel();
+    m_Token.cancel();
     m_Socket.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
     m_Socket.close(ignored);
 }

@@ -549,6 +549,21 @@ TEST(Network, IdleClientsCloseAndOpenAddressesWarn) {
     EXPECT_NE(server.Log().find("0.0.0.0:0 is reachable from other machines and no --auth-file is set"), std::string::npos)
         << server.Log();
     EXPECT_NE(server.Log().find("idle timeout"), std::string::npos) << server.Log();
+
+    // A client that must authenticate has that long to give its token, however much it sends.
+    {
+        std::ofstream("e2e-token4") << "s3cret\n";
+    }
+    Server guarded("--idle-timeout 1 --auth-file e2e-token4");
+    Client waiting(guarded.Port());
+    waiting.Send("AUTH s3");
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    waiting.Send("cr");
+    EXPECT_EQ(waiting.UntilClosed(), "ERROR: no token within 1 s\n");
+    guarded.Stop();
+    EXPECT_NE(guarded.Log().find("disconnected after 1."), std::string::npos) << guarded.Log();
+    EXPECT_NE(guarded.Log().find("0 messages: no token within 1 s"), std::string::npos) << guarded.Log();
+    std::remove("e2e-token4");
 }
 
 // A client that reads its answers slowly, its input held back meanwhile, is not idle: it gets
