@@ -1,6 +1,7 @@
 #include "host/components/FolderStream.h"
 
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <unordered_set>
@@ -679,6 +680,16 @@ std::vector<std::wstring> HOSTFolderStreamUnread(IFolderStream* folder) {
 
 IFolderStream* HOSTFolderStreamFromText(std::string_view text, std::string& problem) {
     try {
+        // Another kind of file altogether (a picture, a workspace) is named as such, not by the
+        // parser's complaint about its first character.
+        const size_t first = text.find_first_not_of(" \t\r\n");
+        if (first == std::string_view::npos) Refuse("", "the text is empty");
+        if (text[first] != '{') {
+            const unsigned char c = static_cast<unsigned char>(text[first]);
+            char shown[16];
+            std::snprintf(shown, sizeof shown, c > 0x20 && c < 0x7F ? "'%c'" : "byte 0x%02X", c);
+            Refuse("", std::string("the text is not a JSON object: it begins with ") + shown);
+        }
         const Json document = Parse(text);
         if (!document.is_object()) Refuse("", "the text is not a JSON object");
         for (const auto& element : document.items())

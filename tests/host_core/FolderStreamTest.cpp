@@ -338,9 +338,11 @@ TEST_F(Folder, MalformedTextsAreRefusedWithTheirProblem) {
     std::string deep = R"([{"name": "a", "folder": []}])";
     for (int depth = 1; depth <= HOST_FOLDER_MAX_DEPTH; ++depth) deep = R"([{"name": "a", "folder": )" + deep + "}]";
     const struct { std::string text; const char* problem; } rows[] = {
-        {"", "line 1, column 1: syntax error"},
+        {" \n", "the text is empty"},
+        {"\x89PNG", "the text is not a JSON object: it begins with byte 0x89"},
+        {"{", "line 1, column 2: syntax error"},
         {File("[]") + " x", "line 1, column 55: syntax error"},
-        {"[]", "the text is not a JSON object"},
+        {"[]", "the text is not a JSON object: it begins with '['"},
         {R"({"format": "other", "version": 1, "entries": []})", "\"format\" is not \"wks-folder\""},
         {R"({"format": "wks-folder", "version": 2, "entries": []})", "version 2 is not known"},
         {R"({"format": "wks-folder", "version": 1.0, "entries": []})", "version 1.0 is not known"},
@@ -372,7 +374,7 @@ TEST_F(Folder, MalformedTextsAreRefusedWithTheirProblem) {
         {File(R"([{"name": "P", "folder": [{"name": "X", "integer": "5"}]}])"), "entry P/X: \"integer\" is not a 32-bit integer"},
         {File("[{\"name\": \"\xff\", \"empty\": true}]"), "line 1, column 62: syntax error while parsing value - invalid string: ill-formed UTF-8 byte; last read: '\"?'"},
         {File(deep), "folders nest deeper than 64 levels"},
-        {std::string(200, '['), "values nest deeper than the format allows"},
+        {"{\"entries\": " + std::string(200, '['), "values nest deeper than the format allows"},
     };
     for (const auto& row : rows) {
         std::string problem;
