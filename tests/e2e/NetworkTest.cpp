@@ -311,6 +311,11 @@ TEST(Network, LimitsDropOnlyTheClientThatPassesThem) {
 // Out of descriptors, the host cannot take new clients: it says so at most once a second, keeps
 // the clients it has, and takes new ones again once descriptors are free.
 TEST(Network, FailedAcceptsAreLoggedOnceASecond) {
+#if defined(WKS_SANITIZED)
+    // The sanitizers probe memory through a pipe: with no descriptor left they report errors that
+    // are none (UBSan's vptr check sees "invalid vptr" and stops the host).
+    GTEST_SKIP() << "needs a build without sanitizers";
+#endif
     Server server("", "ulimit -n 32;");
     std::vector<std::unique_ptr<Client>> clients;
     for (int i = 0; i < 40; ++i) clients.push_back(std::make_unique<Client>(server.Port()));
