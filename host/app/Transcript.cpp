@@ -130,7 +130,11 @@ std::unique_ptr<CTranscript> CTranscript::Open(const std::string& folder, const 
     return std::unique_ptr<CTranscript>(new CTranscript(file, path));
 }
 
-CTranscript::~CTranscript() { std::fclose(m_File); }
+// A session that never sent a line (a port scan, standard input at its end) leaves no file.
+CTranscript::~CTranscript() {
+    std::fclose(m_File);
+    if (!m_Events) ::unlink(m_Path.c_str());
+}
 
 // A transcript that cannot be written (a full disk) is cut short: say so, once, rather than leave
 // a file that reads as a whole session.
@@ -141,13 +145,21 @@ void CTranscript::Write(const std::string& line) {
     std::fprintf(stderr, "wks-host: %s: cannot write: %s; the transcript ends here\n", m_Path.c_str(), std::strerror(errno));
 }
 
-void CTranscript::Message(std::string_view line) { Write(Stamp(false) + " > " + Escape(line) + "\n"); }
-
-void CTranscript::Answer(std::string_view bytes) {
-    if (!bytes.empty()) Write(Stamp(false) + " < " + Escape(bytes) + "\n");
+void CTranscript::Message(std::string_view line) {
+    m_Events = true;
+    Write(Stamp(false) + " > " + Escape(line) + "\n");
 }
 
-void CTranscript::Refused(std::string_view why) { Write("# refused: " + Escape(why) + "\n"); }
+void CTranscript::Answer(std::string_view bytes) {
+    if (bytes.empty()) return;
+    m_Events = true;
+    Write(Stamp(false) + " < " + Escape(bytes) + "\n");
+}
+
+void CTranscript::Refused(std::string_view why) {
+    m_Events = true;
+    Write("# refused: " + Escape(why) + "\n");
+}
 
 void CTranscript::ReturnStyle(int32_t style) { Write("# return-style " + std::to_string(style) + "\n"); }
 

@@ -18,7 +18,7 @@
 // token was accepted, "AUTH -" when it was refused (a replay's token is "*"), whatever it held.
 // Once a session is authenticated, or when it needs no token, every line is as it came, but for
 // a repeated login, "AUTH TOKEN", again recorded as "AUTH *". The file is readable by the host's
-// own user only.
+// own user only; a session that recorded nothing but the header leaves no file.
 #pragma once
 
 #include <cstdio>
@@ -49,6 +49,7 @@ private:
     FILE* m_File;
     std::string m_Path;
     bool m_Failed = false;  // a write failed: said once on standard error, nothing written after
+    bool m_Events = false;  // a line, an answer or a refusal was recorded
 };
 
 // Runs the messages of the transcript at `path` against `object` (fresh and bound by the caller;
