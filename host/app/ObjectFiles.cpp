@@ -60,6 +60,8 @@ bool CStateFile::Save(IUnknown* object, std::string& problem) {
     return true;
 }
 
+bool CStateFile::CanSave(std::string& problem) const { return CanReplaceFile(m_Path, problem); }
+
 bool ExportParametersXml(IUnknown* object, const std::string& path, std::string& problem, std::string& warning) {
     SmartPtr<IParametersPersist> parameters = ParametersOf(object);
     SmartPtr<IXMLStream> stream(HOSTNewXMLStream());

@@ -25,6 +25,8 @@ public:
     // known content, replaces the file (ReplaceFile, host/app/Files.h). False and `problem` when
     // the object cannot be saved or the file cannot be replaced.
     bool Save(IUnknown* object, std::string& problem);
+    // Whether the file could be saved now (CanReplaceFile); nothing is written.
+    bool CanSave(std::string& problem) const;
 
 private:
     std::string m_Path;

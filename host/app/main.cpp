@@ -533,7 +533,13 @@ int Run(int argc, char** argv) {
         saveFailed = !saved;
         return saved;
     };
-    if (!saveState()) return 1;
+    // A state that could not be saved stops the host before it serves anything, rather than after
+    // a session whose changes would be lost. Nothing is written here: a hand-edited file stays as
+    // it is until there is something to save, and a pipe is not opened before anyone reads it.
+    if (state && !state->CanSave(problem)) {
+        std::fprintf(stderr, "wks-host: %s: cannot save: %s\n", shown.state.c_str(), problem.c_str());
+        return 1;
+    }
     // The last save, at the end: when it fails the changes since the last good one are lost, which
     // the status says (1), so that a service manager sees it.
     auto finalSave = [&]() {
@@ -543,6 +549,7 @@ int Run(int argc, char** argv) {
     };
     if (!options.exportXml.empty()) {
         StopAsAnyProgram();
+        if (!saveState()) return 1;  // what the options set at start is kept, as a session keeps it
         std::string warning;
         if (ExportParametersXml(session.Manager(), options.exportXml, problem, warning)) {
             if (!warning.empty())

@@ -145,17 +145,39 @@ bool WriteThrough(const std::string& path, std::string_view bytes, std::string& 
     return done;
 }
 
+// How `named` is written: refused (a folder), through a descriptor of the process, to the file as
+// it is (a device, a pipe, a socket), or by replacing the file.
+enum class Writing { kRefused, kDescriptor, kThrough, kReplace };
+Writing WritingOf(const std::string& named, int& descriptor, std::string& error) {
+    struct stat status;
+    if (stat(named.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return error = "is a directory", Writing::kRefused;
+    if ((descriptor = DescriptorNamed(named)) >= 0) return Writing::kDescriptor;
+    if (stat(named.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return Writing::kThrough;
+    return Writing::kReplace;
+}
+
 }  // namespace
 
+bool CanReplaceFile(const std::string& named, std::string& error) {
+    int descriptor = -1;
+    const Writing writing = WritingOf(named, descriptor, error);
+    if (writing != Writing::kReplace) return writing != Writing::kRefused;
+    std::string temporary = FinalPath(named) + ".XXXXXX";
+    const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0) return error = Reason("cannot create a file beside it"), false;
+    close(fd);
+    unlink(temporary.c_str());
+    return true;
+}
+
 bool ReplaceFile(const std::string& named, std::string_view bytes, std::string& error) {
-    struct stat status;
-    if (stat(named.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return error = "is a directory", false;
-    const int descriptor = DescriptorNamed(named);
-    if (descriptor >= 0) {
-        if (!WriteAll(descriptor, bytes)) return error = Reason("cannot write"), false;
-        return true;
+    int descriptor = -1;
+    switch (WritingOf(named, descriptor, error)) {
+        case Writing::kRefused: return false;
+        case Writing::kDescriptor: return WriteAll(descriptor, bytes) || (error = Reason("cannot write"), false);
+        case Writing::kThrough: return WriteThrough(named, bytes, error);
+        case Writing::kReplace: break;
     }
-    if (stat(named.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return WriteThrough(named, bytes, error);
     const std::string path = FinalPath(named);
     const size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);

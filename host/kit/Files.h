@@ -32,3 +32,7 @@ bool ReadWholeFile(const std::string& path, std::string& bytes, std::string& err
 // descriptor, where it stands; one that names a device, a pipe or a socket is written to as it
 // is, never replaced; a folder is refused.
 bool ReplaceFile(const std::string& path, std::string_view bytes, std::string& error);
+// Whether ReplaceFile could replace `path` now: the file beside it can be made (it is made and
+// removed at once). What would be written to as it is (a descriptor, a device, a pipe) is not
+// opened, so as not to wait for a reader. False with `error` as ReplaceFile would set it.
+bool CanReplaceFile(const std::string& path, std::string& error);

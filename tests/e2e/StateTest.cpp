@@ -260,4 +260,23 @@ TEST(Files, ReadWholeStopsAtItsLimit) {
     EXPECT_TRUE(bytes.empty());
 }
 
+// Whether a file could be replaced is found out by making a file beside it, whatever the file
+// holds; what would be written to as it is (a pipe) is not opened, as nobody may read it yet.
+TEST(Files, CanReplaceTriesTheFolder) {
+    std::string error;
+    std::ofstream("e2e-can.wks") << "kept";
+    EXPECT_TRUE(CanReplaceFile("e2e-can.wks", error)) << error;
+    EXPECT_EQ(Contents("e2e-can.wks"), "kept");
+    int status = -1;
+    EXPECT_EQ(Output("ls e2e-can.wks.* 2>/dev/null | wc -l", status), "0\n") << "nothing left beside it";
+    std::remove("e2e-can.wks");
+    EXPECT_FALSE(CanReplaceFile("/proc/self/e2e.wks", error));
+    EXPECT_EQ(error.rfind("cannot create a file beside it: ", 0), 0u) << error;
+    EXPECT_FALSE(CanReplaceFile(".", error));
+    EXPECT_EQ(error, "is a directory");
+    ASSERT_EQ(mkfifo("e2e-can.fifo", 0600), 0);
+    EXPECT_TRUE(CanReplaceFile("e2e-can.fifo", error)) << "and returns at once";
+    std::remove("e2e-can.fifo");
+}
+
 }  // namespace
