@@ -94,6 +94,12 @@ bool MaxLine(std::string_view text, size_t& limit) {
     return true;
 }
 
+// A decimal integer of 32 bits, sign and all, and nothing else.
+bool WholeNumber(std::string_view text, int32_t& value) {
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), value);
+    return read.ec == std::errc() && read.ptr == text.data() + text.size();
+}
+
 const char* FramingName(Framing framing) {
     return framing == Framing::kCounted ? "counted" : framing == Framing::kRaw ? "raw" : "text";
 }
@@ -175,7 +181,9 @@ int ReplayTranscript(const std::string& path, const std::string& name, CProtocol
     if (firstLine != kHeader) return report = name + ": a transcript of another version (" + firstLine + ")", 2;
     if (text.back() != '\n') return report = name + ": its last line is cut short (the file ends in the middle of it)", 2;
     ConversationOptions options;
-    int32_t style = -1;  // the reply style to begin with; -1: the object's own
+    // The reply style to begin with, as the object held it (a state file may hold any number).
+    bool styled = false;
+    int32_t style = 0;
     struct Step {
         std::string message, recorded;
         size_t line;
@@ -200,9 +208,8 @@ int ReplayTranscript(const std::string& path, const std::string& name, CProtocol
             else if (line == "# guard off") options.guard = false;  // standard input takes any first line
             else if (line.rfind("# max-line ", 0) == 0 && !MaxLine(line.substr(11), options.maxLine))
                 return report = name + ":" + std::to_string(number) + ": max-line is not a count of bytes", 2;
-            else if (line == "# return-style 0" || line == "# return-style 1") style = line.back() - '0';
-            else if (line.rfind("# return-style ", 0) == 0)
-                return report = name + ":" + std::to_string(number) + ": unknown return style (0 or 1)", 2;
+            else if (line.rfind("# return-style ", 0) == 0 && !(styled = WholeNumber(line.substr(15), style)))
+                return report = name + ":" + std::to_string(number) + ": return-style is not a number", 2;
             else if (line.rfind("# refused: ", 0) == 0) steps.push_back({std::string(), std::string(), number, true});
             continue;  // other remarks (the peer) are for the reader
         }
@@ -223,7 +230,7 @@ int ReplayTranscript(const std::string& path, const std::string& name, CProtocol
     // limit shorter than that must not refuse it here.
     if (!options.token.empty()) options.maxLine = std::max(options.maxLine, std::strlen("AUTH -"));
     SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(object.Manager(), IID_IUIPropInterrogate);
-    if (style >= 0 && (!settings || settings->Control(kReturnStyleItem, style) < 0))
+    if (styled && (!settings || settings->Control(kReturnStyleItem, style) < 0))
         return report = name + ": the object's reply style cannot be set", 2;
     CConversation conversation(object, options, nullptr);
     int differences = 0, messages = 0;

@@ -7,7 +7,8 @@
 //   # peer 127.0.0.1:41234
 //   # auth                       (only when the session had to authenticate first)
 //   # guard off                  (standard input: a first line of another protocol is a message)
-//   # return-style 1             (the object's reply style when the session began: 0 CSV, 1 INI)
+//   # return-style 1             (the object's reply style when the session began: 0 CSV, 1 INI,
+//                                  or whatever number a state file gave it)
 //   2026-11-23T19:50:01.123+0000 > Lamp=1
 //   2026-11-23T19:50:01.123+0000 < \n
 // ">" is one message as it was received (without its line end), "<" the bytes sent in answer.
