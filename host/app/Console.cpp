@@ -135,10 +135,9 @@ private:
         std::string peer;
         Clock::time_point opened = Clock::now();
         Clock::time_point heard = opened;  // the last frame from the tab
-        Clock::time_point moved = opened;  // the last time it had read every frame, or took some
+        Clock::time_point moved = opened;  // the last time it had read every frame, or answered a ping
         uint64_t sent = 0;                 // bytes of frames sent to it
         size_t allowed = 0;                // bytes that may wait beyond --max-output: its first tree and pages
-        uint64_t taken = 0;                // of those, what websocketpp had written, or was writing, at the last look
         uint64_t read = 0;                 // of those, what the tab is known to have read (its last pong)
         uint64_t pinged = 0;               // what was sent before the ping waiting for its pong
         bool pinging = false;
@@ -511,8 +510,8 @@ void CConsoleService::Tick() {
 
 // The tabs' timeouts, as a TCP client's: one that does not authenticate in time, one silent for
 // --idle-timeout (the frames pushed to it do not count), one that reads none of the frames sent to
-// it for --stall-timeout. websocketpp says what it has written, not what the tab read: a ping,
-// which the tab answers once it has read every frame before it, says that.
+// it for --stall-timeout. What the socket took says nothing (the kernel holds megabytes for a tab
+// that reads nothing): a ping, which the tab answers once it has read every frame before it, does.
 void CConsoleService::Watch() {
     if (m_Stopped) return;
     const Clock::time_point now = Clock::now();
@@ -520,9 +519,7 @@ void CConsoleService::Watch() {
         std::error_code problem;
         WsServer::connection_ptr connection = tab.server->get_con_from_hdl(handle, problem);
         if (problem || tab.closing) continue;
-        const uint64_t taken = tab.sent - connection->get_buffered_amount();
-        if (taken != tab.taken || tab.read == tab.sent) tab.moved = now;
-        tab.taken = taken;
+        if (tab.read == tab.sent) tab.moved = now;  // owed nothing: a pong moves it on otherwise
         if (tab.read != tab.sent && !tab.pinging) {
             connection->ping(std::string(), problem);
             tab.pinging = !problem;

@@ -388,6 +388,23 @@ def timeouts(binary):
             socket.close()
         finally:
             host.stop()
+    # What it is sent is small and the kernel takes it all: only the unanswered pings tell.
+    host = Host(binary, "--stall-timeout", "1")
+    try:
+        silent = websocket.create_connection(f"ws://127.0.0.1:{host.http_port}/ws", timeout=5)
+        name = peer(silent)
+        talker = ready_tab(host)
+        for round in range(40):
+            ask(talker, "Lamp=%d" % (round % 2))
+            if logged(host, "console tab %s disconnected" % name, 0.1):
+                break
+        ended = logged(host, "console tab %s disconnected" % name, 1)
+        check("a tab that reads none of its small frames is dropped all the same",
+              ended and ended[0].rstrip().endswith("dropped: it does not read its answers"), ended)
+        silent.close()
+        talker.close()
+    finally:
+        host.stop()
 
 
 def stop(binary):
