@@ -298,8 +298,8 @@ bool CConsoleService::Accept(WsServer& server, Handle handle) {
     }
     if (m_Tabs.size() >= m_MaxTabs) {
         if (m_RefusalLog.Allow(suppressed))
-            ServerLog(LogLevel::kWarn, "refused a console socket: already %zu tabs (--max-clients)%s", m_Tabs.size(),
-                      ServerSuppressed(suppressed).c_str());
+            ServerLog(LogLevel::kWarn, "refused a console socket: already %zu tab%s (--max-clients)%s", m_Tabs.size(),
+                      m_Tabs.size() == 1 ? "" : "s", ServerSuppressed(suppressed).c_str());
         connection->set_status(websocketpp::http::status_code::service_unavailable);
         return false;
     }

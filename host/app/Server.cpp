@@ -391,7 +391,8 @@ void CService::Accept(asio::ip::tcp::acceptor& acceptor) {
                 asio::error_code ignored;
                 socket.non_blocking(true, ignored);
                 asio::write(socket, asio::buffer(out), ignored);
-                Refused(Peer(*peer), "already " + std::to_string(m_Clients.size()) + " clients (--max-clients)");
+                Refused(Peer(*peer), "already " + std::to_string(m_Clients.size()) +
+                                            (m_Clients.size() == 1 ? " client" : " clients") + " (--max-clients)");
                 socket.close(ignored);
             } else {
                 auto client = std::make_shared<CClient>(*this, std::move(socket), Peer(*peer));

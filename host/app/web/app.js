@@ -52,7 +52,7 @@ function connect() {
   ws.onmessage = (event) => {
     if (ws === socket) receive(JSON.parse(event.data));
   };
-  ws.onclose = () => {
+  ws.onclose = (event) => {
     if (ws !== socket) return;
     socket = null;
     authForm.hidden = true;
@@ -61,7 +61,8 @@ function connect() {
       entry.append(el('div', 'none', 'no reply: the connection closed'));
     }
     pending.clear();
-    if (statusLine.dataset.state !== 'ended') setState('closed', 'Closed');
+    // The host says why it closed a tab (an idle timeout, its stop, a refusal) in the close frame.
+    if (statusLine.dataset.state !== 'ended') setState('closed', event.reason ? `Closed: ${event.reason}` : 'Closed');
     const focused = document.activeElement;
     if (!focused || focused === document.body || focused.disabled || !focused.offsetParent) reconnect.focus();
   };
