@@ -105,6 +105,19 @@ CLI::Validator Choice(const char* zero, const char* one) {
         "");
 }
 
+// A word of a fixed set, in any case, as the other options' words are: becomes the small-letter one.
+CLI::Validator OneOf(std::vector<std::string> words) {
+    return CLI::Validator(
+        [words](std::string& text) {
+            for (const std::string& word : words)
+                if (strcasecmp(text.c_str(), word.c_str()) == 0) return text = word, std::string();
+            std::string known;
+            for (const std::string& word : words) known += (known.empty() ? "" : ", ") + word;
+            return "'" + text + "' is not one of " + known;
+        },
+        "");
+}
+
 // CLI11's message, as every other message of the host begins; an option given twice says so.
 std::string FailureMessage(const CLI::App* app, const CLI::Error& error) {
     const std::string message = CLI::FailureMessage::simple(app, error);
@@ -179,7 +192,7 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "network), counted (\"+N\", then each reply as \"LENGTH:bytes\"; for programs) or raw (the replies "
                    "alone, as instrument libraries expect; the default on standard input alone)")
         ->type_name("FORM")
-        ->check(CLI::IsMember({"text", "counted", "raw"}));
+        ->transform(OneOf({"text", "counted", "raw"}));
     CLI::Option* authFile = app.add_option("--auth-file", options.authFile,
                    "network clients must first send \"AUTH <token>\", the token being the first line of FILE")
         ->type_name("FILE")
@@ -204,7 +217,7 @@ int ParseOptions(int argc, char** argv, Options& options) {
     CLI::Option* logLevel = app.add_option("--log-level", options.logLevel,
                                            "what the network service logs on standard error: debug, info (connections; "
                                            "the default), warning or error")
-        ->check(CLI::IsMember({"debug", "info", "warning", "error"}));
+        ->transform(OneOf({"debug", "info", "warning", "error"}));
     CLI::Option* record = app.add_option("--record", options.recordFolder,
                    "write a transcript of every session (standard input included) into FOLDER, which must exist, "
                    "as it goes")

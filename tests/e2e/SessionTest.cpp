@@ -199,6 +199,8 @@ TEST(WksHost, SessionsAndRefusals) {
         {"< e2e-session.txt", 0, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n"},
         {"--return-style csv < e2e-session.txt", 0, "1\nLength=12.25,Width=3.5\n?\nVar1=5\n"},
         {"--return-style xml", 2, "wks-host: --return-style: 'xml' is neither csv nor ini\nRun with --help for more information.\n"},
+        {"--framing RAW --max-line 6 < e2e-ends.txt", 0, "Var1=5\n0\n"},  // words in any case
+        {"--framing bogus", 2, "wks-host: --framing: 'bogus' is not one of text, counted, raw\nRun with --help for more information.\n"},
         {"--framing raw --framing text", 2, "wks-host: --framing: given more than once\nRun with --help for more information.\n"},
         {"--listen 5025 --http 127.0.0.1:5025 < /dev/null", 2,
          "wks-host: --http: 127.0.0.1:5025: the same address as --listen 5025\nRun with --help for more information.\n"},
