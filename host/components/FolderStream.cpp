@@ -682,7 +682,9 @@ IFolderStream* HOSTFolderStreamFromText(std::string_view text, std::string& prob
     try {
         // Another kind of file altogether (a picture, a workspace) is named as such, not by the
         // parser's complaint about its first character.
-        const size_t first = text.find_first_not_of(" \t\r\n");
+        // (A byte order mark an editor put first is the parser's to pass over.)
+        const size_t start = text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
+        const size_t first = text.find_first_not_of(" \t\r\n", start);
         if (first == std::string_view::npos) Refuse("", "the text is empty");
         if (text[first] != '{') {
             const unsigned char c = static_cast<unsigned char>(text[first]);

@@ -340,6 +340,7 @@ TEST_F(Folder, MalformedTextsAreRefusedWithTheirProblem) {
     const struct { std::string text; const char* problem; } rows[] = {
         {" \n", "the text is empty"},
         {"\x89PNG", "the text is not a JSON object: it begins with byte 0x89"},
+        {"\xEF\xBB\xBF[]", "the text is not a JSON object: it begins with '['"},
         {"{", "line 1, column 2: syntax error"},
         {File("[]") + " x", "line 1, column 55: syntax error"},
         {"[]", "the text is not a JSON object: it begins with '['"},
@@ -383,6 +384,9 @@ TEST_F(Folder, MalformedTextsAreRefusedWithTheirProblem) {
         EXPECT_NE(problem.find(row.problem), std::string::npos) << row.text << "\nproblem: " << problem;
         EXPECT_EQ(problem.find('\n'), std::string::npos) << problem;
     }
+    std::string problem;
+    SmartPtr<IFolderStream> marked(HOSTFolderStreamFromText("\xEF\xBB\xBF" + File("[]"), problem));
+    EXPECT_TRUE(marked) << "an editor's byte order mark is passed over: " << problem;
 }
 
 // An input's moniker goes into its folder when it is a moniker proper; an object standing in for
