@@ -41,7 +41,6 @@ constexpr int kLoopShare = 20;
 constexpr size_t kEscapedByte = 6;
 constexpr size_t kFrameFields = 4096;
 constexpr auto kWatch = std::chrono::seconds(1);      // how often the tabs' timeouts are looked at
-constexpr auto kTokenTime = std::chrono::seconds(60);  // a tab's time to authenticate, at most
 constexpr auto kStopGrace = std::chrono::seconds(1);   // for the tabs' close frames when the service stops
 constexpr const char* kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self' data:; "
@@ -116,7 +115,7 @@ public:
                     std::function<void()> afterChange)
         : m_Io(io), m_Object(object), m_Workspace(*options.workspace), m_Options(options.conversation),
           m_MaxTabs(options.maxClients), m_Idle(std::chrono::seconds(options.idleSeconds)),
-          m_TokenTime(options.idleSeconds != 0 ? std::min<std::chrono::seconds>(m_Idle, kTokenTime) : kTokenTime),
+          m_TokenTime(options.TokenSeconds()),
           m_Stall(std::chrono::seconds(options.stallSeconds)), m_MaxOutput(options.maxOutput),
           m_MaxFrame(options.conversation.maxLine * kEscapedByte + kFrameFields),
           m_AfterChange(std::move(afterChange)), m_Timer(io), m_Soon(io), m_Watch(io) {

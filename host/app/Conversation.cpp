@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "host/kit/Files.h"
+
 namespace {
 
 // Compares without leaving the time it takes to tell where the texts differ.
@@ -169,7 +171,7 @@ void CConversation::End(std::string& out) {
 
 bool CConversation::Line(std::string_view line, std::string& out) {
     // A text file saved with a byte order mark begins with one: it is no part of the first line.
-    if (m_First && line.substr(0, 3) == "\xEF\xBB\xBF") line.remove_prefix(3);
+    if (m_First) line = WithoutByteOrderMark(line);
     if (!m_Transcript) return Handle(line, out);
     // The token is never written: a line that must authenticate is recorded as "AUTH *" when it
     // is accepted and "AUTH -" when not, which is how a replay (whose token is "*") answers them,

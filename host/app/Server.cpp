@@ -197,14 +197,11 @@ void CClient::Start() {
     Read();
 }
 
-// A client that must authenticate has --idle-timeout, and a minute at most, from its connection to
-// do it (whatever it sends meanwhile): otherwise one that never does would hold one of the
-// --max-clients places for ever.
+// A client that must authenticate has ServerOptions::TokenSeconds from its connection to do it,
+// whatever it sends meanwhile.
 void CClient::ArmToken() {
-    constexpr unsigned kTokenSeconds = 60;
     if (m_Service.Options().conversation.token.empty()) return;
-    const unsigned idle = m_Service.Options().idleSeconds;
-    const unsigned seconds = idle != 0 && idle < kTokenSeconds ? idle : kTokenSeconds;
+    const unsigned seconds = m_Service.Options().TokenSeconds();
     m_Token.expires_after(std::chrono::seconds(seconds));
     m_Token.async_wait([self = shared_from_this(), seconds](const asio::error_code& error) {
         if (error || self->m_Closed || self->m_Ending) return;

@@ -28,6 +28,10 @@ struct ServerOptions {
     std::vector<std::string> http;      // the browser console's [ADDR:]PORT (host/app/Console.h)
     const struct Workspace* workspace = nullptr;  // what the console shows
     bool stopOnHangup = true;           // SIGHUP stops the service as SIGTERM does (not when it came ignored: nohup)
+
+    // With a token, a client's or tab's time from its connection to give it: --idle-timeout, and
+    // a minute at most, so that one that never does cannot hold a --max-clients place for ever.
+    unsigned TokenSeconds() const { return idleSeconds != 0 && idleSeconds < 60 ? idleSeconds : 60; }
 };
 
 // Refusals are logged at most once a second, with a count of those left out, so that a scanner

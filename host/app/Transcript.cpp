@@ -172,7 +172,7 @@ void CTranscript::ReturnStyle(int32_t style) { Write("# return-style " + std::to
 int ReplayTranscript(const std::string& path, const std::string& name, CProtocolSession& object, std::string& report) {
     std::string text, why;
     if (!ReadWholeFile(path, text, why)) return report = name + ": " + why, 2;
-    if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);  // an editor's byte order mark
+    text.erase(0, text.size() - WithoutByteOrderMark(text).size());
     if (text.rfind("# wks-host transcript ", 0) != 0) return report = name + ": not a wks-host transcript", 2;
     // Every byte a session saw is escaped: a raw carriage return comes from a conversion of the file.
     if (text.find('\r') != std::string::npos)

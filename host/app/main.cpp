@@ -614,7 +614,7 @@ int Run(int argc, char** argv) {
                 std::fprintf(stderr, "wks-host: %s: %s\n", shown.authFile.c_str(), why.c_str());
                 return 1;
             }
-            if (token.compare(0, 3, "\xEF\xBB\xBF") == 0) token.erase(0, 3);  // an editor's byte order mark
+            token.erase(0, token.size() - WithoutByteOrderMark(token).size());
             token = token.substr(0, token.find_first_of("\r\n"));
             if (token.empty()) {
                 std::fprintf(stderr, "wks-host: %s: no token on its first line\n", shown.authFile.c_str());

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "module/ValueType.h"
+#include "host/kit/Files.h"
 #include "host/collections/ComponentList.h"
 #include "host/collections/ComponentRegistry.h"
 #include "host/collections/HostString.h"
@@ -683,11 +684,11 @@ IFolderStream* HOSTFolderStreamFromText(std::string_view text, std::string& prob
         // Another kind of file altogether (a picture, a workspace) is named as such, not by the
         // parser's complaint about its first character.
         // (A byte order mark an editor put first is the parser's to pass over.)
-        const size_t start = text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
-        const size_t first = text.find_first_not_of(" \t\r\n", start);
+        const std::string_view body = WithoutByteOrderMark(text);
+        const size_t first = body.find_first_not_of(" \t\r\n");
         if (first == std::string_view::npos) Refuse("", "the text is empty");
-        if (text[first] != '{') {
-            const unsigned char c = static_cast<unsigned char>(text[first]);
+        if (body[first] != '{') {
+            const unsigned char c = static_cast<unsigned char>(body[first]);
             char shown[16];
             std::snprintf(shown, sizeof shown, c > 0x20 && c < 0x7F ? "'%c'" : "byte 0x%02X", c);
             Refuse("", std::string("the text is not a JSON object: it begins with ") + shown);

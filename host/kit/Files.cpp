@@ -150,9 +150,10 @@ bool WriteThrough(const std::string& path, std::string_view bytes, std::string& 
 enum class Writing { kRefused, kDescriptor, kThrough, kReplace };
 Writing WritingOf(const std::string& named, int& descriptor, std::string& error) {
     struct stat status;
-    if (stat(named.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return error = "is a directory", Writing::kRefused;
+    const bool exists = stat(named.c_str(), &status) == 0;
+    if (exists && S_ISDIR(status.st_mode)) return error = "is a directory", Writing::kRefused;
     if ((descriptor = DescriptorNamed(named)) >= 0) return Writing::kDescriptor;
-    if (stat(named.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return Writing::kThrough;
+    if (exists && !S_ISREG(status.st_mode)) return Writing::kThrough;
     return Writing::kReplace;
 }
 

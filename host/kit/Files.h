@@ -13,6 +13,11 @@ std::string AbsolutePath(const std::string& path);
 // view); a file that does not exist yet counts by its folder and its name.
 bool SameFile(const std::string& a, const std::string& b);
 
+// `text` without the UTF-8 byte order mark an editor may put first.
+inline std::string_view WithoutByteOrderMark(std::string_view text) {
+    return text.substr(0, 3) == "\xEF\xBB\xBF" ? text.substr(3) : text;
+}
+
 // Files read whole (a workspace, a state, a transcript, a token) are far smaller than this; a
 // device or pipe that never ends is refused once it has given this much.
 constexpr size_t kLargestRead = size_t{1} << 30;
