@@ -168,8 +168,9 @@ def replies(host):
     other = ready_tab(host)
     ask(socket, "Lamp=1")
     frame = until(other, "values", 3)
-    check("another tab gets the value that changed, and only that",
-          frame and frame["objects"] == [{"path": "Lamp", "value": "on"}], frame)
+    # (The file collection turns idle by itself a while after the start: it may come along.)
+    changed = frame and [item for item in frame["objects"] if item["path"] != "Files"]
+    check("another tab gets the value that changed, and only that", changed == [{"path": "Lamp", "value": "on"}], frame)
     ask(socket, "Lamp=0")
 
     send(socket, type="control", item=2, value=0)
