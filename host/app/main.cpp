@@ -616,6 +616,9 @@ int Run(int argc, char** argv) {
             }
             token.erase(0, token.size() - WithoutByteOrderMark(token).size());
             token = token.substr(0, token.find_first_of("\r\n"));
+            // Blanks an editor left around the token are no part of it; a line of blanks holds none.
+            const size_t first = token.find_first_not_of(" \t");
+            token = first == std::string::npos ? std::string() : token.substr(first, token.find_last_not_of(" \t") + 1 - first);
             if (token.empty()) {
                 std::fprintf(stderr, "wks-host: %s: no token on its first line\n", shown.authFile.c_str());
                 return 1;
@@ -636,6 +639,12 @@ int Run(int argc, char** argv) {
         server.serveStdin = true;
         server.stdinConversation = stdinOptions;
         server.recordFolder = options.recordFolder;
+        // A folder that takes no transcript stops the host now, as it does a session on standard
+        // input, rather than be found out at each client (the trial transcript, empty, is removed).
+        if (!options.recordFolder.empty() && !CTranscript::Open(options.recordFolder, "start", stdinOptions, error)) {
+            std::fprintf(stderr, "wks-host: --record: %s\n", error.c_str());
+            return 1;
+        }
         ServerSetLogLevel(options.logLevel == "debug"     ? LogLevel::kDebug
                           : options.logLevel == "warning" ? LogLevel::kWarn
                           : options.logLevel == "error"   ? LogLevel::kError

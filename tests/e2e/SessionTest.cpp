@@ -194,6 +194,7 @@ TEST(WksHost, SessionsAndRefusals) {
                                               "0.5 < Var1=100\\n\n";
         std::ofstream("e2e-style.wksrec") << "# wks-host transcript 1\n# return-style csv\n";
         std::ofstream("e2e-long.txt") << std::string(65, 'y') << "\nVar1?\n";
+        std::ofstream("e2e-blank.txt") << " \t \nLamp=1\n";
     }
     const struct { const char* arguments; int status; const char* output; } rows[] = {
         {"< e2e-session.txt", 0, "1\nLength=12.25\nWidth=3.5\n?\nVar1=5\n"},
@@ -221,6 +222,7 @@ TEST(WksHost, SessionsAndRefusals) {
         // "AUTH Lamp=1" is 11 bytes: no client could send it in lines of 10.
         {"--auth-file e2e-session.txt --listen 0 --max-line 10 < /dev/null", 1,
          "wks-host: e2e-session.txt: a token of 6 bytes does not fit in a line of at most 10 (--max-line)\n"},
+        {"--auth-file e2e-blank.txt --listen 0 < /dev/null", 1, "wks-host: e2e-blank.txt: no token on its first line\n"},
         {"--idle-timeout 5 < /dev/null", 0, "wks-host: warning: --idle-timeout has no effect without --listen or --http\n"},
         {"--replay e2e-ends.txt --listen 0", 2, "wks-host: --listen excludes --replay\nRun with --help for more information.\n"},
         {"--max-line 0", 2, nullptr},
@@ -259,6 +261,9 @@ TEST(WksHost, SessionsAndRefusals) {
         else EXPECT_NE(output.find("Run with --help"), std::string::npos) << row.arguments << ": " << output;
     }
     int status = -1;  // (every row above runs with --no-prompt)
+    // A folder that takes no transcript stops a service at its start, as it stops standard input.
+    EXPECT_EQ(Output("timeout 10 ./wks-host --record /proc --listen 0 < /dev/null 2>&1", status).rfind("wks-host: --record: /proc/", 0), 0u);
+    EXPECT_EQ(status, 1);
     EXPECT_EQ(Output("./wks-host --prompt --framing counted < /dev/null 2>&1", status),
               "wks-host: --prompt: the counted framing leaves no room for a prompt\nRun with --help for more information.\n");
     EXPECT_EQ(status, 2);
