@@ -199,6 +199,11 @@ int ReplayTranscript(const std::string& path, const std::string& name, CProtocol
         ++number;
         if (line.empty()) continue;
         if (line[0] == '#') {
+            // The settings hold for the whole session: one met after its first event was moved there.
+            const bool setting = line.rfind("# framing ", 0) == 0 || line == "# auth" || line == "# guard off" ||
+                                 line.rfind("# max-line ", 0) == 0 || line.rfind("# return-style ", 0) == 0;
+            if (setting && !steps.empty())
+                return report = name + ":" + std::to_string(number) + ": a setting after the session began", 2;
             if (line == "# framing counted") options.framing = Framing::kCounted;
             else if (line == "# framing raw") options.framing = Framing::kRaw;
             else if (line == "# framing text") options.framing = Framing::kText;

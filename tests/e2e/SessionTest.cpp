@@ -193,6 +193,7 @@ TEST(WksHost, SessionsAndRefusals) {
         std::ofstream("e2e-style7.wksrec") << "# wks-host transcript 1\n# framing raw\n# return-style 7\n0.5 > Var1?\n"
                                               "0.5 < Var1=100\\n\n";
         std::ofstream("e2e-style.wksrec") << "# wks-host transcript 1\n# return-style csv\n";
+        std::ofstream("e2e-late.wksrec") << "# wks-host transcript 1\n0.5 > Var1?\n0.5 < Var1=100\n\n# framing raw\n";
         std::ofstream("e2e-long.txt") << std::string(65, 'y') << "\nVar1?\n";
         std::ofstream("e2e-blank.txt") << " \t \nLamp=1\n";
     }
@@ -250,6 +251,7 @@ TEST(WksHost, SessionsAndRefusals) {
         {"--replay e2e-early.wksrec", 2, "wks-host: e2e-early.wksrec:2: an answer before any message\n"},
         {"--replay e2e-style7.wksrec", 0, "e2e-style7.wksrec: every answer as recorded\n"},
         {"--replay e2e-style.wksrec", 2, "wks-host: e2e-style.wksrec:2: return-style is not a number\n"},
+        {"--replay e2e-late.wksrec", 2, "wks-host: e2e-late.wksrec:5: a setting after the session began\n"},
         // A replay that cannot start is no difference in its answers.
         {"--replay e2e-limit.wksrec --workspace e2e-bad.toml", 2, "wks-host: e2e-bad.toml:6: unknown kind 'teapot' of object 'B'\n"},
     };
