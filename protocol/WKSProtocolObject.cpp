@@ -1,5 +1,6 @@
 // Creation, interfaces, lifetime, page list, binding and persistence of the protocol object.
 #include <cstring>
+#include <iterator>
 
 #include "module/Module.h"
 #include "module/ValueType.h"
@@ -14,33 +15,60 @@ constexpr uint32_t kPageChoiceItem = 0x40;
 
 SmartPtr<IString> WideName(const wchar_t* text) { return SmartPtr<IString>(ISCreate(text)); }
 
-// A filter of the identifiers the object answers: one bit of 256 for each, from a hash of all 16
-// bytes. A command asks the object it reaches for a dozen interfaces, most of which it lacks; those
-// find their bit clear and skip the comparisons. Made once, when the first object is asked
-// (identifiers are computed as the module loads, so they are not constants here).
-class CAnswerFilter {
+// The interfaces the object answers, and how it finds which one it is asked for: a table of 256
+// slots indexed by a hash of all 16 bytes of the identifier, each slot naming the one answered
+// interface that hashes there. A command asks the object it reaches for a dozen interfaces, most of
+// which it lacks: those find an empty slot, and an answered one costs one comparison. Made once,
+// when the first object is asked (identifiers are computed as the module loads, so they are not
+// constants here).
+enum class Answer : uint8_t {
+    kNone, kObjectInfo, kProtocolManager, kPropInterrogate, kParameters, kPageSpecify, kBindable, kDataPersist, kInputs,
+};
+
+class CAnswerTable {
 public:
-    CAnswerFilter() {
-        for (const IID* iid : {&IID_IObjectInfo, &IID_IProtocolManager, &IID_IUIPropInterrogate, &IID_IParametersCreatable,
-                               &IID_IUIPropertyPageSpecify, &IID_IBindableObject, &IID_IDataPersist, &IID_IInputParameters,
-                               &IID_IParameters, &IID_INamedCollection}) {
-            const unsigned bit = Bit(*iid);
-            m_Bits[bit >> 6] |= uint64_t{1} << (bit & 63);
+    CAnswerTable() {
+        for (const Row& row : kRows) {
+            uint8_t& slot = m_Slots[Slot(*row.iid)];
+            slot = slot == 0 ? static_cast<uint8_t>(&row - kRows + 1) : kShared;
         }
     }
-    bool MayAnswer(const IID& iid) const {
-        const unsigned bit = Bit(iid);
-        return ((m_Bits[bit >> 6] >> (bit & 63)) & 1) != 0;
+    Answer Find(const IID& iid) const {
+        const uint8_t slot = m_Slots[Slot(iid)];
+        if (slot == 0) return Answer::kNone;
+        if (slot != kShared) return iid == *kRows[slot - 1].iid ? kRows[slot - 1].answer : Answer::kNone;
+        for (const Row& row : kRows)  // identifiers that share a slot, compared in turn
+            if (iid == *row.iid) return row.answer;
+        return Answer::kNone;
     }
 
 private:
-    static unsigned Bit(const IID& iid) {
+    struct Row {
+        const IID* iid;
+        Answer answer;
+    };
+    static constexpr Row kRows[] = {
+        {&IID_IObjectInfo, Answer::kObjectInfo},
+        {&IID_IProtocolManager, Answer::kProtocolManager},
+        {&IID_IUIPropInterrogate, Answer::kPropInterrogate},
+        {&IID_IParametersCreatable, Answer::kParameters},
+        {&IID_IUIPropertyPageSpecify, Answer::kPageSpecify},
+        {&IID_IBindableObject, Answer::kBindable},
+        {&IID_IDataPersist, Answer::kDataPersist},
+        {&IID_IInputParameters, Answer::kInputs},
+        {&IID_IParameters, Answer::kParameters},
+        {&IID_INamedCollection, Answer::kParameters},
+    };
+    static constexpr uint8_t kShared = 0xFF;
+    static_assert(std::size(kRows) < kShared, "every row has a slot number");
+
+    static unsigned Slot(const IID& iid) {
         uint64_t low, high;
         std::memcpy(&low, iid.bytes, 8);
         std::memcpy(&high, iid.bytes + 8, 8);
         return static_cast<unsigned>(((low ^ high) * 0x9E3779B97F4A7C15ull) >> 56);
     }
-    uint64_t m_Bits[4] = {};
+    uint8_t m_Slots[256] = {};
 };
 }  // namespace
 
@@ -54,18 +82,19 @@ HRESULT CWKSProtocol::QueryInterface(const IID& iid, void** object) {
         return S_OK;
     }
     *object = nullptr;
-    static const CAnswerFilter gAnswers;
-    if (!gAnswers.MayAnswer(iid)) return E_NOINTERFACE;
-    if (iid == IID_IObjectInfo) *object = static_cast<IObjectInfo*>(this);
-    else if (iid == IID_IProtocolManager) *object = static_cast<IProtocolManager*>(this);
-    else if (iid == IID_IUIPropInterrogate) *object = static_cast<IUIPropInterrogateEx*>(this);
-    else if (iid == IID_IParametersCreatable) *object = OwnParameters();
-    else if (iid == IID_IUIPropertyPageSpecify) *object = static_cast<IUIPropertyPageSpecify*>(this);
-    else if (iid == IID_IBindableObject) *object = static_cast<IBindableObject*>(this);
-    else if (iid == IID_IDataPersist) *object = static_cast<IDataPersist*>(this);
-    else if (iid == IID_IInputParameters && m_InputParameters)
-        return m_InputParameters->QueryInterface(IID_IInputParameters, object);  // forwarded, no reference here
-    else if (iid == IID_IParameters || iid == IID_INamedCollection) *object = OwnParameters();
+    static const CAnswerTable gAnswers;
+    switch (gAnswers.Find(iid)) {
+        case Answer::kNone: return E_NOINTERFACE;
+        case Answer::kObjectInfo: *object = static_cast<IObjectInfo*>(this); break;
+        case Answer::kProtocolManager: *object = static_cast<IProtocolManager*>(this); break;
+        case Answer::kPropInterrogate: *object = static_cast<IUIPropInterrogateEx*>(this); break;
+        case Answer::kParameters: *object = OwnParameters(); break;
+        case Answer::kPageSpecify: *object = static_cast<IUIPropertyPageSpecify*>(this); break;
+        case Answer::kBindable: *object = static_cast<IBindableObject*>(this); break;
+        case Answer::kDataPersist: *object = static_cast<IDataPersist*>(this); break;
+        case Answer::kInputs:  // forwarded, no reference here
+            return m_InputParameters ? m_InputParameters->QueryInterface(IID_IInputParameters, object) : E_NOINTERFACE;
+    }
     // IUIPropInterrogateEx and IReplicableObject are implemented but deliberately not answered.
     if (*object == nullptr) return E_NOINTERFACE;
     AddRef();

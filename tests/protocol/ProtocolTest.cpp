@@ -6,6 +6,7 @@
 #include <climits>
 #include <clocale>
 #include <cstdlib>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -89,6 +90,14 @@ TEST_F(Protocol, InterfacesAndSlots) {
     SmartPtr<IUnknown> parameters = QueryAs<IUnknown>(m_Manager.get(), IID_IParametersCreatable);
     for (const IID* iid : {&IID_IParameters, &IID_INamedCollection})
         EXPECT_EQ(QueryAs<IUnknown>(m_Manager.get(), *iid).get(), parameters.get());
+    // Each interface of its own answers with a pointer of its own (no two mixed up).
+    std::set<IUnknown*> own;
+    for (const IID* iid : {&IID_IObjectInfo, &IID_IProtocolManager, &IID_IUIPropInterrogate, &IID_IParametersCreatable,
+                           &IID_IUIPropertyPageSpecify, &IID_IBindableObject, &IID_IDataPersist})
+        own.insert(QueryAs<IUnknown>(m_Manager.get(), *iid).get());
+    EXPECT_EQ(own.size(), 7u);
+    EXPECT_EQ(own.count(nullptr), 0u);
+    EXPECT_EQ(own.count(m_Manager.get()), 1u);
     EXPECT_FALSE(QueryAs<IUnknown>(m_Manager.get(), IID_IUIPropInterrogateEx));
     EXPECT_FALSE(QueryAs<IUnknown>(m_Manager.get(), IID_IReplicableObject));
     SmartPtr<IUnknown> inputs = QueryAs<IUnknown>(m_Manager.get(), IID_IInputParameters);
