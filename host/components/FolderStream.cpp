@@ -251,12 +251,14 @@ HRESULT CFolderStream::ReadObject(IString* name, IUnknown** object, int32_t) {
         if (const Entry* again = Find(key)) again->read = false;
         return hr;
     };
+    // An entry naming a component nobody makes was not written by a save (an edit, another
+    // product's file): it is refused even where an object would load in place, so that it is named.
+    CREATORFUNCTION creator = HOSTFindComponent(entry->text);
+    if (creator == nullptr) return unread(E_FAIL);
     if (SmartPtr<IDataPersist> place = QueryAs<IDataPersist>(*object, IID_IDataPersist)) {
         const HRESULT hr = place->Load(stream, 0);
         return hr < 0 ? unread(hr) : S_OK;
     }
-    CREATORFUNCTION creator = HOSTFindComponent(entry->text);
-    if (creator == nullptr) return unread(E_FAIL);
     IID unknown = IID_IUnknown;
     SmartPtr<IUnknown> made;
     if (creator(nullptr, &unknown, made.OutVoid()) < 0 || !made) return unread(E_FAIL);

@@ -200,7 +200,8 @@ TEST_F(Folder, RewritingANameReplacesItsEntryInPlaceAndChildrenFollowTheEntries)
 }
 
 // ReadObject loads an object that can load itself in place; otherwise it makes the stored
-// component by name and releases what the place held. A component nobody makes changes nothing.
+// component by name and releases what the place held. A component nobody makes changes nothing,
+// also in place.
 TEST_F(Folder, ObjectsAreMadeByTheirComponentNameOrLoadedInPlace) {
     SmartPtr<ICollectionMoniker> saved(HOSTNewCollectionMoniker(L"Lamp"));
     ASSERT_EQ(m_Folder->WriteObject(Name(L"M"), saved.get(), 0), S_OK);
@@ -227,6 +228,8 @@ TEST_F(Folder, ObjectsAreMadeByTheirComponentNameOrLoadedInPlace) {
     IUnknown* untouched = nullptr;
     EXPECT_EQ(unknown->ReadObject(Name(L"M"), &untouched, 0), E_FAIL);
     EXPECT_EQ(untouched, nullptr);
+    EXPECT_EQ(unknown->ReadObject(Name(L"M"), &inPlace, 0), E_FAIL) << "not even into an object in place";
+    EXPECT_EQ(HOSTFolderStreamUnread(unknown.get()), std::vector<std::wstring>{L"M"});
 }
 
 // After loading, what nobody took is listed: entries never asked for, and those whose read was
