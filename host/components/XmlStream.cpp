@@ -18,6 +18,7 @@
 struct CXmlDocument {
     pugi::xml_document xml;
     uint64_t version = 1;  // counts changes, so that a stream knows when its cached text is stale
+    size_t replaced = 0;   // characters written as U+FFFD, which XML cannot carry
 };
 
 namespace {
@@ -52,16 +53,19 @@ HRESULT Guarded(F&& body) noexcept {
 
 bool IsScalar(uint32_t c) { return c != 0 && c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF); }
 
-// What XML cannot carry (U+0000, surrogates, values beyond U+10FFFF) becomes U+FFFD.
-std::string ToUtf8(const wchar_t* text, size_t length) {
+// What XML cannot carry (U+0000, surrogates, values beyond U+10FFFF) becomes U+FFFD, counted in
+// `replaced` when given.
+std::string ToUtf8(const wchar_t* text, size_t length, size_t* replaced = nullptr) {
     std::wstring_view view(text, length);
+    if (replaced)
+        for (wchar_t c : view) *replaced += !IsScalar(static_cast<uint32_t>(c));
     if (view.find(L'\0') == std::wstring_view::npos) return HOSTNarrowUtf8(view);
     std::wstring copy(view);
     for (wchar_t& c : copy)
         if (c == 0) c = static_cast<wchar_t>(kReplacement);
     return HOSTNarrowUtf8(copy);
 }
-std::string ToUtf8(const std::wstring& text) { return ToUtf8(text.data(), text.size()); }
+std::string ToUtf8(const std::wstring& text, size_t* replaced = nullptr) { return ToUtf8(text.data(), text.size(), replaced); }
 
 // The offset of the first byte that is not part of well-formed UTF-8, or of the first NUL byte;
 // npos when there is none.
@@ -347,7 +351,7 @@ HRESULT CXmlStream::Write(const void* bytes, int32_t byteCount, int32_t) {
     return Guarded([&] {
         std::wstring text(static_cast<size_t>(byteCount) / sizeof(wchar_t), L'\0');
         if (!text.empty()) std::memcpy(&text[0], bytes, text.size() * sizeof(wchar_t));  // may be unaligned
-        if (!AppendTo(Node(m_Current), ToUtf8(text))) return E_OUTOFMEMORY;
+        if (!AppendTo(Node(m_Current), ToUtf8(text, &m_Document->replaced))) return E_OUTOFMEMORY;
         ++m_Document->version;
         return S_OK;
     });
@@ -390,7 +394,7 @@ HRESULT CXmlStream::WriteElement(IString* name, int32_t, IString* text, int32_t)
         pugi::xml_node element = Node(m_Current).append_child(EscapeName(HOSTText(name)).c_str());
         if (!element) return E_OUTOFMEMORY;
         ++m_Document->version;
-        return AppendTo(element, ToUtf8(HOSTText(text))) ? S_OK : E_OUTOFMEMORY;
+        return AppendTo(element, ToUtf8(HOSTText(text), &m_Document->replaced)) ? S_OK : E_OUTOFMEMORY;
     });
 }
 
@@ -517,7 +521,7 @@ HRESULT CXmlStream::SetText(int32_t length, const wchar_t* text) {
     pugi::xml_node element = Node(m_Element);
     if (FirstElement(element)) return E_FAIL;
     return Guarded([&] {
-        const std::string utf8 = ToUtf8(text, static_cast<size_t>(length));
+        const std::string utf8 = ToUtf8(text, static_cast<size_t>(length), &m_Document->replaced);
         while (element.first_child()) element.remove_child(element.first_child());  // text only: checked above
         ++m_Document->version;
         return AppendTo(element, utf8) ? S_OK : E_OUTOFMEMORY;
@@ -527,13 +531,14 @@ HRESULT CXmlStream::SetText(int32_t length, const wchar_t* text) {
 HRESULT CXmlStream::AppendText(int32_t count, const wchar_t* chars) {
     if (const HRESULT hr = CheckText(count, chars); hr < 0) return hr;
     return Guarded([&] {
-        if (!AppendTo(Node(m_Element), ToUtf8(chars, static_cast<size_t>(count)))) return E_OUTOFMEMORY;
+        if (!AppendTo(Node(m_Element), ToUtf8(chars, static_cast<size_t>(count), &m_Document->replaced))) return E_OUTOFMEMORY;
         ++m_Document->version;
         return S_OK;
     });
 }
 
-void CXmlStream::Save(std::string& utf8) const {
+void CXmlStream::Save(std::string& utf8, size_t* replaced) const {
+    if (replaced) *replaced = m_Document->replaced;
     utf8 = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
     StringWriter writer(utf8);
     m_Document->xml.save(writer, "  ", pugi::format_indent | pugi::format_no_declaration, pugi::encoding_utf8);
@@ -553,11 +558,11 @@ IXMLStream* HOSTNewXMLStream() {
     return made;
 }
 
-bool HOSTXMLStreamToText(IXMLStream* stream, std::string& utf8) {
+bool HOSTXMLStreamToText(IXMLStream* stream, std::string& utf8, size_t* replaced) {
     CXmlStream* own = Own(stream);
     if (own == nullptr) return false;
     return Guarded([&] {
-        own->Save(utf8);
+        own->Save(utf8, replaced);
         return S_OK;
     }) == S_OK;
 }

@@ -103,8 +103,9 @@ public:
     HRESULT SetText(int32_t length, const wchar_t* text) override;
     HRESULT AppendText(int32_t count, const wchar_t* chars) override;
 
-    // The whole document (whichever element this stream views) as indented UTF-8.
-    void Save(std::string& utf8) const;
+    // The whole document (whichever element this stream views) as indented UTF-8; `replaced`,
+    // when given, gets how many characters were written as U+FFFD.
+    void Save(std::string& utf8, size_t* replaced = nullptr) const;
     // The stream's text, as GetText gives it.
     const std::wstring& Text();
 
@@ -125,8 +126,9 @@ private:
 // A new stream on the root of a new, empty document; one reference. Null when it cannot be made.
 HOST_API IXMLStream* HOSTNewXMLStream();
 // The whole document of `stream`, indented, UTF-8, with an XML declaration. False when `stream` is
-// not an "XMLStream" or the text cannot be made.
-HOST_API bool HOSTXMLStreamToText(IXMLStream* stream, std::string& utf8);
+// not an "XMLStream" or the text cannot be made. `replaced`, when given, gets how many characters
+// XML cannot carry were written as U+FFFD.
+HOST_API bool HOSTXMLStreamToText(IXMLStream* stream, std::string& utf8, size_t* replaced = nullptr);
 // A new stream on the root of the document `utf8`; one reference. On malformed input (including
 // bytes that are not UTF-8, NUL bytes, and character references to U+0000, surrogates or beyond
 // U+10FFFF) or a root other than

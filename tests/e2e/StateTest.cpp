@@ -99,7 +99,7 @@ TEST_F(StateFile, AStateThatCannotBindIsRefused) {
 }
 
 // A control character XML 1.0 cannot hold is still exported (and read back), with a warning
-// that other XML tools will refuse the file.
+// that other XML tools will refuse the file; a character no XML holds is replaced, with a warning.
 TEST_F(StateFile, ExportSaysWhatXmlCannotHold) {
     int status = -1;
     RunHost("--state e2e-state.wks", "Var2=a\x01" "b\n", status);
@@ -108,6 +108,11 @@ TEST_F(StateFile, ExportSaysWhatXmlCannotHold) {
               "it is written as a reference, which wks-host reads back but other XML tools refuse\n");
     EXPECT_EQ(status, 0);
     EXPECT_EQ(RunHost("--import-xml e2e-params.xml", "Var2?\n", status), "Var2=a\x01" "b\n");
+    // U+0000 it cannot hold even as a reference: it becomes U+FFFD, and the warning says so.
+    RunHost("--state e2e-state.wks", std::string("Var2=a\0b\n", 9), status);
+    EXPECT_EQ(RunHost("--state e2e-state.wks --export-xml e2e-params.xml", "", status),
+              "wks-host: warning: e2e-params.xml: 1 character that XML cannot hold (such as U+0000) written as U+FFFD: "
+              "the file does not read back as the object holds it\n");
 }
 
 // A save that fails at the end (the state's folder went away) is said, and the status is 1.
