@@ -140,7 +140,8 @@ int ParseOptions(int argc, char** argv, Options& options) {
                    "the workspace to serve, in TOML (default: the built-in sample; see host/workspace/sample.toml)")
         ->type_name("FILE")
         ->check(NamesAFile());
-    app.add_flag("--verbose", options.verbose, "print every call a workspace object receives on standard error");
+    app.add_flag("--verbose", options.verbose,
+                 "print every action a workspace object is asked for (not the reads of its values) on standard error");
     CLI::Option* prompt = app.add_flag(
         "--prompt", options.prompt,
         "show the prompt \"> \" when a message is done while the object's UsePrompt setting is on "
