@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "host/kit/Files.h"
+#include "host/collections/HostString.h"
 #include "host/collections/Utf8.h"
 #include "host/components/FolderStream.h"
 #include "host/components/XmlStream.h"
@@ -90,13 +91,28 @@ bool ExportParametersXml(IUnknown* object, const std::string& path, std::string&
     return ReplaceFile(AbsolutePath(path), text, problem);
 }
 
-bool ImportParametersXml(IUnknown* object, const std::string& path, std::string& problem) {
+bool ImportParametersXml(IUnknown* object, const std::string& path, std::string& problem,
+                         std::vector<std::string>& skipped) {
     std::string text;
     if (!ReadWholeFile(path, text, problem)) return false;
     SmartPtr<IXMLStream> stream(HOSTXMLStreamFromText(text, problem));
     if (!stream) return false;
     SmartPtr<IParametersPersist> parameters = ParametersOf(object);
-    if (!parameters) return problem = "the object has no parameters", false;
+    SmartPtr<IParameters> names = QueryAs<IParameters>(object, IID_IParameters);
+    if (!parameters || !names) return problem = "the object has no parameters", false;
     parameters->Params_LoadXML(stream.get(), 0, 0);
+    // The elements that name no parameter were passed over: a hand-edited file may have misspelt
+    // one. Listed from a stream of their own, so that the loading's cursor is left alone.
+    SmartPtr<IXMLStream> listed(HOSTXMLStreamFromText(text, problem));
+    tagREFString element{0, nullptr};
+    while (listed && listed->NextElement(&element) >= 0) {
+        SmartPtr<IString> name(HOSTNewString(element.text, element.length));
+        int32_t index = -1;
+        if (name && names->get_Index(name.get(), &index) >= 0) continue;
+        std::wstring shown(element.text, static_cast<size_t>(element.length));
+        for (wchar_t& c : shown)
+            if (c < 32 || c == 127) c = L'?';  // a line break would cut the warning's line
+        skipped.push_back(HOSTNarrowUtf8(shown));
+    }
     return true;
 }

@@ -37,8 +37,10 @@ private:
 
 // The parameters of `object` (its parameter collection's XML slots) to or from the XML file at
 // `path`. Exporting writes the compact value form; importing updates the parameters the document
-// names and skips the names the object does not have. False and `problem` on failure. An export
-// that holds control characters XML 1.0 has no place for (written as references, which this host
-// reads back but other XML tools refuse) says so in `warning`.
+// names and skips, and lists in `skipped`, the names the object does not have. False and `problem`
+// on failure. An export that holds control characters XML 1.0 has no place for (written as
+// references, which this host reads back but other XML tools refuse) or characters it cannot hold
+// at all says so in `warning`.
 bool ExportParametersXml(IUnknown* object, const std::string& path, std::string& problem, std::string& warning);
-bool ImportParametersXml(IUnknown* object, const std::string& path, std::string& problem);
+bool ImportParametersXml(IUnknown* object, const std::string& path, std::string& problem,
+                         std::vector<std::string>& skipped);

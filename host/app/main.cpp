@@ -523,10 +523,14 @@ int Run(int argc, char** argv) {
         if (status == 0) std::printf("%s: every answer as recorded\n", shown.replay.c_str());
         return status;
     }
-    if (!options.importXml.empty() && !ImportParametersXml(session.Manager(), options.importXml, problem)) {
+    std::vector<std::string> skipped;
+    if (!options.importXml.empty() && !ImportParametersXml(session.Manager(), options.importXml, problem, skipped)) {
         std::fprintf(stderr, "wks-host: %s: %s\n", shown.importXml.c_str(), problem.c_str());
         return 1;
     }
+    for (const std::string& name : skipped)
+        std::fprintf(stderr, "wks-host: warning: %s: element %s names no parameter of the object: skipped\n",
+                     shown.importXml.c_str(), name.c_str());
     SmartPtr<IUIPropInterrogate> settings = QueryAs<IUIPropInterrogate>(session.Manager(), IID_IUIPropInterrogate);
     const struct { int value; int32_t item; const char* name; } chosen[] = {
         {options.returnStyle, kReturnStyleItem, "ReturnStyle"}, {options.usePrompt, kUsePromptItem, "UsePrompt"}};

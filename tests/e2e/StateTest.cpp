@@ -58,6 +58,10 @@ TEST_F(StateFile, SettingsAndParametersSurviveRestarts) {
     std::ofstream("e2e-params.xml") << std::string(xml).replace(xml.find("<Var1>42<") + 6, 2, "7");
     EXPECT_EQ(RunHost("--state e2e-state.wks --import-xml e2e-params.xml", "Var1?\n", status), "Var1=7\n");
     EXPECT_EQ(RunHost("--state e2e-state.wks", "Var1?\n", status), "Var1=7\n") << "the import was kept";
+    // An element that names no parameter (misspelt by hand) is skipped, and named.
+    std::ofstream("e2e-params.xml") << "<wks version=\"1\"><var1>8</var1><Var2>x</Var2></wks>";
+    EXPECT_EQ(RunHost("--import-xml e2e-params.xml", "?\n", status),
+              "wks-host: warning: e2e-params.xml: element var1 names no parameter of the object: skipped\nVar1=100\nVar2=x\n");
 }
 
 // An environment without a locale (a service manager, cron) still keeps every character.
