@@ -4,9 +4,9 @@
 
 #include "host/kit/Files.h"
 #include "host/collections/HostString.h"
-#include "host/collections/Utf8.h"
 #include "host/components/FolderStream.h"
 #include "host/components/XmlStream.h"
+#include "host/workspace/WorkspaceObject.h"
 #include "module/SmartPtr.h"
 
 namespace {
@@ -40,7 +40,8 @@ bool CStateFile::Load(IUnknown* object, std::string& problem) {
     if (!persist) return problem = "the object cannot be loaded", false;
     if (const HRESULT hr = persist->Load(folder.get(), 0); hr < 0)
         return problem = "the object refused the saved state (" + std::to_string(hr) + ")", false;
-    for (const std::wstring& path : HOSTFolderStreamUnread(folder.get())) m_Unread.push_back(HOSTNarrowUtf8(path));
+    // Shown one to a line: a control character in a hand-edited name is shown as "?".
+    for (const std::wstring& path : HOSTFolderStreamUnread(folder.get())) m_Unread.push_back(WorkspaceNarrow(path));
     m_Last = std::move(text);
     m_Known = true;
     return true;
@@ -109,10 +110,7 @@ bool ImportParametersXml(IUnknown* object, const std::string& path, std::string&
         SmartPtr<IString> name(HOSTNewString(element.text, element.length));
         int32_t index = -1;
         if (name && names->get_Index(name.get(), &index) >= 0) continue;
-        std::wstring shown(element.text, static_cast<size_t>(element.length));
-        for (wchar_t& c : shown)
-            if (c < 32 || c == 127) c = L'?';  // a line break would cut the warning's line
-        skipped.push_back(HOSTNarrowUtf8(shown));
+        skipped.push_back(WorkspaceNarrow(std::wstring(element.text, static_cast<size_t>(element.length))));
     }
     return true;
 }
