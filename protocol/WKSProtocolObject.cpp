@@ -22,7 +22,8 @@ SmartPtr<IString> WideName(const wchar_t* text) { return SmartPtr<IString>(ISCre
 // when the first object is asked (identifiers are computed as the module loads, so they are not
 // constants here).
 enum class Answer : uint8_t {
-    kNone, kObjectInfo, kProtocolManager, kPropInterrogate, kParameters, kPageSpecify, kBindable, kDataPersist, kInputs,
+    kNone, kObjectInfo, kProtocolManager, kPropInterrogate, kParameters, kPageSpecify, kBindable, kDataPersist,
+    kInputs,
 };
 
 class CAnswerTable {

@@ -71,10 +71,12 @@ bool ExportParametersXml(IUnknown* object, const std::string& path, std::string&
     parameters->Params_SaveXML(stream.get(), kCompact);
     std::string text;
     size_t replaced = 0;
-    if (!HOSTXMLStreamToText(stream.get(), text, &replaced)) return problem = "cannot write the parameters as XML", false;
+    if (!HOSTXMLStreamToText(stream.get(), text, &replaced))
+        return problem = "cannot write the parameters as XML", false;
     if (replaced > 0)
         warning = std::to_string(replaced) + (replaced == 1 ? " character" : " characters") +
-                  " that XML cannot hold (such as U+0000) written as U+FFFD: the file does not read back as the object holds it";
+                  " that XML cannot hold (such as U+0000) written as U+FFFD: the file does not read back as the "
+                  "object holds it";
     // Control characters other than tab and the line ends are written as references ("&#01;"):
     // XML 1.0 allows them in no form.
     size_t line = 1;

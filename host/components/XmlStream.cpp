@@ -65,7 +65,9 @@ std::string ToUtf8(const wchar_t* text, size_t length, size_t* replaced = nullpt
         if (c == 0) c = static_cast<wchar_t>(kReplacement);
     return HOSTNarrowUtf8(copy);
 }
-std::string ToUtf8(const std::wstring& text, size_t* replaced = nullptr) { return ToUtf8(text.data(), text.size(), replaced); }
+std::string ToUtf8(const std::wstring& text, size_t* replaced = nullptr) {
+    return ToUtf8(text.data(), text.size(), replaced);
+}
 
 // The offset of the first byte that is not part of well-formed UTF-8, or of the first NUL byte;
 // npos when there is none.
@@ -531,7 +533,8 @@ HRESULT CXmlStream::SetText(int32_t length, const wchar_t* text) {
 HRESULT CXmlStream::AppendText(int32_t count, const wchar_t* chars) {
     if (const HRESULT hr = CheckText(count, chars); hr < 0) return hr;
     return Guarded([&] {
-        if (!AppendTo(Node(m_Element), ToUtf8(chars, static_cast<size_t>(count), &m_Document->replaced))) return E_OUTOFMEMORY;
+        if (!AppendTo(Node(m_Element), ToUtf8(chars, static_cast<size_t>(count), &m_Document->replaced)))
+            return E_OUTOFMEMORY;
         ++m_Document->version;
         return S_OK;
     });

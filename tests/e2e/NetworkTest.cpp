@@ -243,7 +243,8 @@ TEST(Network, ClientsAreServedApartAndBreakClosesOnlyItsOwn) {
 // The first line decides: a token when one is required, and never another protocol's opening.
 TEST(Network, StrangersAreRefusedBeforeTheObjectSeesAnything) {
     {
-        std::ofstream("e2e-token") << "\xEF\xBB\xBFs3cret \n";  // an editor's byte order mark and blank are no part of it
+        // An editor's byte order mark and a blank after the token are no part of it.
+        std::ofstream("e2e-token") << "\xEF\xBB\xBFs3cret \n";
     }
     Server server("--auth-file e2e-token");
     const struct { std::string first; std::string answer; } rows[] = {

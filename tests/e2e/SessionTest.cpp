@@ -264,7 +264,8 @@ TEST(WksHost, SessionsAndRefusals) {
     }
     int status = -1;  // (every row above runs with --no-prompt)
     // A folder that takes no transcript stops a service at its start, as it stops standard input.
-    EXPECT_EQ(Output("timeout 10 ./wks-host --record /proc --listen 0 < /dev/null 2>&1", status).rfind("wks-host: --record: /proc/", 0), 0u);
+    const std::string recorded = Output("timeout 10 ./wks-host --record /proc --listen 0 < /dev/null 2>&1", status);
+    EXPECT_EQ(recorded.rfind("wks-host: --record: /proc/", 0), 0u) << recorded;
     EXPECT_EQ(status, 1);
     EXPECT_EQ(Output("./wks-host --prompt --framing counted < /dev/null 2>&1", status),
               "wks-host: --prompt: the counted framing leaves no room for a prompt\nRun with --help for more information.\n");

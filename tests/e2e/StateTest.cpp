@@ -61,7 +61,8 @@ TEST_F(StateFile, SettingsAndParametersSurviveRestarts) {
     // An element that names no parameter (misspelt by hand) is skipped, and named.
     std::ofstream("e2e-params.xml") << "<wks version=\"1\"><var1>8</var1><Var2>x</Var2></wks>";
     EXPECT_EQ(RunHost("--import-xml e2e-params.xml", "?\n", status),
-              "wks-host: warning: e2e-params.xml: element var1 names no parameter of the object: skipped\nVar1=100\nVar2=x\n");
+              "wks-host: warning: e2e-params.xml: element var1 names no parameter of the object: skipped\n"
+              "Var1=100\nVar2=x\n");
 }
 
 // An environment without a locale (a service manager, cron) still keeps every character.
