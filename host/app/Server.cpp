@@ -20,8 +20,10 @@
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <unordered_set>
 
@@ -591,9 +593,27 @@ std::string ServerSuppressed(unsigned suppressed, const char* what) {
 
 namespace {
 
-// "TIME wks-host LEVEL: text" and a line feed, into `line`; its length.
+// Whether standard error is the systemd journal's stream: $JOURNAL_STREAM names its device and
+// inode as "DEV:INO" when the service manager connected it.
+bool LogToJournal() {
+    const char* named = std::getenv("JOURNAL_STREAM");
+    struct stat status;
+    if (named == nullptr || fstat(STDERR_FILENO, &status) != 0) return false;
+    const std::string own = std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+    return own == named;
+}
+
+// "TIME wks-host LEVEL: text" and a line feed, into `line`; its length. The journal keeps the
+// time itself and reads the level from a "<N>" syslog priority in front instead.
 size_t ComposeLogLine(char (&line)[1152], LogLevel level, const char* text) {
     static const char* const kNames[] = {"debug", "info", "warning", "error"};
+    static const bool journal = LogToJournal();
+    if (journal) {
+        static const char kPriorities[] = {'7', '6', '4', '3'};
+        const int n = std::snprintf(line, sizeof line, "<%c>wks-host %s: %s\n", kPriorities[static_cast<int>(level)],
+                                    kNames[static_cast<int>(level)], text);
+        return n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof line - 1);
+    }
     char stamp[32];
     const std::time_t now = std::time(nullptr);
     std::tm local;

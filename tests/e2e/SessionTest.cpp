@@ -267,11 +267,17 @@ TEST(WksHost, SessionsAndRefusals) {
     const std::string recorded = Output("timeout 10 ./wks-host --record /proc --listen 0 < /dev/null 2>&1", status);
     EXPECT_EQ(recorded.rfind("wks-host: --record: /proc/", 0), 0u) << recorded;
     EXPECT_EQ(status, 1);
+    // Logging into the journal (a systemd service): no time stamp, the level as a syslog priority.
+    EXPECT_EQ(Output("(exec 2>e2e-journal.txt; JOURNAL_STREAM=$(stat -c %d:%i e2e-journal.txt) timeout -s TERM 0.5 "
+                     "./wks-host --listen 0 < /dev/null); grep -c '^<6>wks-host info: listening on ' e2e-journal.txt",
+                     status),
+              "1\n");
     EXPECT_EQ(Output("./wks-host --prompt --framing counted < /dev/null 2>&1", status),
               "wks-host: --prompt: the counted framing leaves no room for a prompt\nRun with --help for more information.\n");
     EXPECT_EQ(status, 2);
     for (const char* file : {"e2e-session.txt", "e2e-bad.toml", "e2e-warned.toml", "e2e-lines.txt", "e2e-ends.txt", "e2e-bom.txt", "e2e-long.txt",
-                             "e2e-limit.wksrec", "e2e-v12.wksrec", "e2e-crlf.wksrec", "e2e-cut.wksrec", "e2e-early.wksrec", "e2e-edited.wksrec", "e2e-style.wksrec", "e2e-style7.wksrec"})
+                             "e2e-limit.wksrec", "e2e-v12.wksrec", "e2e-crlf.wksrec", "e2e-cut.wksrec", "e2e-early.wksrec", "e2e-edited.wksrec", "e2e-style.wksrec", "e2e-style7.wksrec",
+                             "e2e-late.wksrec", "e2e-blank.txt", "e2e-journal.txt"})
         std::remove(file);
 }
 
