@@ -244,13 +244,25 @@ int ParseOptions(int argc, char** argv, Options& options) {
     try {
         app.parse(argc, argv);
         options.maxLineGiven = app.count("--max-line") > 0;
-        // The same address twice would fail to bind as "in use", by this very host.
+        // The same address twice, or a port a wildcard address holds already, would fail to bind as
+        // "in use", by this very host.
         std::map<asio::ip::tcp::endpoint, std::string> served;
         for (const auto& [name, list] : {std::pair{"--listen", &options.listen}, std::pair{"--http", &options.http}})
             for (const std::string& text : *list) {
                 asio::ip::tcp::endpoint endpoint;
                 std::string ignored;
                 if (!ServerEndpoint(text, endpoint, ignored) || endpoint.port() == 0) continue;
+                // A wildcard address takes its port on every interface: of its own family, and for
+                // [::] (which serves IPv4 too) of both.
+                const auto covers = [](const asio::ip::address& wide, const asio::ip::address& other) {
+                    return wide.is_unspecified() && (wide.is_v6() || other.is_v4());
+                };
+                for (const auto& [other, named] : served)
+                    if (other.port() == endpoint.port() &&
+                        (covers(other.address(), endpoint.address()) || covers(endpoint.address(), other.address())) &&
+                        other != endpoint)
+                        throw CLI::ValidationError(
+                            name, text + ": overlaps " + named + " (a wildcard address holds its port on every interface)");
                 const auto [first, added] = served.emplace(endpoint, std::string(name) + " " + text);
                 if (!added) throw CLI::ValidationError(name, text + ": the same address as " + first->second);
             }

@@ -206,6 +206,9 @@ TEST(WksHost, SessionsAndRefusals) {
         {"--framing raw --framing text", 2, "wks-host: --framing: given more than once\nRun with --help for more information.\n"},
         {"--listen 5025 --http 127.0.0.1:5025 < /dev/null", 2,
          "wks-host: --http: 127.0.0.1:5025: the same address as --listen 5025\nRun with --help for more information.\n"},
+        {"--listen 127.0.0.1:5025 --http [::]:5025 < /dev/null", 2,
+         "wks-host: --http: [::]:5025: overlaps --listen 127.0.0.1:5025 (a wildcard address holds its port on every "
+         "interface)\nRun with --help for more information.\n"},
         {"--workspace e2e-bad.toml < /dev/null", 1, "wks-host: e2e-bad.toml:6: unknown kind 'teapot' of object 'B'\n"},
         {"--workspace e2e-warned.toml < /dev/null", 0,
          "wks-host: warning: e2e-warned.toml:2: the name 'Breaker' begins with 'break': a message beginning with it ends "
