@@ -83,8 +83,16 @@ measure() {
     else
         args=(--connect "127.0.0.1:$REDIS_PORT" --protocol redis --line PING --expect PONG)
     fi
-    if ! "$BUILD/wks-load" "${args[@]}" --connections "$CONNECTIONS" --in-flight "$inflight" --threads "$THREADS" \
-            --duration "$DURATION" --warmup "$WARMUP" --json >"$WORK/run.json" 2>"$WORK/run.err"; then
+    local status=0
+    "$BUILD/wks-load" "${args[@]}" --connections "$CONNECTIONS" --in-flight "$inflight" --threads "$THREADS" \
+        --duration "$DURATION" --warmup "$WARMUP" --json >"$WORK/run.json" 2>"$WORK/run.err" || status=$?
+    # Ctrl-C stops the servers too, and the client then reports their connections lost: that run
+    # was interrupted, not failed. (The shell itself passes over the SIGINT its client survived.)
+    if [ $status -gt 128 ] || ! kill -0 "$WKS_PID" 2>/dev/null || ! kill -0 "$REDIS_PID" 2>/dev/null; then
+        echo "load.sh: interrupted (a server or the client was stopped)" >&2
+        exit 130
+    fi
+    if [ $status -ne 0 ]; then
         cat "$WORK/run.json" "$WORK/run.err" >&2
         echo "load.sh: the run against $server at $CONNECTIONS x $inflight failed" >&2
         exit 1

@@ -3,7 +3,7 @@
 // the module through it.
 //
 // The module resolves its own helper module as "./CollectionsEx.so" against the current
-// directory, so a host process first moves into the folder that holds both (ChangeToFolderOf).
+// directory, so a host process first moves into the folder that holds both (HOSTChangeToFolderOf).
 #pragma once
 
 #include <cstddef>
@@ -70,9 +70,11 @@ public:
     // reports the message done, calling `reply(const unsigned char* bytes, int32_t length)` for
     // every reply in order. Returns RecievedMessage's result: E_BREAK when the client asked to
     // break (no reply follows), E_INVALIDARG for a message longer than the exchange can take.
-    // `lines`, when given, receives the number of GetResponse calls that handed a line over.
+    // `again`, when given, receives the number of GetResponse calls that returned S_OK (asked to be
+    // called again). The call that hands over a message's last line returns 1, as does one that
+    // finds no line at all, so a message of N lines gives N - 1 (and an empty one 0).
     template <class ReplyFn>
-    HRESULT Exchange(const void* bytes, size_t length, ReplyFn&& reply, int32_t* lines = nullptr);
+    HRESULT Exchange(const void* bytes, size_t length, ReplyFn&& reply, int32_t* again = nullptr);
 
 private:
     // A well-behaved object finishes a message within its line budget; this bounds a broken one.
@@ -81,8 +83,8 @@ private:
 };
 
 template <class ReplyFn>
-HRESULT CProtocolSession::Exchange(const void* bytes, size_t length, ReplyFn&& reply, int32_t* lines) {
-    if (lines != nullptr) *lines = 0;
+HRESULT CProtocolSession::Exchange(const void* bytes, size_t length, ReplyFn&& reply, int32_t* again) {
+    if (again != nullptr) *again = 0;
     if (!m_Manager) return E_FAIL;
     if (length > static_cast<size_t>(INT32_MAX)) return E_INVALIDARG;
     // The exchange reads the message and never writes it; the slot takes a plain pointer.
@@ -95,7 +97,7 @@ HRESULT CProtocolSession::Exchange(const void* bytes, size_t length, ReplyFn&& r
         const HRESULT more = m_Manager->GetResponse(&out, &outLength);
         if (out != nullptr) reply(static_cast<const unsigned char*>(out), outLength);
         if (more != S_OK) break;
-        if (lines != nullptr) ++*lines;
+        if (again != nullptr) ++*again;
     }
     return received;
 }
