@@ -27,15 +27,10 @@ const char* ForeignProtocol(std::string_view line) {
 // A line that offers `token` as a login does, however typed: the token alone, or "auth" in any
 // case, blanks and the token, with blanks around either.
 bool OffersToken(std::string_view line, std::string_view token) {
-    const auto trim = [](std::string_view text) {
-        while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-        while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-        return text;
-    };
-    line = trim(line);
+    line = TrimBlanks(line);
     if (line == token) return true;
     if (line.size() <= 4 || strncasecmp(line.data(), "auth", 4) != 0 || (line[4] != ' ' && line[4] != '\t')) return false;
-    return trim(line.substr(4)) == token;
+    return TrimBlanks(line.substr(4)) == token;
 }
 
 }  // namespace
@@ -225,4 +220,10 @@ bool CConversation::Handle(std::string_view line, std::string& out) {
     }
     Answered(out);
     return true;
+}
+
+std::string_view TrimBlanks(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+    return text;
 }

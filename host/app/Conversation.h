@@ -19,6 +19,9 @@
 #include "host/app/Transcript.h"
 #include "host/kit/ModuleHost.h"
 
+// `text` without the blanks and tabs around it (a token as typed in a line or a file).
+std::string_view TrimBlanks(std::string_view text);
+
 struct ConversationOptions {
     Framing framing = Framing::kText;
     size_t maxLine = 64 * 1024;  // bytes of one line, its line end not counted

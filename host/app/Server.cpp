@@ -607,19 +607,18 @@ bool LogToJournal() {
 // time itself and reads the level from a "<N>" syslog priority in front instead.
 size_t ComposeLogLine(char (&line)[1152], LogLevel level, const char* text) {
     static const char* const kNames[] = {"debug", "info", "warning", "error"};
+    static const char* const kPriorities[] = {"<7>", "<6>", "<4>", "<3>"};
     static const bool journal = LogToJournal();
-    if (journal) {
-        static const char kPriorities[] = {'7', '6', '4', '3'};
-        const int n = std::snprintf(line, sizeof line, "<%c>wks-host %s: %s\n", kPriorities[static_cast<int>(level)],
-                                    kNames[static_cast<int>(level)], text);
-        return n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof line - 1);
-    }
     char stamp[32];
-    const std::time_t now = std::time(nullptr);
-    std::tm local;
-    localtime_r(&now, &local);
-    std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%S%z", &local);
-    const int n = std::snprintf(line, sizeof line, "%s wks-host %s: %s\n", stamp, kNames[static_cast<int>(level)], text);
+    if (journal) {
+        std::strcpy(stamp, kPriorities[static_cast<int>(level)]);
+    } else {
+        const std::time_t now = std::time(nullptr);
+        std::tm local;
+        localtime_r(&now, &local);
+        std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%S%z ", &local);
+    }
+    const int n = std::snprintf(line, sizeof line, "%swks-host %s: %s\n", stamp, kNames[static_cast<int>(level)], text);
     return n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof line - 1);
 }
 

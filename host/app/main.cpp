@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "host/app/Conversation.h"
 #include "host/app/Endpoint.h"
 #include "host/app/LogOutput.h"
 #include "host/kit/Files.h"
@@ -634,9 +635,7 @@ int Run(int argc, char** argv) {
             token.erase(0, token.size() - WithoutByteOrderMark(token).size());
             token = token.substr(0, token.find_first_of("\r\n"));
             // Blanks an editor left around the token are no part of it; a line of blanks holds none.
-            const size_t first = token.find_first_not_of(" \t");
-            token = first == std::string::npos ? std::string()
-                                               : token.substr(first, token.find_last_not_of(" \t") + 1 - first);
+            token = std::string(TrimBlanks(token));
             if (token.empty()) {
                 std::fprintf(stderr, "wks-host: %s: no token on its first line\n", shown.authFile.c_str());
                 return 1;
